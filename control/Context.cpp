@@ -1,0 +1,10 @@
+#include "control/Context.h"
+
+namespace velmora {
+
+Context& Context::process() {
+  static Context context;
+  return context;
+}
+
+}  // namespace velmora

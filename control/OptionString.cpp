@@ -1,0 +1,27 @@
+#include "control/OptionString.h"
+
+#include <QStringList>
+
+namespace velmora {
+
+namespace {
+QString trimBlanks(const QString& text) {
+  qsizetype first = 0, last = text.size();
+  while (first < last && text[first] == u' ') ++first;
+  while (last > first && text[last - 1] == u' ') --last;
+  return text.mid(first, last - first);
+}
+}  // namespace
+
+QString GetOptValue(const QString& options, const QString& key, const QString& defaultValue,
+                    const QString& itemSeparator, const QString& keySeparator) {
+  if (options.isEmpty()) return defaultValue;
+  const QString wanted = key.toLower();
+  for (const QString& item : options.split(itemSeparator)) {
+    const QStringList pieces = item.split(keySeparator);
+    if (pieces.size() == 2 && trimBlanks(pieces[0]).toLower() == wanted) return trimBlanks(pieces[1]);
+  }
+  return defaultValue;
+}
+
+}  // namespace velmora

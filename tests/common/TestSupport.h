@@ -1,0 +1,30 @@
+#pragma once
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+#include <functional>
+
+namespace velmora::test {
+
+// Points QDir::tempPath() (TMPDIR) at a fresh folder for the life of the object, so a test
+// that creates controls never touches the machine's real working folder.
+class ScopedTempRoot {
+ public:
+  ScopedTempRoot();
+  ~ScopedTempRoot();
+  QString path() const { return dir_.path(); }
+  // Writes `bytes` to path()/name (folders created as needed) and returns the full path.
+  QString write(const QString& name, const QByteArray& bytes) const;
+
+ private:
+  QTemporaryDir dir_;
+  QByteArray oldTmpdir_;
+  bool hadTmpdir_;
+};
+
+// Runs the event loop until `done` is true or `timeoutMs` has passed; returns `done()`.
+bool waitUntil(const std::function<bool()>& done, int timeoutMs = 10000);
+
+QString testData(const QString& name);
+
+}  // namespace velmora::test
