@@ -1,2 +1,38 @@
+#include <QApplication>
 #include <cstdio>
-int main() { std::puts("velmora: not built yet"); return 1; }
+
+#include "cli/CallCommand.h"
+#include "cli/Output.h"
+#include "support/ScriptError.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: velmora [--set Property=Value]... [--timeout SECONDS] [--class Velmora5] call Member [Argument]...\n"
+    "  Creates a control, sets its properties, calls one member and prints the result and\n"
+    "  the control's properties as JSON. An argument \"-\" stands for standard input.\n";
+
+int run(const QStringList& args) {
+  if (args.isEmpty() || args[0] == u"--help" || args[0] == u"-h") {
+    std::fputs(kUsage, args.isEmpty() ? stderr : stdout);
+    return args.isEmpty() ? velmora::cli::ExitUsage : velmora::cli::ExitOk;
+  }
+  return velmora::cli::runCall(args);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Without a display the non-graphical members still run.
+  if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+  QApplication app(argc, argv);
+  try {
+    return run(app.arguments().mid(1));
+  } catch (const velmora::cli::UsageError& error) {
+    std::fprintf(stderr, "velmora: %s\n%s", error.what(), kUsage);
+  } catch (const velmora::ScriptError& error) {
+    std::fprintf(stderr, "velmora: error %ld: %s\n", error.number(), qPrintable(error.description()));
+  }
+  return velmora::cli::ExitUsage;
+}

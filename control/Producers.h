@@ -1,0 +1,93 @@
+#pragma once
+#include <QObject>
+#include <QString>
+#include <memory>
+
+#include "control/Context.h"
+
+namespace velmora {
+
+// The automation classes the editor control's flows create afresh for every call. Each
+// producer returns a boolean and leaves its failure word in the context's error text; the
+// control reaches them only through these interfaces, so hosts and tests can supply others.
+
+// clsMicrosoftWord / clsWPSWord. The WPS engine has no picture members.
+class WordEngine {
+ public:
+  virtual ~WordEngine() = default;
+  virtual bool Word2HTML(const QString& file, QString& html) = 0;
+  virtual void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
+                            QString& body) = 0;
+  virtual bool Word2Images(const QString& file, const QString& options, QString& body) = 0;
+  virtual bool WordPaste2Image(const QString& options, QString& body) = 0;
+};
+
+// clsMicrosoftExcel / clsWPSExcel. The WPS engine has no sheet-image member.
+class ExcelEngine {
+ public:
+  virtual ~ExcelEngine() = default;
+  virtual bool GetExcelWorkSheetName(const QString& file, QString& names) = 0;
+  virtual bool Excel2HTML(const QString& file, int16_t sheetIndex, const QString& options, QString& style,
+                          QString& body) = 0;
+  virtual bool Excel2Images(const QString& file, int16_t sheetIndex, const QString& options, QString& body) = 0;
+  virtual void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
+                            QString& body) = 0;
+};
+
+// clsPPT: slides to pictures.
+class SlideExporter {
+ public:
+  virtual ~SlideExporter() = default;
+  virtual bool PPT2Images(const QString& file, const QString& options, QString& body) = 0;
+};
+
+// clsPrintToFile: a document printed to pictures through the virtual printer.
+class DocumentPrinter {
+ public:
+  virtual ~DocumentPrinter() = default;
+  virtual bool Word2Images(const QString& file, const QString& options, QString& body) = 0;
+};
+
+// clsFlashHeader: the size of a Flash movie.
+class FlashHeaderReader {
+ public:
+  virtual ~FlashHeaderReader() = default;
+  virtual bool Parse(const QString& file) = 0;
+  virtual int16_t Width() const = 0;
+  virtual int16_t Height() const = 0;
+};
+
+// clsQuickFormat: builds a page template from copied web content.
+class QuickFormatter {
+ public:
+  virtual ~QuickFormatter() = default;
+  virtual void QuickFormat(QString& style, QString& body) = 0;
+};
+
+// clsCapture: runs on the user's screen and reports "ok" or "cancel" through ReturnValue.
+class CaptureTool : public QObject {
+  Q_OBJECT
+ public:
+  using QObject::QObject;
+  virtual void Capture() = 0;
+ signals:
+  void ReturnValue(const QString& value);
+};
+
+// Which engine an import asks for: "word"/"wps" for documents, "excel"/"wps" for sheets.
+class ProducerFactory {
+ public:
+  virtual ~ProducerFactory() = default;
+  virtual std::unique_ptr<WordEngine> createWordEngine(Context& context, const QString& engine);
+  virtual std::unique_ptr<ExcelEngine> createExcelEngine(Context& context, const QString& engine);
+  virtual std::unique_ptr<SlideExporter> createSlideExporter(Context& context);
+  virtual std::unique_ptr<DocumentPrinter> createDocumentPrinter(Context& context);
+  virtual std::unique_ptr<FlashHeaderReader> createFlashHeaderReader(Context& context);
+  virtual std::unique_ptr<QuickFormatter> createQuickFormatter(Context& context);
+  virtual std::unique_ptr<CaptureTool> createCaptureTool(Context& context);
+  virtual bool IsPrinterExist(const QString& printerName);
+
+  static ProducerFactory& standard();
+};
+
+}  // namespace velmora

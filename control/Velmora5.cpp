@@ -1,0 +1,276 @@
+#include "control/Velmora5.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+#include <cmath>
+#include <limits>
+#include <optional>
+
+#include "Version.h"
+#include "clipboard/basClipBoard.h"
+#include "control/OptionString.h"
+#include "support/RegExp.h"
+#include "support/ScriptError.h"
+#include "support/basPublic.h"
+#include "support/clsCommonDialog.h"
+#include "upload/UploadTransport.h"
+
+namespace velmora {
+
+namespace {
+
+const QString kWordTypes = QStringLiteral("doc|docx|wps");
+const QString kExcelTypes = QStringLiteral("xls|xlsx|et");
+const QString kSlideTypes = QStringLiteral("ppt|pptx|dps");
+
+QString invalidFile(const QString& types) { return QStringLiteral("InvalidFile:") + types; }
+
+// "api": "0" chooses by extension, "2" asks for WPS, anything else for Microsoft Office.
+QString apiOption(const QString& s_Opt) {
+  const QString api = GetOptValue(s_Opt, QStringLiteral("api"));
+  return api == u"0" || api == u"2" ? api : QStringLiteral("1");
+}
+
+// The engines an import tries, in order: the second one only after the first failed.
+QStringList enginesFor(const QString& api, const QString& file, const QString& wpsExtension,
+                       const QString& microsoftEngine) {
+  if (api == u"1") return {microsoftEngine};
+  if (api == u"2") return {QStringLiteral("wps")};
+  if (GetFileExt(file).toLower() == wpsExtension) return {QStringLiteral("wps"), microsoftEngine};
+  return {microsoftEngine, QStringLiteral("wps")};
+}
+
+// The platform's text-to-number rules for LocalSize: blanks around the text and a sign are
+// accepted, as are a decimal fraction and an exponent, in the C locale. A fraction goes to
+// the nearest integer, a half to the even one.
+std::optional<double> parseNumber(const QString& text) {
+  bool ok = false;
+  const double value = QLocale::c().toDouble(text.trimmed(), &ok);
+  if (!ok || !std::isfinite(value)) return std::nullopt;
+  return value;
+}
+
+}  // namespace
+
+Velmora5::Velmora5(Context& context, ProducerFactory& producers, QObject* parent)
+    : QObject(parent), context_(context), producers_(producers) {
+  context_.g_sError.clear();
+  context_.g_sTempFolder = GetTempFolder(context_.workingSubfolder);
+  context_.g_sLang = QStringLiteral("zh-cn");
+  m_sCharset = QStringLiteral("utf-8");
+}
+
+Velmora5::~Velmora5() {
+  MyOnReadyStateWrapper.reset();
+  dropRequest(/*abortOpenRequest=*/false);
+  m_asOriginal.clear();
+  m_asSaved.clear();
+  cCapture.reset();
+}
+
+QString Velmora5::Test() { return QStringLiteral("Velmora"); }
+
+QString Velmora5::Version() const {
+  return QStringLiteral("%1.%2.0.%3")
+      .arg(VELMORA_VERSION_MAJOR)
+      .arg(VELMORA_VERSION_MINOR)
+      .arg(VELMORA_VERSION_REVISION);
+}
+
+QString Velmora5::Status() const {
+  return !context_.g_sError.isEmpty() || m_bFinished ? QStringLiteral("ok") : QString();
+}
+
+void Velmora5::setSendUrl(const QString& value) { m_sSendUrl = value + QStringLiteral("&action=local&type=local"); }
+
+void Velmora5::setLang(const QString& value) {
+  const QString lang = value.toLower();
+  context_.g_sLang = lang == u"zh-cn" || lang == u"zh-tw" ? lang : QStringLiteral("en");
+}
+
+void Velmora5::setCharset(const QString& value) { m_sCharset = value; }
+
+void Velmora5::setLocalSize(const QString& value) {
+  const std::optional<double> number = parseNumber(value);
+  if (!number) return;  // not numeric: the old limit stays
+  const double rounded = std::nearbyint(*number);  // the default rounding mode sends a half to the even integer
+  if (rounded < std::numeric_limits<int32_t>::min() || rounded > std::numeric_limits<int32_t>::max())
+    throw ScriptError(errnum::Overflow, QStringLiteral("Overflow"));
+  m_lLocalSize = static_cast<int32_t>(rounded);
+}
+
+void Velmora5::setLocalExt(const QString& value) { m_sLocalExt = value.toLower(); }
+
+// ---- Office imports -----------------------------------------------------------------
+
+QString Velmora5::GetExcelWorkSheetName(const QString& s_File) {
+  if (!IsValidFile(s_File, kExcelTypes)) {
+    context_.g_sError = invalidFile(kExcelTypes);
+    return QString();
+  }
+  QString names;
+  for (const QString& engine : enginesFor(QStringLiteral("0"), s_File, QStringLiteral("et"), QStringLiteral("excel")))
+    if (GetSheetNamesWith(engine, s_File, names)) break;
+  return names;
+}
+
+bool Velmora5::GetSheetNamesWith(const QString& engine, const QString& s_File, QString& names) {
+  return producers_.createExcelEngine(context_, engine)->GetExcelWorkSheetName(s_File, names);
+}
+
+void Velmora5::ImportExcelSheet(const QString& s_File, int16_t n_SheetIndex, const QString& s_Opt) {
+  const QString mode = GetOptValue(s_Opt, QStringLiteral("mode"));
+  const QString api = apiOption(s_Opt);
+  if (!IsValidFile(s_File, kExcelTypes)) {
+    context_.g_sError = invalidFile(kExcelTypes);
+    return;
+  }
+  if (mode == u"img") {
+    m_sStyle.clear();
+    if (!producers_.createExcelEngine(context_, QStringLiteral("excel"))
+             ->Excel2Images(s_File, n_SheetIndex, s_Opt, m_sBody))
+      return;
+    startUpload(QStringLiteral("wordimage"));
+    return;
+  }
+  bool converted = false;
+  for (const QString& engine : enginesFor(api, s_File, QStringLiteral("et"), QStringLiteral("excel")))
+    if ((converted = ImportSheetWith(engine, s_File, n_SheetIndex, s_Opt))) break;
+  if (converted) startUpload(QStringLiteral("excel"));
+}
+
+bool Velmora5::ImportSheetWith(const QString& engine, const QString& s_File, int16_t n_SheetIndex,
+                               const QString& s_Opt) {
+  return producers_.createExcelEngine(context_, engine)->Excel2HTML(s_File, n_SheetIndex, s_Opt, m_sStyle, m_sBody);
+}
+
+void Velmora5::ImportWord(const QString& s_File, const QString& s_Opt) {
+  const QString mode = GetOptValue(s_Opt, QStringLiteral("mode"));
+  const QString api = apiOption(s_Opt);
+  const QString printImage = GetOptValue(s_Opt, QStringLiteral("printimage"));
+  if (!IsValidFile(s_File, kWordTypes)) {
+    context_.g_sError = invalidFile(kWordTypes);
+    return;
+  }
+  if (mode != u"html") {
+    m_sStyle.clear();
+    const bool made = printImage == u"1"
+                          ? producers_.createDocumentPrinter(context_)->Word2Images(s_File, s_Opt, m_sBody)
+                          : producers_.createWordEngine(context_, QStringLiteral("word"))
+                                ->Word2Images(s_File, s_Opt, m_sBody);
+    if (made) startUpload(QStringLiteral("wordimage"));
+    return;
+  }
+  bool converted = false;
+  for (const QString& engine : enginesFor(api, s_File, QStringLiteral("wps"), QStringLiteral("word")))
+    if ((converted = ImportWordWith(engine, s_File, s_Opt))) break;
+  if (converted) startUpload(QStringLiteral("word"));
+}
+
+bool Velmora5::ImportWordWith(const QString& engine, const QString& s_File, const QString& s_Opt) {
+  std::unique_ptr<WordEngine> word = producers_.createWordEngine(context_, engine);
+  QString html;
+  if (!word->Word2HTML(s_File, html)) return false;
+  word->OptimizeHTML(QStringLiteral("import"), html, s_Opt, m_sStyle, m_sBody);
+  return true;
+}
+
+void Velmora5::ImportPPT(const QString& s_File, const QString& s_Opt) {
+  if (!IsValidFile(s_File, kSlideTypes)) {
+    context_.g_sError = invalidFile(kSlideTypes);
+    return;
+  }
+  m_sStyle.clear();
+  if (!producers_.createSlideExporter(context_)->PPT2Images(s_File, s_Opt, m_sBody)) return;
+  startUpload(QStringLiteral("wordimage"));
+}
+
+// ---- Clipboard flows ----------------------------------------------------------------
+
+void Velmora5::PasteWord(const QString& s_Opt) { pasteOfficeContent(s_Opt, /*excel=*/false); }
+
+void Velmora5::PasteExcel(const QString& s_Opt) { pasteOfficeContent(s_Opt, /*excel=*/true); }
+
+void Velmora5::pasteOfficeContent(const QString& s_Opt, bool excel) {
+  if (GetOptValue(s_Opt, QStringLiteral("mode")) != u"html") {
+    PasteImage(s_Opt);
+    return;
+  }
+  const QString html = GetClipboardHTML();
+  if (excel)
+    producers_.createExcelEngine(context_, QStringLiteral("excel"))
+        ->OptimizeHTML(QStringLiteral("paste"), html, s_Opt, m_sStyle, m_sBody);
+  else
+    producers_.createWordEngine(context_, QStringLiteral("word"))
+        ->OptimizeHTML(QStringLiteral("paste"), html, s_Opt, m_sStyle, m_sBody);
+  startUpload(QStringLiteral("local"));  // the clipboard route always counts as a success
+}
+
+void Velmora5::PasteImage(const QString& s_Opt) {
+  m_sStyle.clear();
+  if (producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(s_Opt, m_sBody))
+    startUpload(QStringLiteral("wordimage"));
+}
+
+// ---- Capture ------------------------------------------------------------------------
+
+void Velmora5::Capture(const QString& s_Opt) {
+  m_sCaptureOpt = s_Opt.isEmpty() ? QStringLiteral("imgtype:png") : s_Opt;
+  cCapture = producers_.createCaptureTool(context_);
+  connect(cCapture.get(), &CaptureTool::ReturnValue, this, &Velmora5::cCapture_ReturnValue, Qt::QueuedConnection);
+  cCapture->Capture();
+}
+
+void Velmora5::cCapture_ReturnValue(const QString& value) {
+  if (value == u"cancel") {
+    cCapture.reset();
+    context_.g_sError = QStringLiteral("cancel");
+  } else if (value == u"ok") {
+    cCapture.reset();
+    // Unlike PasteImage, Style keeps what the previous flow left.
+    if (producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(m_sCaptureOpt, m_sBody))
+      startUpload(QStringLiteral("wordimage"));
+  }
+  emit resultChanged();
+}
+
+// ---- Upload, quick format, Flash, dialogs, printer ----------------------------------
+
+void Velmora5::LocalUpload(const QString& s_HTML) {
+  context_.g_sError.clear();
+  m_sStyle.clear();
+  m_sOriginalFiles.clear();
+  m_sSavedFiles.clear();
+  // A link to an anchor inside a local file becomes a bare in-page anchor.
+  m_sBody = RegExpReplace(s_HTML, QStringLiteral(R"((href\s*?=\s*?['"])file[^'" >]+?(#[^\.'"\s>]*?['"]))"),
+                          QStringLiteral("$1$2"));
+  startUpload(QStringLiteral("local"));
+}
+
+void Velmora5::startUpload(const QString& uploadMode) {
+  m_sUploadMode = uploadMode;
+  CollectLocalFiles();
+  UploadNext();
+}
+
+void Velmora5::QuickFormat() { producers_.createQuickFormatter(context_)->QuickFormat(m_sStyle, m_sBody); }
+
+QString Velmora5::GetFlashHeader(const QString& s_File) {
+  std::unique_ptr<FlashHeaderReader> reader = producers_.createFlashHeaderReader(context_);
+  if (!reader->Parse(s_File)) return QString();
+  return QString::number(reader->Width()) + u'|' + QString::number(reader->Height());
+}
+
+QString Velmora5::DialogOpen(bool b_FileMustExist, bool b_MultiSelect, const QString& s_Filter, int32_t l_FilterIndex,
+                             const QString& s_InitDir, const QString& s_DlgTitle) {
+  return ShowOpenDialog(b_FileMustExist, b_MultiSelect, s_Filter, l_FilterIndex, s_InitDir, s_DlgTitle);
+}
+
+QString Velmora5::DialogSave(bool b_OverWritePrompt, const QString& s_Filter, int32_t l_FilterIndex,
+                             const QString& s_InitDir, const QString& s_DlgTitle, const QString& s_DefaultExt) {
+  return ShowSaveDialog(b_OverWritePrompt, s_Filter, l_FilterIndex, s_InitDir, s_DlgTitle, s_DefaultExt);
+}
+
+bool Velmora5::IsPrinterExist() { return producers_.IsPrinterExist(QStringLiteral("VelmoraPrinter")); }
+
+}  // namespace velmora
