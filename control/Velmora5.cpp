@@ -1,14 +1,11 @@
 #include "control/Velmora5.h"
 
 #include <QCoreApplication>
-#include <QLocale>
-#include <cmath>
-#include <limits>
-#include <optional>
 
 #include "Version.h"
 #include "clipboard/basClipBoard.h"
 #include "control/OptionString.h"
+#include "support/AutomationNumber.h"
 #include "support/RegExp.h"
 #include "support/ScriptError.h"
 #include "support/basPublic.h"
@@ -38,16 +35,6 @@ QStringList enginesFor(const QString& api, const QString& file, const QString& w
   if (api == u"2") return {QStringLiteral("wps")};
   if (GetFileExt(file).toLower() == wpsExtension) return {QStringLiteral("wps"), microsoftEngine};
   return {microsoftEngine, QStringLiteral("wps")};
-}
-
-// The platform's text-to-number rules for LocalSize: blanks around the text and a sign are
-// accepted, as are a decimal fraction and an exponent, in the C locale. A fraction goes to
-// the nearest integer, a half to the even one.
-std::optional<double> parseNumber(const QString& text) {
-  bool ok = false;
-  const double value = QLocale::c().toDouble(text.trimmed(), &ok);
-  if (!ok || !std::isfinite(value)) return std::nullopt;
-  return value;
 }
 
 }  // namespace
@@ -91,12 +78,7 @@ void Velmora5::setLang(const QString& value) {
 void Velmora5::setCharset(const QString& value) { m_sCharset = value; }
 
 void Velmora5::setLocalSize(const QString& value) {
-  const std::optional<double> number = parseNumber(value);
-  if (!number) return;  // not numeric: the old limit stays
-  const double rounded = std::nearbyint(*number);  // the default rounding mode sends a half to the even integer
-  if (rounded < std::numeric_limits<int32_t>::min() || rounded > std::numeric_limits<int32_t>::max())
-    throw ScriptError(errnum::Overflow, QStringLiteral("Overflow"));
-  m_lLocalSize = static_cast<int32_t>(rounded);
+  if (const std::optional<double> number = NumericValue(value)) m_lLocalSize = RoundToInteger<int32_t>(*number);
 }
 
 void Velmora5::setLocalExt(const QString& value) { m_sLocalExt = value.toLower(); }

@@ -1,11 +1,9 @@
 #include "server/Dispatch.h"
 
-#include <QLocale>
 #include <QMetaMethod>
-#include <cmath>
-#include <limits>
 
 #include "control/Velmora5.h"
+#include "support/AutomationNumber.h"
 #include "support/ScriptError.h"
 
 namespace velmora {
@@ -16,16 +14,17 @@ namespace {
 
 template <typename Int>
 Int toInteger(const QVariant& value) {
-  double number = 0;
-  bool ok = false;
   if (value.typeId() == QMetaType::Bool) return value.toBool() ? -1 : 0;
-  if (value.typeId() == QMetaType::QString) number = QLocale::c().toDouble(value.toString().trimmed(), &ok);
-  else number = value.toDouble(&ok);
-  if (!ok || !std::isfinite(number)) fail(errnum::TypeMismatch, QStringLiteral("Type mismatch"));
-  const double rounded = std::nearbyint(number);
-  if (rounded < std::numeric_limits<Int>::min() || rounded > std::numeric_limits<Int>::max())
-    fail(errnum::Overflow, QStringLiteral("Overflow"));
-  return static_cast<Int>(rounded);
+  std::optional<double> number;
+  if (value.typeId() == QMetaType::QString) {
+    number = NumericValue(value.toString());
+  } else {
+    bool ok = false;
+    const double d = value.toDouble(&ok);
+    if (ok) number = d;
+  }
+  if (!number) fail(errnum::TypeMismatch, QStringLiteral("Type mismatch"));
+  return RoundToInteger<Int>(*number);
 }
 
 bool toBoolean(const QVariant& value) {
