@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "cli/CallCommand.h"
+#include "cli/CleanCommand.h"
 #include "cli/Output.h"
 #include "support/ScriptError.h"
 
@@ -10,13 +11,17 @@ namespace {
 constexpr const char* kUsage =
     "usage: velmora [--set Property=Value]... [--timeout SECONDS] [--class Velmora5] call Member [Argument]...\n"
     "  Creates a control, sets its properties, calls one member and prints the result and\n"
-    "  the control's properties as JSON. An argument \"-\" stands for standard input.\n";
+    "  the control's properties as JSON. An argument \"-\" stands for standard input.\n"
+    "usage: velmora clean --engine word|excel|wps-word|wps-excel [--source import|paste] [--opt OPTIONS]\n"
+    "                     [--extra-css FILE] [--trace] [--style-out FILE --body-out FILE] FILE\n"
+    "  Cleans office HTML into Style and Body, printed as JSON or written to the two files.\n";
 
 int run(const QStringList& args) {
   if (args.isEmpty() || args[0] == u"--help" || args[0] == u"-h") {
     std::fputs(kUsage, args.isEmpty() ? stderr : stdout);
     return args.isEmpty() ? velmora::cli::ExitUsage : velmora::cli::ExitOk;
   }
+  if (args[0] == u"clean") return velmora::cli::runClean(args.mid(1));
   return velmora::cli::runCall(args);
 }
 

@@ -1,0 +1,107 @@
+#include "cli/CleanCommand.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include "cleanup/ExcelCleanup.h"
+#include "cleanup/WordCleanup.h"
+#include "cli/Output.h"
+#include "support/basPublic.h"
+
+namespace velmora::cli {
+
+namespace {
+
+struct CleanRequest {
+  QString engine;
+  QString source = QStringLiteral("import");
+  QString options;
+  QString extraCssFile;
+  QString styleOut;
+  QString bodyOut;
+  bool trace = false;
+  QString file;
+};
+
+CleanRequest parse(const QStringList& args) {
+  CleanRequest request;
+  for (qsizetype i = 0; i < args.size(); ++i) {
+    const QString& arg = args[i];
+    auto value = [&]() -> QString {
+      if (i + 1 >= args.size()) throw UsageError(arg + QStringLiteral(" needs a value"));
+      return args[++i];
+    };
+    if (arg == u"--engine") request.engine = value();
+    else if (arg == u"--source") request.source = value();
+    else if (arg == u"--opt") request.options = value();
+    else if (arg == u"--extra-css") request.extraCssFile = value();
+    else if (arg == u"--style-out") request.styleOut = value();
+    else if (arg == u"--body-out") request.bodyOut = value();
+    else if (arg == u"--trace") request.trace = true;
+    else if (arg.startsWith(u"--")) throw UsageError(QStringLiteral("unknown option: ") + arg);
+    else if (request.file.isEmpty()) request.file = arg;
+    else throw UsageError(QStringLiteral("one input file only"));
+  }
+  const QStringList engines{"word", "excel", "wps-word", "wps-excel"};
+  if (!engines.contains(request.engine)) throw UsageError(QStringLiteral("--engine wants one of: ") + engines.join(u", "));
+  if (request.source != u"import" && request.source != u"paste")
+    throw UsageError(QStringLiteral("--source wants import or paste"));
+  if (request.file.isEmpty()) throw UsageError(QStringLiteral("missing: the HTML file to clean"));
+  if (request.styleOut.isEmpty() != request.bodyOut.isEmpty())
+    throw UsageError(QStringLiteral("--style-out and --body-out go together"));
+  if (!request.extraCssFile.isEmpty() && request.engine != u"wps-excel")
+    throw UsageError(QStringLiteral("--extra-css belongs to --engine wps-excel"));
+  return request;
+}
+
+QString readInput(const QString& path) {
+  if (!FileExists(path)) throw UsageError(QStringLiteral("cannot read ") + path + QStringLiteral(": not a file"));
+  QFile probe(path);
+  if (!probe.open(QIODevice::ReadOnly)) throw UsageError(QStringLiteral("cannot read ") + path + u": " + probe.errorString());
+  return ReadTextFile(path);
+}
+
+void writeOutput(const QString& path, const QString& text) {
+  QFile file(path);
+  if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(text.toUtf8()) < 0)
+    throw UsageError(QStringLiteral("cannot write ") + path + u": " + file.errorString());
+}
+
+}  // namespace
+
+int runClean(const QStringList& arguments) {
+  const CleanRequest request = parse(arguments);
+  const QString html = readInput(request.file);
+  Context& context = Context::process();
+  RuleTrace trace;
+  RuleTrace* tracing = request.trace ? &trace : nullptr;
+  QString style, body;
+  if (request.engine == u"word" || request.engine == u"wps-word") {
+    const auto variant = request.engine == u"word" ? WordCleanup::Variant::Word : WordCleanup::Variant::WPS;
+    WordCleanup(context, variant).OptimizeHTML(request.source, html, request.options, style, body, tracing);
+  } else {
+    const QString extraCss = request.extraCssFile.isEmpty() ? QString() : readInput(request.extraCssFile);
+    ExcelCleanup(context).OptimizeHTML(request.source, html, extraCss, request.options, style, body, tracing);
+  }
+
+  QJsonObject out;
+  if (request.styleOut.isEmpty()) {
+    out.insert(QStringLiteral("Style"), style);
+    out.insert(QStringLiteral("Body"), body);
+  } else {
+    writeOutput(request.styleOut, style);
+    writeOutput(request.bodyOut, body);
+  }
+  if (request.trace) {
+    QJsonArray steps;
+    for (const RuleTrace::Step& step : trace.steps)
+      steps.append(QJsonObject{{"rule", step.rule}, {"change", double(step.sizeAfter - step.sizeBefore)}});
+    out.insert(QStringLiteral("trace"), steps);
+  }
+  if (!out.isEmpty()) printJson(out);
+  return ExitOk;
+}
+
+}  // namespace velmora::cli
