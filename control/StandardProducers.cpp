@@ -1,5 +1,6 @@
 #include "control/Producers.h"
 
+#include "clipboard/clsFlashHeader.h"
 #include "office/OfficeEngines.h"
 #include "printing/clsStrandelAPI.h"
 
@@ -16,16 +17,12 @@ namespace {
 
 // Every member fails the way the component behaves where its engine cannot be created:
 // the error text is cleared as the member starts, then "CreateObject:" and the reason.
-class UnavailableEngine : public SlideExporter, public DocumentPrinter, public FlashHeaderReader,
-                          public QuickFormatter {
+class UnavailableEngine : public SlideExporter, public DocumentPrinter, public QuickFormatter {
  public:
   UnavailableEngine(Context& context, QString progId) : context_(context), progId_(std::move(progId)) {}
 
   bool Word2Images(const QString&, const QString&, QString&) override { return fail(); }
   bool PPT2Images(const QString&, const QString&, QString&) override { return fail(); }
-  bool Parse(const QString&) override { return fail(); }
-  int16_t Width() const override { return 0; }
-  int16_t Height() const override { return 0; }
   void QuickFormat(QString&, QString&) override { fail(); }
 
  private:
@@ -67,7 +64,7 @@ std::unique_ptr<DocumentPrinter> ProducerFactory::createDocumentPrinter(Context&
 }
 
 std::unique_ptr<FlashHeaderReader> ProducerFactory::createFlashHeaderReader(Context& context) {
-  return std::make_unique<UnavailableEngine>(context, QStringLiteral("Velmora.FlashHeader"));
+  return std::make_unique<clsFlashHeader>(context);
 }
 
 std::unique_ptr<QuickFormatter> ProducerFactory::createQuickFormatter(Context& context) {
