@@ -1,5 +1,6 @@
 #include "control/Producers.h"
 
+#include "cleanup/clsQuickFormat.h"
 #include "clipboard/clsFlashHeader.h"
 #include "office/OfficeEngines.h"
 #include "printing/clsStrandelAPI.h"
@@ -17,13 +18,12 @@ namespace {
 
 // Every member fails the way the component behaves where its engine cannot be created:
 // the error text is cleared as the member starts, then "CreateObject:" and the reason.
-class UnavailableEngine : public SlideExporter, public DocumentPrinter, public QuickFormatter {
+class UnavailableEngine : public SlideExporter, public DocumentPrinter {
  public:
   UnavailableEngine(Context& context, QString progId) : context_(context), progId_(std::move(progId)) {}
 
   bool Word2Images(const QString&, const QString&, QString&) override { return fail(); }
   bool PPT2Images(const QString&, const QString&, QString&) override { return fail(); }
-  void QuickFormat(QString&, QString&) override { fail(); }
 
  private:
   bool fail() {
@@ -68,7 +68,7 @@ std::unique_ptr<FlashHeaderReader> ProducerFactory::createFlashHeaderReader(Cont
 }
 
 std::unique_ptr<QuickFormatter> ProducerFactory::createQuickFormatter(Context& context) {
-  return std::make_unique<UnavailableEngine>(context, QStringLiteral("Velmora.QuickFormat"));
+  return std::make_unique<clsQuickFormat>(context);
 }
 
 std::unique_ptr<CaptureTool> ProducerFactory::createCaptureTool(Context& context) {
