@@ -594,7 +594,7 @@ QString RegExpReplaceAll(const QString& text, const QString& pattern, const QStr
 
 QString RegExpSubMatch(const QString& text, const QString& pattern, int index) {
   const RegExp regExp(pattern);
-  if (index < 0 || index > regExp.groupCount()) {
+  if (index < 0 || index >= regExp.groupCount()) {
     throw ScriptError(errnum::InvalidProcedureCall,
                       QStringLiteral("Invalid procedure call or argument: group %1 of a regular expression "
                                      "with %2 groups")
@@ -603,7 +603,7 @@ QString RegExpSubMatch(const QString& text, const QString& pattern, int index) {
   }
   const std::optional<RegExpMatch> match = regExp.firstMatch(text);
   if (!match) return QString();
-  return index == 0 ? match->value : match->subMatches[index - 1];
+  return match->subMatches[index];
 }
 
 bool RegExpTest(const QString& pattern, const QString& text) { return RegExp(pattern).test(text); }
