@@ -74,6 +74,9 @@ class CaptureTool : public QObject {
   void ReturnValue(const QString& value);
 };
 
+// "CreateObject:" and the reason, as a producer reports an engine it cannot create.
+QString creationFailure(const QString& progId);
+
 // Which engine an import asks for: "word"/"wps" for documents, "excel"/"wps" for sheets.
 class ProducerFactory {
  public:

@@ -1,46 +1,33 @@
 #include "control/Producers.h"
 
+#include "cleanup/clsQuickFormat.h"
+#include "clipboard/clsFlashHeader.h"
+#include "office/OfficeEngines.h"
 #include "printing/clsStrandelAPI.h"
 
 namespace velmora {
 
-namespace {
-
-// The description a flow reports when the engine behind a program identifier cannot be
-// created on this machine.
-QString unavailable(const QString& progId) {
+QString creationFailure(const QString& progId) {
   if (progId.startsWith(u"WPS.") || progId.startsWith(u"ET.") || progId.startsWith(u"WPP."))
-    return progId + QStringLiteral(": WPS Office is not installed on this system");
-  return progId + QStringLiteral(": this engine is not available in this build of Velmora");
+    return QStringLiteral("CreateObject:") + progId + QStringLiteral(": WPS Office is not installed on this system");
+  return QStringLiteral("CreateObject:") + progId +
+         QStringLiteral(": this engine is not available in this build of Velmora");
 }
+
+namespace {
 
 // Every member fails the way the component behaves where its engine cannot be created:
 // the error text is cleared as the member starts, then "CreateObject:" and the reason.
-class UnavailableEngine : public WordEngine, public ExcelEngine, public SlideExporter, public DocumentPrinter,
-                          public FlashHeaderReader, public QuickFormatter {
+class UnavailableEngine : public SlideExporter, public DocumentPrinter {
  public:
   UnavailableEngine(Context& context, QString progId) : context_(context), progId_(std::move(progId)) {}
 
-  bool Word2HTML(const QString&, QString&) override { return fail(); }
-  void OptimizeHTML(const QString&, const QString&, const QString&, QString& style, QString& body) override {
-    style.clear();
-    body.clear();
-    fail();
-  }
   bool Word2Images(const QString&, const QString&, QString&) override { return fail(); }
-  bool WordPaste2Image(const QString&, QString&) override { return fail(); }
-  bool GetExcelWorkSheetName(const QString&, QString&) override { return fail(); }
-  bool Excel2HTML(const QString&, int16_t, const QString&, QString&, QString&) override { return fail(); }
-  bool Excel2Images(const QString&, int16_t, const QString&, QString&) override { return fail(); }
   bool PPT2Images(const QString&, const QString&, QString&) override { return fail(); }
-  bool Parse(const QString&) override { return fail(); }
-  int16_t Width() const override { return 0; }
-  int16_t Height() const override { return 0; }
-  void QuickFormat(QString&, QString&) override { fail(); }
 
  private:
   bool fail() {
-    context_.g_sError = QStringLiteral("CreateObject:") + unavailable(progId_);
+    context_.g_sError = creationFailure(progId_);
     return false;
   }
   Context& context_;
@@ -51,7 +38,7 @@ class UnavailableCapture : public CaptureTool {
  public:
   UnavailableCapture(Context& context) : context_(context) {}
   void Capture() override {
-    context_.g_sError = QStringLiteral("CreateObject:") + unavailable(QStringLiteral("Velmora.Capture"));
+    context_.g_sError = creationFailure(QStringLiteral("Velmora.Capture"));
   }
 
  private:
@@ -61,13 +48,11 @@ class UnavailableCapture : public CaptureTool {
 }  // namespace
 
 std::unique_ptr<WordEngine> ProducerFactory::createWordEngine(Context& context, const QString& engine) {
-  return std::make_unique<UnavailableEngine>(context, engine == u"wps" ? QStringLiteral("WPS.Application")
-                                                                       : QStringLiteral("Word.Application"));
+  return velmora::createWordEngine(context, engine);
 }
 
 std::unique_ptr<ExcelEngine> ProducerFactory::createExcelEngine(Context& context, const QString& engine) {
-  return std::make_unique<UnavailableEngine>(context, engine == u"wps" ? QStringLiteral("ET.Application")
-                                                                       : QStringLiteral("Excel.Application"));
+  return velmora::createExcelEngine(context, engine);
 }
 
 std::unique_ptr<SlideExporter> ProducerFactory::createSlideExporter(Context& context) {
@@ -79,11 +64,11 @@ std::unique_ptr<DocumentPrinter> ProducerFactory::createDocumentPrinter(Context&
 }
 
 std::unique_ptr<FlashHeaderReader> ProducerFactory::createFlashHeaderReader(Context& context) {
-  return std::make_unique<UnavailableEngine>(context, QStringLiteral("Velmora.FlashHeader"));
+  return std::make_unique<clsFlashHeader>(context);
 }
 
 std::unique_ptr<QuickFormatter> ProducerFactory::createQuickFormatter(Context& context) {
-  return std::make_unique<UnavailableEngine>(context, QStringLiteral("Velmora.QuickFormat"));
+  return std::make_unique<clsQuickFormat>(context);
 }
 
 std::unique_ptr<CaptureTool> ProducerFactory::createCaptureTool(Context& context) {

@@ -7,6 +7,10 @@
 
 namespace velmora {
 
+namespace detail {
+struct CompiledPattern;
+}
+
 // The regular-expression engine of every rule list: PCRE2 (16-bit code units, JIT) with
 // this dialect, close to ECMAScript's:
 //   - case-insensitive and global unless said otherwise;
@@ -15,7 +19,16 @@ namespace velmora {
 //   - `\s`, `\w`, `\d`, `\b` are ASCII-only; case-insensitive matching still folds non-ASCII
 //     letters (é matches É);
 //   - in a replacement, `$1`..`$99` insert a group (a group that did not take part inserts
-//     nothing), `$&` the whole match, `$$` a dollar sign; any other `$` stays as it is.
+//     nothing; two digits only when that group exists, so with one group `$10` is group 1
+//     and a "0"), `$&` the whole match, "$`" the text before it, `$'` the text after it,
+//     `$$` a dollar sign; any other `$` (`$0`, `$<name>`, a missing group) stays as it is;
+//   - ECMAScript escapes: `\uXXXX`, `\xXX`, `\v` (vertical tab), `\cX`, `\/`; a letter with
+//     no ECMAScript meaning (`\e`, `\z`, `\p`, ...) is that letter; a `{` or `}` that is not
+//     a quantifier is literal; `[]` matches nothing and `[^]` anything; a back-reference to
+//     a group that has not matched matches the empty text.
+// Text is matched by code point: a surrogate pair is one character, and an unpaired
+// surrogate is an ordinary character (it never stops or breaks a match). An empty match
+// moves the next search on by one character, as ECMAScript's global replace does.
 // An invalid pattern, or a match the engine cannot finish (match limit, JIT stack), throws
 // ScriptError; it never reads as "no match". Compiled patterns are cached per thread.
 struct RegExpMatch {
@@ -34,6 +47,8 @@ class RegExp {
   RegExp& operator=(const RegExp&);
 
   const QString& pattern() const;
+  // Number of capturing groups in the pattern.
+  int groupCount() const;
   bool test(const QString& text) const;
   // Every match when global, else the first one only.
   std::vector<RegExpMatch> execute(const QString& text) const;
@@ -41,8 +56,7 @@ class RegExp {
   QString replace(const QString& text, const QString& replacement) const;
 
  private:
-  struct Compiled;
-  std::shared_ptr<const Compiled> compiled_;
+  std::shared_ptr<const detail::CompiledPattern> compiled_;
   bool global_;
 };
 
@@ -50,7 +64,9 @@ class RegExp {
 QString RegExpReplace(const QString& text, const QString& pattern, const QString& replacement);
 // RegExpReplace again and again until the text no longer changes.
 QString RegExpReplaceAll(const QString& text, const QString& pattern, const QString& replacement);
-// Group `index` (0 = the whole match) of the first match, or "" when nothing matches.
+// Capturing group `index` of the first match, counted from 0 (0 is the first group, as the
+// rule lists number them), or "" when nothing matches or the group did not take part. An index the pattern does not have
+// throws ScriptError (errnum::InvalidProcedureCall).
 QString RegExpSubMatch(const QString& text, const QString& pattern, int index);
 // Whether `pattern` matches anywhere in `text` (note the argument order).
 bool RegExpTest(const QString& pattern, const QString& text);

@@ -1,0 +1,99 @@
+#include "clipboard/clsSaveBitmapAs.h"
+
+#include <QFile>
+#include <QImageWriter>
+#include <QPainter>
+#include <gif_lib.h>
+#include <vector>
+
+namespace velmora {
+
+namespace {
+
+// Pictures are flattened onto white: JPEG, BMP and GIF have no alpha channel to keep.
+QImage opaque(const QImage& image) {
+  if (!image.hasAlphaChannel()) return image.convertToFormat(QImage::Format_RGB888);
+  QImage flat(image.size(), QImage::Format_RGB888);
+  flat.fill(Qt::white);
+  QPainter(&flat).drawImage(0, 0, image);
+  return flat;
+}
+
+QByteArray formatFor(const QString& fileName) {
+  const QString ext = fileName.right(4).toLower();
+  if (ext == u".png") return "png";
+  if (ext == u".gif") return "gif";
+  if (ext == u".jpg") return "jpeg";
+  if (ext == u".tif") return "tiff";
+  if (ext == u".bmp") return "bmp";
+  return {};
+}
+
+}  // namespace
+
+bool clsSaveBitmapAs::fail(const QString& why) {
+  lastError_ = why;
+  return false;
+}
+
+bool clsSaveBitmapAs::SavePictureFromHDC(const QImage& bitmap, const QString& fileName) {
+  lastError_.clear();
+  const QByteArray format = formatFor(fileName);
+  if (format.isEmpty()) return fail(QStringLiteral("no encoder for the file name ") + fileName);
+  if (bitmap.isNull()) return fail(QStringLiteral("the picture is empty"));
+  if (format == "gif") {
+    QString error;
+    return WriteGif(bitmap, fileName, &error) || fail(error);
+  }
+  QImageWriter writer(fileName, format);
+  if (format == "jpeg") writer.setQuality(100);
+  const QImage image = format == "png" || format == "tiff" ? bitmap : opaque(bitmap);
+  if (writer.write(image)) return true;
+  QFile::remove(fileName);
+  return fail(writer.errorString());
+}
+
+bool WriteGif(const QImage& image, const QString& fileName, QString* error) {
+  const QImage rgb = opaque(image);
+  const unsigned width = unsigned(rgb.width()), height = unsigned(rgb.height());
+  const size_t pixels = size_t(width) * height;
+  std::vector<GifByteType> red(pixels), green(pixels), blue(pixels), indices(pixels);
+  for (unsigned y = 0; y < height; ++y) {
+    const uchar* line = rgb.constScanLine(int(y));
+    for (unsigned x = 0; x < width; ++x) {
+      const size_t i = size_t(y) * width + x;
+      red[i] = line[3 * x];
+      green[i] = line[3 * x + 1];
+      blue[i] = line[3 * x + 2];
+    }
+  }
+  int colours = 256;
+  std::vector<GifColorType> palette(256);
+  if (GifQuantizeBuffer(width, height, &colours, red.data(), green.data(), blue.data(), indices.data(),
+                        palette.data()) == GIF_ERROR) {
+    if (error) *error = QStringLiteral("GIF palette quantization failed");
+    return false;
+  }
+
+  int status = 0;
+  GifFileType* gif = EGifOpenFileName(QFile::encodeName(fileName).constData(), false, &status);
+  if (!gif) {
+    if (error) *error = QString::fromUtf8(GifErrorString(status));
+    return false;
+  }
+  ColorMapObject* map = GifMakeMapObject(256, palette.data());
+  bool ok = map && EGifPutScreenDesc(gif, int(width), int(height), 8, 0, map) != GIF_ERROR &&
+            EGifPutImageDesc(gif, 0, 0, int(width), int(height), false, nullptr) != GIF_ERROR;
+  for (unsigned y = 0; ok && y < height; ++y)
+    ok = EGifPutLine(gif, indices.data() + size_t(y) * width, int(width)) != GIF_ERROR;
+  const int writeError = gif->Error;
+  GifFreeMapObject(map);
+  ok = EGifCloseFile(gif, &status) != GIF_ERROR && ok;
+  if (!ok) {
+    if (error) *error = QString::fromUtf8(GifErrorString(writeError ? writeError : status));
+    QFile::remove(fileName);
+  }
+  return ok;
+}
+
+}  // namespace velmora

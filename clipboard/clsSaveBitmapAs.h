@@ -1,0 +1,24 @@
+#pragma once
+#include <QImage>
+#include <QString>
+
+namespace velmora {
+
+// Saves a picture to a file whose extension chooses the format: ".png", ".gif", ".jpg"
+// (quality 100), ".tif" or ".bmp", taken from the last four characters of the name
+// without regard to case. Any other ending saves nothing.
+class clsSaveBitmapAs {
+ public:
+  bool SavePictureFromHDC(const QImage& bitmap, const QString& fileName);
+  // Why the last save failed, in English; empty after a success.
+  const QString& lastError() const { return lastError_; }
+
+ private:
+  bool fail(const QString& why);
+  QString lastError_;
+};
+
+// GIF through giflib, with a median-cut palette of up to 256 colours.
+bool WriteGif(const QImage& image, const QString& fileName, QString* error);
+
+}  // namespace velmora

@@ -1,0 +1,611 @@
+#include "support/RegExp.h"
+
+#define PCRE2_CODE_UNIT_WIDTH 16
+#include <pcre2.h>
+
+#include <QHashFunctions>
+#include <algorithm>
+#include <limits>
+#include <list>
+#include <unordered_map>
+
+#include "support/ScriptError.h"
+
+namespace velmora {
+
+namespace detail {
+// One pattern compiled (and JIT-compiled when the machine allows) for this dialect.
+struct CompiledPattern {
+  QString pattern;
+  pcre2_code* code = nullptr;
+  int groupCount = 0;
+
+  CompiledPattern() = default;
+  CompiledPattern(const CompiledPattern&) = delete;
+  CompiledPattern& operator=(const CompiledPattern&) = delete;
+  ~CompiledPattern() { pcre2_code_free(code); }
+};
+}  // namespace detail
+
+namespace {
+
+using detail::CompiledPattern;
+
+// ---------------------------------------------------------------------------------------
+// Unpaired surrogates. The engine works in UTF mode (so that case-insensitive matching folds
+// non-ASCII letters), which needs valid UTF-16. Text from arbitrary data may hold a surrogate
+// without its partner; it is matched as a private-use character of the same length
+// (U+E000 + its offset in the surrogate block), so offsets do not move and every piece of
+// text handed back is cut from the caller's own string. (Only a pattern that names those
+// private-use characters, or surrogates, could tell the two apart.)
+
+bool isSurrogate(char16_t c) { return (c & 0xF800) == 0xD800; }
+bool isHighSurrogate(char16_t c) { return (c & 0xFC00) == 0xD800; }
+bool isLowSurrogate(char16_t c) { return (c & 0xFC00) == 0xDC00; }
+char16_t standInFor(char16_t surrogate) { return char16_t(0xE000 + (surrogate - 0xD800)); }
+
+bool isPairAt(const char16_t* s, qsizetype size, qsizetype i) {
+  return isHighSurrogate(s[i]) && i + 1 < size && isLowSurrogate(s[i + 1]);
+}
+
+// Offset of the first unpaired surrogate at or after `from`, or `size` when there is none.
+qsizetype findUnpairedSurrogate(const char16_t* s, qsizetype size, qsizetype from = 0) {
+  for (qsizetype i = from; i < size; ++i) {
+    if (!isSurrogate(s[i])) continue;
+    if (!isPairAt(s, size, i)) return i;
+    ++i;
+  }
+  return size;
+}
+
+// The subject as PCRE2 sees it: the caller's text, or a copy with stand-ins when it holds
+// unpaired surrogates.
+class Subject {
+ public:
+  explicit Subject(const QString& text)
+      : data_(reinterpret_cast<const char16_t*>(text.utf16())), size_(text.size()) {
+    qsizetype bad = findUnpairedSurrogate(data_, size_);
+    if (bad == size_) return;
+    valid_ = text;
+    char16_t* out = reinterpret_cast<char16_t*>(valid_.data());
+    for (; bad < size_; bad = findUnpairedSurrogate(out, size_, bad + 1)) out[bad] = standInFor(out[bad]);
+    data_ = reinterpret_cast<const char16_t*>(valid_.utf16());
+  }
+  PCRE2_SPTR data() const { return reinterpret_cast<PCRE2_SPTR>(data_); }
+  qsizetype size() const { return size_; }
+  // The offset one character after `pos` (a surrogate pair is one character).
+  qsizetype after(qsizetype pos) const { return pos + (pos < size_ && isPairAt(data_, size_, pos) ? 2 : 1); }
+
+ private:
+  const char16_t* data_;
+  qsizetype size_;
+  QString valid_;
+};
+
+// ---------------------------------------------------------------------------------------
+// From the ECMAScript form of a pattern to PCRE2's. Compile options cover most of the
+// dialect; this pass rewrites only what no option does, and keeps, for every unit it writes,
+// the offset of the unit it came from so that syntax errors point into the written pattern.
+
+class PatternTranslator {
+ public:
+  explicit PatternTranslator(const QString& source)
+      : src_(source), namedGroups_(hasNamedGroups(source)) {}
+
+  QString translate() {
+    out_.reserve(src_.size() + 8);
+    origin_.reserve(src_.size() + 9);
+    while (at_ < src_.size()) {
+      if (unit(at_) == u'\\') translateEscape();
+      else translatePlain();
+    }
+    origin_.push_back(src_.size());
+    return out_;
+  }
+  // Offset in the written pattern of unit `offset` of the translated one.
+  qsizetype sourceOffset(qsizetype offset) const {
+    return origin_[size_t(std::clamp<qsizetype>(offset, 0, qsizetype(origin_.size()) - 1))];
+  }
+
+ private:
+  // ECMAScript only treats \k as a back-reference when the pattern names a group.
+  static bool hasNamedGroups(const QString& s) {
+    for (qsizetype i = s.indexOf(u"(?<"); i >= 0; i = s.indexOf(u"(?<", i + 1)) {
+      if (i + 3 < s.size() && s[i + 3] != u'=' && s[i + 3] != u'!') return true;
+    }
+    return false;
+  }
+  static bool isAsciiLetter(char16_t c) { return (c | 0x20) >= u'a' && (c | 0x20) <= u'z'; }
+  static bool isAsciiDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
+  static int hexValue(char16_t c) {
+    if (isAsciiDigit(c)) return c - u'0';
+    if ((c | 0x20) >= u'a' && (c | 0x20) <= u'f') return (c | 0x20) - u'a' + 10;
+    return -1;
+  }
+
+  char16_t unit(qsizetype i) const { return i < src_.size() ? src_[i].unicode() : 0; }
+  // The value of the four hex digits at `i`, or -1.
+  int hex4(qsizetype i) const {
+    int value = 0;
+    for (qsizetype k = i; k < i + 4; ++k) {
+      int digit = k < src_.size() ? hexValue(unit(k)) : -1;
+      if (digit < 0) return -1;
+      value = value * 16 + digit;
+    }
+    return value;
+  }
+
+  void put(QStringView text) {
+    out_ += text;
+    origin_.insert(origin_.end(), size_t(text.size()), at_);
+  }
+  void put(char16_t c) { put(QStringView(&c, 1)); }
+
+  void translatePlain() {
+    const char16_t c = unit(at_);
+    if (isSurrogate(c)) {
+      if (isPairAt(reinterpret_cast<const char16_t*>(src_.utf16()), src_.size(), at_)) {
+        put(QStringView(src_).sliced(at_, 2));
+        at_ += 2;
+      } else {
+        put(standInFor(c));
+        ++at_;
+      }
+      return;
+    }
+    if (c == u'[') {
+      // A "[" inside a class is an ordinary character (PCRE2 would read "[:alpha:]").
+      put(inClass_ ? QStringView(u"\\[") : QStringView(u"["));
+      inClass_ = true;
+    } else {
+      if (c == u']') inClass_ = false;
+      put(c);
+    }
+    ++at_;
+  }
+
+  void translateEscape() {
+    const char16_t next = unit(at_ + 1);
+    if (at_ + 1 >= src_.size() || isSurrogate(next)) {
+      put(u'\\');  // a trailing "\" stays an error; an escaped astral character is literal
+      ++at_;
+      return;
+    }
+    if (next == u'u') return translateUnicodeEscape();
+    if (next == u'c') return translateControlEscape();
+    if (next == u'v') return putAndSkip(u"\\x0B", 2);  // PCRE2's \v is a class
+    if (isAsciiLetter(next) && !escapeKeepsItsMeaning(next)) return putAndSkip(QStringView(&next, 1), 2);
+    putAndSkip(QStringView(src_).sliced(at_, 2), 2);
+  }
+
+  // Escapes that mean the same in both dialects (or that PCRE2_ALT_BSUX makes so); any other
+  // letter is an identity escape in ECMAScript.
+  bool escapeKeepsItsMeaning(char16_t letter) const {
+    if (letter == u'k') return namedGroups_;
+    if (letter == u'B') return !inClass_;
+    return QStringView(u"bdDsSwWfnrtx").contains(QChar(letter));
+  }
+
+  // \uXXXX; a surrogate pair written as two escapes is one character, an unpaired one its
+  // stand-in (as in the subject).
+  void translateUnicodeEscape() {
+    const int value = hex4(at_ + 2);
+    if (value < 0) return putAndSkip(u"u", 2);
+    if (!isSurrogate(char16_t(value))) return putAndSkip(QStringView(src_).sliced(at_, 6), 6);
+    const int low = unit(at_ + 6) == u'\\' && unit(at_ + 7) == u'u' ? hex4(at_ + 8) : -1;
+    if (isHighSurrogate(char16_t(value)) && low >= 0 && isLowSurrogate(char16_t(low))) {
+      const char16_t pair[] = {char16_t(value), char16_t(low)};
+      return putAndSkip(QStringView(pair, 2), 12);
+    }
+    const char16_t standIn = standInFor(char16_t(value));
+    putAndSkip(QStringView(&standIn, 1), 6);
+  }
+
+  // \cX with a letter is a control character; in a class a digit or "_" works too; any other
+  // \c is a backslash followed by "c".
+  void translateControlEscape() {
+    const char16_t x = unit(at_ + 2);
+    if (isAsciiLetter(x)) return putAndSkip(QStringView(src_).sliced(at_, 3), 3);
+    if (inClass_ && (isAsciiDigit(x) || x == u'_')) {
+      return putAndSkip(QStringLiteral("\\x%1").arg(x % 32, 2, 16, QChar(u'0')), 3);
+    }
+    putAndSkip(u"\\\\", 1);
+  }
+
+  void putAndSkip(QStringView text, qsizetype sourceUnits) {
+    put(text);
+    at_ += sourceUnits;
+  }
+
+  const QString& src_;
+  const bool namedGroups_;
+  QString out_;
+  std::vector<qsizetype> origin_;
+  qsizetype at_ = 0;
+  bool inClass_ = false;
+};
+
+// ---------------------------------------------------------------------------------------
+// Compiling and caching.
+
+QString pcre2Message(int errorCode) {
+  PCRE2_UCHAR buffer[256];
+  const int length = pcre2_get_error_message(errorCode, buffer, 256);
+  return length > 0 ? QString::fromUtf16(reinterpret_cast<const char16_t*>(buffer), length)
+                    : QStringLiteral("error %1").arg(errorCode);
+}
+
+QString quoted(const QString& pattern) {
+  constexpr qsizetype kShown = 200;
+  return QStringLiteral("\"%1\"").arg(pattern.size() > kShown ? pattern.left(kShown) + QStringLiteral("...") : pattern);
+}
+
+// UTF so that case-insensitive matching folds non-ASCII letters, but never UCP, so that
+// \s \w \d \b stay ASCII; "$" only at the very end; ECMAScript's \u, \x, empty classes and
+// back-references to unset groups; and "." stops only at a line feed.
+constexpr uint32_t kCompileOptions = PCRE2_UTF | PCRE2_NEVER_UCP | PCRE2_DOLLAR_ENDONLY |
+                                     PCRE2_ALT_BSUX | PCRE2_ALLOW_EMPTY_CLASS |
+                                     PCRE2_MATCH_UNSET_BACKREF;
+
+std::shared_ptr<const CompiledPattern> compile(const QString& pattern, bool ignoreCase) {
+  PatternTranslator translator(pattern);
+  const QString translated = translator.translate();
+
+  std::unique_ptr<pcre2_compile_context, decltype(&pcre2_compile_context_free)> context(
+      pcre2_compile_context_create(nullptr), &pcre2_compile_context_free);
+  pcre2_set_newline(context.get(), PCRE2_NEWLINE_LF);
+
+  int errorCode = 0;
+  PCRE2_SIZE errorOffset = 0;
+  pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(translated.utf16()), PCRE2_SIZE(translated.size()),
+                                   kCompileOptions | (ignoreCase ? PCRE2_CASELESS : 0u), &errorCode,
+                                   &errorOffset, context.get());
+  if (!code) {
+    throw ScriptError(errnum::RegExpSyntax,
+                      QStringLiteral("Syntax error in regular expression at offset %1: %2 in %3")
+                          .arg(translator.sourceOffset(qsizetype(errorOffset)))
+                          .arg(pcre2Message(errorCode), quoted(pattern)));
+  }
+  // Without JIT (an unsupported machine, a pattern too large) the interpreter runs instead.
+  pcre2_jit_compile(code, PCRE2_JIT_COMPLETE);
+
+  auto compiled = std::make_shared<CompiledPattern>();
+  compiled->pattern = pattern;
+  compiled->code = code;
+  uint32_t groups = 0;
+  pcre2_pattern_info(code, PCRE2_INFO_CAPTURECOUNT, &groups);
+  compiled->groupCount = int(groups);
+  return compiled;
+}
+
+// Compiling and JIT-compiling costs far more than most matches, and rule lists use the same
+// few hundred patterns over and over: a bounded least-recently-used cache per thread.
+class PatternCache {
+ public:
+  std::shared_ptr<const CompiledPattern> get(const QString& pattern, bool ignoreCase) {
+    const Key key{pattern, ignoreCase};
+    if (auto found = index_.find(key); found != index_.end()) {
+      entries_.splice(entries_.begin(), entries_, found->second);
+      return found->second->second;
+    }
+    auto compiled = compile(pattern, ignoreCase);
+    entries_.emplace_front(key, compiled);
+    index_.emplace(key, entries_.begin());
+    if (entries_.size() > kCapacity) {
+      index_.erase(entries_.back().first);
+      entries_.pop_back();
+    }
+    return compiled;
+  }
+
+ private:
+  static constexpr size_t kCapacity = 512;
+  struct Key {
+    QString pattern;
+    bool ignoreCase;
+    bool operator==(const Key&) const = default;
+  };
+  struct KeyHash {
+    size_t operator()(const Key& key) const { return qHash(key.pattern, size_t(key.ignoreCase)); }
+  };
+  using Entries = std::list<std::pair<Key, std::shared_ptr<const CompiledPattern>>>;
+  Entries entries_;
+  std::unordered_map<Key, Entries::iterator, KeyHash> index_;
+};
+
+// ---------------------------------------------------------------------------------------
+// Matching.
+
+// JIT stack sizes. Patterns such as ([^a]|a)+ keep about 32 bytes per character they cover,
+// so rule lists over large documents need far more than PCRE2's 32 KB default. Each thread
+// keeps a modest stack; a match that overflows it is run again on a larger one, up to a
+// limit, which lives only as long as the operation (its pages are given back afterwards).
+constexpr size_t kThreadJitStack = size_t(8) << 20;
+constexpr size_t kLargestJitStack = size_t(1) << 30;
+// The interpreter (used only where JIT is unavailable) keeps its backtracking on the heap.
+constexpr uint32_t kHeapLimitKiB = 1u << 20;
+
+// A legitimate match costs about one unit of the match limit per character a lazy or
+// repeated item steps over; runaway backtracking grows far faster than the text.
+uint32_t matchLimitFor(qsizetype textSize) {
+  const quint64 limit = 10'000'000ull + 16ull * quint64(textSize);
+  return uint32_t(std::min<quint64>(limit, std::numeric_limits<uint32_t>::max()));
+}
+
+using JitStackPtr = std::unique_ptr<pcre2_jit_stack, decltype(&pcre2_jit_stack_free)>;
+JitStackPtr makeJitStack(size_t maxSize) {
+  return JitStackPtr(pcre2_jit_stack_create(32 * 1024, maxSize, nullptr), &pcre2_jit_stack_free);
+}
+
+// What every match on this thread reuses: the match context (limits, JIT stack) and the
+// match data, grown to the largest group count seen.
+class ThreadMatchState {
+ public:
+  static ThreadMatchState& get() {
+    thread_local ThreadMatchState state;
+    return state;
+  }
+  ~ThreadMatchState() {
+    pcre2_match_data_free(data_);
+    pcre2_match_context_free(context_);
+  }
+  pcre2_match_context* context() const { return context_; }
+  pcre2_match_data* dataFor(int groupCount) {
+    const uint32_t pairs = uint32_t(groupCount) + 1;
+    if (!data_ || pairs > dataPairs_) {
+      pcre2_match_data_free(data_);
+      dataPairs_ = std::max<uint32_t>(pairs, 16);
+      data_ = pcre2_match_data_create(dataPairs_, nullptr);
+      if (!data_) throw std::bad_alloc();
+    }
+    return data_;
+  }
+  void useJitStack(pcre2_jit_stack* stack) { pcre2_jit_stack_assign(context_, nullptr, stack ? stack : stack_.get()); }
+
+ private:
+  ThreadMatchState() : context_(pcre2_match_context_create(nullptr)), stack_(makeJitStack(kThreadJitStack)) {
+    if (!context_) throw std::bad_alloc();
+    pcre2_set_heap_limit(context_, kHeapLimitKiB);
+    useJitStack(nullptr);
+  }
+  pcre2_match_context* context_;
+  JitStackPtr stack_;
+  pcre2_match_data* data_ = nullptr;
+  uint32_t dataPairs_ = 0;
+};
+
+// One pass of a pattern over one text: finds the matches one after another, ECMAScript's
+// way (after an empty match the next search starts one character further on).
+class Matcher {
+ public:
+  Matcher(const CompiledPattern& pattern, const QString& text)
+      : pattern_(pattern), subject_(text), state_(ThreadMatchState::get()),
+        data_(state_.dataFor(pattern.groupCount)), ovector_(pcre2_get_ovector_pointer(data_)),
+        grownStack_(nullptr, &pcre2_jit_stack_free) {
+    pcre2_set_match_limit(state_.context(), matchLimitFor(text.size()));
+  }
+  ~Matcher() {
+    if (grownStack_) state_.useJitStack(nullptr);
+  }
+  Matcher(const Matcher&) = delete;
+  Matcher& operator=(const Matcher&) = delete;
+
+  bool next() {
+    if (searchFrom_ > subject_.size() || !run(searchFrom_)) {
+      searchFrom_ = subject_.size() + 1;
+      return false;
+    }
+    searchFrom_ = end(0) > start(0) ? end(0) : subject_.after(start(0));
+    return true;
+  }
+  // Offsets of group `group` (0 = the whole match) of the current match; -1 when the group
+  // did not take part.
+  qsizetype start(int group) const { return offset(2 * group); }
+  qsizetype end(int group) const { return offset(2 * group + 1); }
+  int groupCount() const { return pattern_.groupCount; }
+
+ private:
+  qsizetype offset(int index) const {
+    const PCRE2_SIZE value = ovector_[index];
+    return value == PCRE2_UNSET ? -1 : qsizetype(value);
+  }
+
+  bool run(qsizetype from) {
+    for (;;) {
+      const int rc = pcre2_match(pattern_.code, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
+                                 PCRE2_NO_UTF_CHECK, data_, state_.context());
+      if (rc > 0) return true;
+      if (rc == PCRE2_ERROR_NOMATCH) return false;
+      if (rc == PCRE2_ERROR_JIT_STACKLIMIT && growJitStack()) continue;
+      throw ScriptError(errnum::RegExpGaveUp,
+                        QStringLiteral("The regular expression could not finish the match (%1) in %2")
+                            .arg(rc == 0 ? QStringLiteral("too many groups") : pcre2Message(rc),
+                                 quoted(pattern_.pattern)));
+    }
+  }
+
+  bool growJitStack() {
+    if (grownStackSize_ >= kLargestJitStack) return false;
+    grownStackSize_ = std::min((grownStackSize_ ? grownStackSize_ : kThreadJitStack) * 8, kLargestJitStack);
+    grownStack_ = makeJitStack(grownStackSize_);
+    state_.useJitStack(grownStack_.get());
+    return bool(grownStack_);
+  }
+
+  const CompiledPattern& pattern_;
+  Subject subject_;
+  ThreadMatchState& state_;
+  pcre2_match_data* data_;
+  const PCRE2_SIZE* ovector_;
+  JitStackPtr grownStack_;
+  size_t grownStackSize_ = 0;
+  qsizetype searchFrom_ = 0;
+};
+
+// A replacement text read once: literal runs and references to the match.
+class Replacement {
+ public:
+  Replacement(const QString& text, int groupCount) : text_(text) {
+    qsizetype literalFrom = 0;
+    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
+      if (text[i] != u'$') continue;
+      const auto [part, length] = reference(i, groupCount);
+      if (length == 0) continue;
+      addLiteral(literalFrom, i);
+      parts_.push_back(part);
+      literalFrom = i + length;
+      i = literalFrom - 1;
+    }
+    addLiteral(literalFrom, text.size());
+  }
+
+  void appendTo(QString& out, const Matcher& match, QStringView subject) const {
+    for (const Part& part : parts_) {
+      switch (part.kind) {
+        case Kind::Literal: out += QStringView(text_).sliced(part.from, part.length); break;
+        case Kind::Group: appendGroup(out, match, subject, part.group); break;
+        case Kind::Before: out += subject.first(match.start(0)); break;
+        case Kind::After: out += subject.sliced(match.end(0)); break;
+      }
+    }
+  }
+
+ private:
+  enum class Kind { Literal, Group, Before, After };
+  struct Part {
+    Kind kind;
+    int group = 0;
+    qsizetype from = 0;
+    qsizetype length = 0;
+  };
+
+  static void appendGroup(QString& out, const Matcher& match, QStringView subject, int group) {
+    const qsizetype start = match.start(group);
+    if (start >= 0) out += subject.sliced(start, match.end(group) - start);
+  }
+  static bool isDigit(QChar c) { return c >= u'0' && c <= u'9'; }
+
+  // The reference that starts with the "$" at `at`, and how many units it takes (0: none,
+  // the "$" is literal). Group numbers follow ECMAScript: two digits only when that group
+  // exists, else one digit and a literal one.
+  std::pair<Part, qsizetype> reference(qsizetype at, int groupCount) const {
+    const QChar c = text_[at + 1];
+    if (c == u'$') return {{Kind::Literal, 0, at, 1}, 2};
+    if (c == u'&') return {{Kind::Group, 0}, 2};
+    if (c == u'`') return {{Kind::Before}, 2};
+    if (c == u'\'') return {{Kind::After}, 2};
+    if (!isDigit(c)) return {{}, 0};
+    const int first = c.unicode() - u'0';
+    if (at + 2 < text_.size() && isDigit(text_[at + 2])) {
+      const int both = first * 10 + (text_[at + 2].unicode() - u'0');
+      if (both >= 1 && both <= groupCount) return {{Kind::Group, both}, 3};
+    }
+    if (first >= 1 && first <= groupCount) return {{Kind::Group, first}, 2};
+    return {{}, 0};
+  }
+
+  void addLiteral(qsizetype from, qsizetype to) {
+    if (to > from) parts_.push_back({Kind::Literal, 0, from, to - from});
+  }
+
+  const QString& text_;
+  std::vector<Part> parts_;
+};
+
+RegExpMatch makeMatch(const Matcher& matcher, const QString& text) {
+  RegExpMatch match;
+  match.start = matcher.start(0);
+  match.length = matcher.end(0) - match.start;
+  match.value = text.sliced(match.start, match.length);
+  match.subMatches.reserve(matcher.groupCount());
+  for (int group = 1; group <= matcher.groupCount(); ++group) {
+    const qsizetype start = matcher.start(group);
+    match.subMatches.append(start < 0 ? QString() : text.sliced(start, matcher.end(group) - start));
+  }
+  return match;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------
+
+RegExp::RegExp(const QString& pattern, bool ignoreCase, bool global) : global_(global) {
+  thread_local PatternCache cache;
+  compiled_ = cache.get(pattern, ignoreCase);
+}
+
+RegExp::~RegExp() = default;
+RegExp::RegExp(const RegExp&) = default;
+RegExp& RegExp::operator=(const RegExp&) = default;
+
+const QString& RegExp::pattern() const { return compiled_->pattern; }
+
+int RegExp::groupCount() const { return compiled_->groupCount; }
+
+bool RegExp::test(const QString& text) const { return Matcher(*compiled_, text).next(); }
+
+std::vector<RegExpMatch> RegExp::execute(const QString& text) const {
+  std::vector<RegExpMatch> matches;
+  Matcher matcher(*compiled_, text);
+  while (matcher.next()) {
+    matches.push_back(makeMatch(matcher, text));
+    if (!global_) break;
+  }
+  return matches;
+}
+
+std::optional<RegExpMatch> RegExp::firstMatch(const QString& text) const {
+  Matcher matcher(*compiled_, text);
+  if (!matcher.next()) return std::nullopt;
+  return makeMatch(matcher, text);
+}
+
+QString RegExp::replace(const QString& text, const QString& replacement) const {
+  Matcher matcher(*compiled_, text);
+  if (!matcher.next()) return text;
+  const Replacement parts(replacement, compiled_->groupCount);
+  const QStringView subject(text);
+  QString out;
+  out.reserve(text.size() + replacement.size());
+  qsizetype copied = 0;
+  do {
+    out += subject.sliced(copied, matcher.start(0) - copied);
+    parts.appendTo(out, matcher, subject);
+    copied = matcher.end(0);
+  } while (global_ && matcher.next());
+  out += subject.sliced(copied);
+  return out;
+}
+
+QString RegExpReplace(const QString& text, const QString& pattern, const QString& replacement) {
+  return RegExp(pattern).replace(text, replacement);
+}
+
+QString RegExpReplaceAll(const QString& text, const QString& pattern, const QString& replacement) {
+  const RegExp regExp(pattern);
+  QString current = text;
+  for (;;) {
+    QString next = regExp.replace(current, replacement);
+    // replace() hands back the same string when nothing matched: no comparison needed.
+    if (next.constData() == current.constData() || next == current) return next;
+    current = std::move(next);
+  }
+}
+
+QString RegExpSubMatch(const QString& text, const QString& pattern, int index) {
+  const RegExp regExp(pattern);
+  if (index < 0 || index >= regExp.groupCount()) {
+    throw ScriptError(errnum::InvalidProcedureCall,
+                      QStringLiteral("Invalid procedure call or argument: group %1 of a regular expression "
+                                     "with %2 groups")
+                          .arg(index)
+                          .arg(regExp.groupCount()));
+  }
+  const std::optional<RegExpMatch> match = regExp.firstMatch(text);
+  if (!match) return QString();
+  return match->subMatches[index];
+}
+
+bool RegExpTest(const QString& pattern, const QString& text) { return RegExp(pattern).test(text); }
+
+}  // namespace velmora
