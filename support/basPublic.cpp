@@ -61,8 +61,9 @@ QString ToPoints(const QString& length) {
   if (unit == u"cm") {
     const std::optional<double> value = NumericValue(rest);
     if (!value) return QString();
-    // Shortest text that reads back as the same double, always with ".": CSS takes it as is.
-    return QString::number(*value * 28.35, 'g', QLocale::FloatingPointShortest);
+    // Fifteen significant digits, as doubles are written by default, so that 1.5cm is
+    // 42.525 and not its binary neighbour; always with ".", since CSS takes it as is.
+    return QString::number(*value * 28.35, 'g', 15);
   }
   if (unit == u"pt") return rest;
   return text;
