@@ -123,7 +123,9 @@ void AgentServer::refuse(QTcpSocket* socket, const QString& reason) {
 
 void AgentServer::openPage() {
   while (QWebSocket* socket = webSockets_.nextPendingConnection()) {
-    const QString name = QStringLiteral("page-%1-%2").arg(QCoreApplication::applicationPid()).arg(++pagesOpened_);
+    // Numbered across the process, so two servers in one program never share a folder.
+    static int pagesOpened = 0;
+    const QString name = QStringLiteral("page-%1-%2").arg(QCoreApplication::applicationPid()).arg(++pagesOpened);
     auto* page = new PageConnection(socket, name, hasDisplay_, this);
     pages_.append(page);
     connect(page, &QObject::destroyed, this, [this, page] {

@@ -46,7 +46,6 @@ class AgentServer : public QObject {
   QTcpServer tcp_;
   QWebSocketServer webSockets_;
   bool hasDisplay_ = true;
-  int pagesOpened_ = 0;
   QList<QObject*> pages_;
 };
 

@@ -60,6 +60,10 @@ void DemoServer::start(const QString& agentUrl) {
   Server& s = *server_;
   s.agentJson = QJsonDocument(QJsonObject{{"agent", agentUrl}}).toJson(QJsonDocument::Compact).toStdString();
   const quint16 port = port_;
+  // One request per connection: an idle kept-alive connection would hold one of the
+  // server's threads (and its stop) for seconds.
+  s.http.set_keep_alive_max_count(1);
+  s.http.new_task_queue = [] { return new httplib::ThreadPool(16); };
   // The same Host rule as the agent's door: a rebound DNS name gets nothing here either.
   s.http.set_pre_routing_handler([port](const httplib::Request& request, httplib::Response& response) {
     const QString host = QString::fromStdString(request.get_header_value("Host"));
