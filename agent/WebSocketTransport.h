@@ -1,4 +1,5 @@
 #pragma once
+#include <QPointer>
 #include <QWebChannelAbstractTransport>
 
 class QWebSocket;
@@ -8,6 +9,11 @@ namespace velmora::agent {
 // Carries a QWebChannel over one WebSocket: each channel message is one text message of
 // compact JSON. A message that is not a JSON object breaks the protocol and closes the
 // socket.
+//
+// Messages are handed to the channel from the event loop, not from inside the socket's
+// signal: a call may run a nested event loop (a dialog, an upload step), and the socket
+// must be free to close, and be cleaned up, meanwhile. Answers to a page that has gone are
+// dropped.
 class WebSocketTransport : public QWebChannelAbstractTransport {
   Q_OBJECT
 
@@ -19,7 +25,7 @@ class WebSocketTransport : public QWebChannelAbstractTransport {
   void receive(const QString& text);
   void refuseBinary(const QByteArray& bytes);
 
-  QWebSocket& socket_;
+  QPointer<QWebSocket> socket_;
 };
 
 }  // namespace velmora::agent

@@ -1,7 +1,7 @@
 // The agent end to end: the real agent in demo mode, its demo page in headless Chromium,
 // the WebSocket door, and what a page leaves behind when it goes.
 import assert from "node:assert/strict";
-import { spawn } from "node:child_process";
+import { execFileSync, spawn } from "node:child_process";
 import { existsSync, mkdtempSync, readdirSync, rmSync } from "node:fs";
 import http from "node:http";
 import { createRequire } from "node:module";
@@ -19,22 +19,19 @@ const agentPath = process.env.VELMORA_AGENT || path.join(repo, "build/velmora-ag
 const CHROMIUM_ARGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
   "--disable-background-networking", "--disable-component-update", "--disable-sync"];
 
-const scratch = mkdtempSync(path.join(tmpdir(), "velmora-e2e-"));
-const workRoot = path.join(scratch, "Velmora");
-let agent;            // the child process
-let agentLog = "";    // everything it wrote to stderr
-let agentExited;      // resolves with its exit code
-let wsPort;
-let demoOrigin;
+const started = [];        // every agent, for its folder
+const running = new Set();  // the agents still to stop
 let browser;
 const servers = [];
 
 // Nothing may hang: whatever is still running after this long is killed and the run fails.
 const watchdog = setTimeout(() => {
-  console.error("agent_e2e: timed out; agent log:\n" + agentLog);
-  agent?.kill("SIGKILL");
+  for (const agent of running) {
+    console.error("agent_e2e: timed out; agent log:\n" + agent.log);
+    agent.process.kill("SIGKILL");
+  }
   process.exit(1);
-}, 160_000);
+}, 170_000);
 watchdog.unref();
 
 function waitFor(check, what, timeoutMs = 10_000) {
@@ -43,30 +40,80 @@ function waitFor(check, what, timeoutMs = 10_000) {
     const poll = () => {
       const value = check();
       if (value) return resolve(value);
-      if (Date.now() - started > timeoutMs) return reject(new Error(`timed out waiting for ${what}\nagent log:\n${agentLog}`));
+      if (Date.now() - started > timeoutMs) {
+        return reject(new Error(`timed out waiting for ${what}\n${[...running].map((a) => a.log).join("\n")}`));
+      }
       setTimeout(poll, 50);
     };
     poll();
   });
 }
 
-function startAgent() {
-  const env = { ...process.env, TMPDIR: scratch, QT_QPA_PLATFORM: "offscreen", XDG_RUNTIME_DIR: scratch };
-  delete env.DISPLAY;
-  delete env.WAYLAND_DISPLAY;
-  agent = spawn(agentPath, ["--demo", "--port", "0", "--http-port", "0", "--web-root", webRoot],
-    { env, stdio: ["ignore", "ignore", "pipe"] });
-  agent.stderr.setEncoding("utf8");
-  agent.stderr.on("data", (text) => { agentLog += text; if (process.env.E2E_TRACE) process.stderr.write(`[${Date.now() % 100000}] ${text}`); });
-  agentExited = new Promise((resolve) => agent.on("exit", (code, signal) => resolve(code ?? signal)));
+// One agent in demo mode on free ports, with a temporary folder of its own. Without
+// `display` it runs on Qt's offscreen platform, as on a machine without a desktop.
+class Agent {
+  constructor({ display = false } = {}) {
+    this.scratch = mkdtempSync(path.join(tmpdir(), "velmora-e2e-"));
+    this.log = "";
+    const env = { ...process.env, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch };
+    if (display) {
+      env.QT_QPA_PLATFORM = "xcb";
+    } else {
+      env.QT_QPA_PLATFORM = "offscreen";
+      delete env.DISPLAY;
+      delete env.WAYLAND_DISPLAY;
+    }
+    this.process = spawn(agentPath, ["--demo", "--port", "0", "--http-port", "0", "--web-root", webRoot],
+      { env, stdio: ["ignore", "ignore", "pipe"] });
+    this.process.stderr.setEncoding("utf8");
+    this.process.stderr.on("data", (text) => {
+      this.log += text;
+      if (process.env.E2E_TRACE) process.stderr.write(text);
+    });
+    this.exited = new Promise((resolve) => this.process.on("exit", (code, signal) => resolve(code ?? signal)));
+    running.add(this);
+    started.push(this);
+  }
+
+  async started() {
+    this.wsPort = Number((await waitFor(() => this.log.match(/listening on ws:\/\/127\.0\.0\.1:(\d+)/), "the agent"))[1]);
+    this.demoOrigin = (await waitFor(() => this.log.match(/demo page on (http:\/\/127\.0\.0\.1:\d+)\//), "the demo"))[1];
+    return this;
+  }
+
+  async stop() {
+    if (this.process.exitCode === null && this.process.signalCode === null) {
+      this.process.kill("SIGTERM");
+      const stopped = await Promise.race([this.exited, new Promise((r) => setTimeout(() => r("timeout"), 5000))]);
+      if (stopped === "timeout") this.process.kill("SIGKILL");
+    }
+    running.delete(this);
+    return this.exited;
+  }
+
+  pageFolders() {
+    const root = path.join(this.scratch, "Velmora");
+    return existsSync(root) ? readdirSync(root).filter((name) => name.startsWith("page-")) : [];
+  }
+
+  openedPages() {
+    return [...this.log.matchAll(/page (page-\d+-\d+) opened/g)].map((match) => match[1]);
+  }
+
+  // Opens the demo page; its session's name ("page-<pid>-<n>") is page.sessionName.
+  async openDemo() {
+    const opened = this.openedPages().length;
+    const page = await browser.newPage();
+    page.setDefaultTimeout(15_000);
+    await page.goto(`${this.demoOrigin}/`);
+    await page.evaluate(() => window.velmoraDemo.ready.then(() => true));
+    await waitFor(() => this.openedPages().length > opened, "the page's session");
+    page.sessionName = this.openedPages().at(-1);
+    return page;
+  }
 }
 
-async function stopAgent() {
-  if (!agent || agent.exitCode !== null || agent.signalCode !== null) return;
-  agent.kill("SIGTERM");
-  const stopped = await Promise.race([agentExited, new Promise((r) => setTimeout(() => r("timeout"), 5000))]);
-  if (stopped === "timeout") agent.kill("SIGKILL");
-}
+let agent;  // the offscreen agent most tests talk to
 
 // A tiny HTTP server on 127.0.0.1 that answers every request with `html`.
 async function servePage(html) {
@@ -82,7 +129,7 @@ async function servePage(html) {
 // Sends a raw WebSocket handshake and answers the status line the agent sent back.
 function rawHandshake(headers) {
   return new Promise((resolve, reject) => {
-    const socket = net.connect(wsPort, "127.0.0.1");
+    const socket = net.connect(agent.wsPort, "127.0.0.1");
     let answer = "";
     socket.setTimeout(5000, () => { socket.destroy(); reject(new Error("no answer to the handshake")); });
     socket.on("connect", () => {
@@ -99,9 +146,9 @@ function rawHandshake(headers) {
 }
 
 // GET from the demo server with the path sent exactly as given.
-function rawGet(requestPath, host = `127.0.0.1:${new URL(demoOrigin).port}`) {
+function rawGet(requestPath, host = `127.0.0.1:${new URL(agent.demoOrigin).port}`) {
   return new Promise((resolve, reject) => {
-    const request = http.get({ host: "127.0.0.1", port: new URL(demoOrigin).port, path: requestPath,
+    const request = http.get({ host: "127.0.0.1", port: new URL(agent.demoOrigin).port, path: requestPath,
       headers: { Host: host }, timeout: 5000, agent: false }, (response) => {
       response.resume();
       resolve(response.statusCode);
@@ -111,37 +158,22 @@ function rawGet(requestPath, host = `127.0.0.1:${new URL(demoOrigin).port}`) {
   });
 }
 
-function pageFolders() {
-  return existsSync(workRoot) ? readdirSync(workRoot).filter((name) => name.startsWith("page-")) : [];
-}
-
-async function openDemo() {
-  const page = await browser.newPage();
-  page.setDefaultTimeout(15_000);
-  await page.goto(`${demoOrigin}/`);
-  await page.evaluate(() => window.velmoraDemo.ready.then(() => true));
-  return page;
-}
-
 before(async () => {
   assert.ok(existsSync(agentPath), `the agent is not built: ${agentPath}`);
-  startAgent();
-  const listening = await waitFor(() => agentLog.match(/listening on ws:\/\/127\.0\.0\.1:(\d+)/), "the agent to listen");
-  wsPort = Number(listening[1]);
-  demoOrigin = (await waitFor(() => agentLog.match(/demo page on (http:\/\/127\.0\.0\.1:\d+)\//), "the demo server"))[1];
+  agent = await new Agent().started();
   browser = await chromium.launch({ executablePath: "/usr/bin/chromium", args: CHROMIUM_ARGS, timeout: 30_000 });
 });
 
 after(async () => {
   await browser?.close().catch(() => {});
-  await stopAgent();
+  for (const each of [...running]) await each.stop();
+  for (const each of started) rmSync(each.scratch, { recursive: true, force: true });
   for (const server of servers) server.close();
-  rmSync(scratch, { recursive: true, force: true });
   clearTimeout(watchdog);
 });
 
 test("the demo page creates a control and reads it through the agent", { timeout: 60_000 }, async () => {
-  const page = await openDemo();
+  const page = await agent.openDemo();
   try {
     const seen = await page.evaluate(async () => {
       const { control } = await window.velmoraDemo.ready;
@@ -155,14 +187,44 @@ test("the demo page creates a control and reads it through the agent", { timeout
     assert.equal(await page.textContent('#output li[data-action="Test"]'), 'Test → "Velmora"');
     await page.click('button[data-action="Version"]');
     assert.equal(await page.textContent('#output li[data-action="Version"]'), 'Version → "5.1.0.0"');
+    await page.click('button[data-action="GetClipboardFlag"]');
+    assert.equal(await page.textContent('#output li[data-action="GetClipboardFlag"]'), 'GetClipboardFlag → "0|0|0|0|0|0"',
+      "the agent's own clipboard is empty");
     assert.equal(await page.textContent("#status"), '""');
   } finally {
     await page.close();
   }
 });
 
+test("results, setters and Status reach the page through the mirror", { timeout: 60_000 }, async () => {
+  const page = await agent.openDemo();
+  try {
+    const seen = await page.evaluate(async () => {
+      const { client } = await window.velmoraDemo.ready;
+      const v = await client.create("Velmora5");
+      const setterErrors = [];
+      v.addEventListener("error", (error) => setterErrors.push(error.number));
+      v.Lang = "en";
+      v.LocalSize = "99999999999";  // overflows: the setter's failure goes to "error" listeners
+      v.LocalExt = "PNG|JPG";
+      await v.LocalUpload('<p>no pictures</p><a href="file:///home/u/doc.html#part2">see</a>');
+      const done = await v.whenDone({ timeoutMs: 10_000 });
+      await v.release();
+      return { done, setterErrors, getterOfWriteOnly: v.SendUrl };
+    });
+    assert.equal(seen.done.Status, "ok");
+    assert.equal(seen.done.Error, "");
+    assert.equal(seen.done.Body, '<p>no pictures</p><a href="#part2">see</a>');
+    assert.equal(seen.done.OriginalFiles, "");
+    assert.deepEqual(seen.setterErrors, [6]);
+    assert.equal(seen.getterOfWriteOnly, undefined);
+  } finally {
+    await page.close();
+  }
+});
+
 test("failed calls reach the page with their automation error", { timeout: 60_000 }, async () => {
-  const page = await openDemo();
+  const page = await agent.openDemo();
   try {
     const errors = await page.evaluate(async () => {
       const { client, control } = await window.velmoraDemo.ready;
@@ -190,7 +252,7 @@ test("failed calls reach the page with their automation error", { timeout: 60_00
 });
 
 test("the page cannot delete the agent's session object", { timeout: 60_000 }, async () => {
-  const page = await openDemo();
+  const page = await agent.openDemo();
   try {
     const answer = await page.evaluate(async () => {
       const { client } = await window.velmoraDemo.ready;
@@ -212,7 +274,7 @@ test("the page cannot delete the agent's session object", { timeout: 60_000 }, a
 test("a page from an origin not on the allowlist is refused", { timeout: 60_000 }, async () => {
   const foreign = await servePage(`<!doctype html><script>
     window.outcome = new Promise((resolve) => {
-      const socket = new WebSocket("ws://127.0.0.1:${wsPort}");
+      const socket = new WebSocket("ws://127.0.0.1:${agent.wsPort}");
       let opened = false;
       socket.onopen = () => { opened = true; };
       socket.onclose = (event) => resolve({ opened, code: event.code });
@@ -222,21 +284,21 @@ test("a page from an origin not on the allowlist is refused", { timeout: 60_000 
     await page.goto(foreign);
     const outcome = await page.evaluate(() => window.outcome);
     assert.equal(outcome.opened, false);
-    await waitFor(() => agentLog.includes(`Origin "${foreign}" is not on the allowlist`), "the refusal in the log");
-    assert.match(agentLog, /refused connection from 127\.0\.0\.1:\d+: Origin "http:\/\/127\.0\.0\.1:\d+" is not on the allowlist/);
+    await waitFor(() => agent.log.includes(`Origin "${foreign}" is not on the allowlist`), "the refusal in the log");
+    assert.match(agent.log, /refused connection from 127\.0\.0\.1:\d+: Origin "http:\/\/127\.0\.0\.1:\d+" is not on the allowlist/);
   } finally {
     await page.close();
   }
 });
 
 test("a handshake through a name that is not loopback is refused", { timeout: 30_000 }, async () => {
-  const origin = `Origin: ${demoOrigin}`;
+  const origin = `Origin: ${agent.demoOrigin}`;
   assert.match(await rawHandshake(["Host: evil.example", origin]), /^HTTP\/1\.1 403/);
-  await waitFor(() => agentLog.includes('Host "evil.example" is not a loopback name'), "the Host refusal in the log");
-  assert.match(await rawHandshake([`Host: evil.example:${wsPort}`, origin]), /^HTTP\/1\.1 403/);
-  assert.match(await rawHandshake([`Host: 127.0.0.1:${wsPort}`]), /^HTTP\/1\.1 403/, "no Origin at all");
+  await waitFor(() => agent.log.includes('Host "evil.example" is not a loopback name'), "the Host refusal in the log");
+  assert.match(await rawHandshake([`Host: evil.example:${agent.wsPort}`, origin]), /^HTTP\/1\.1 403/);
+  assert.match(await rawHandshake([`Host: 127.0.0.1:${agent.wsPort}`]), /^HTTP\/1\.1 403/, "no Origin at all");
   // The same handshake through a loopback name goes through: the refusals were the door's.
-  assert.match(await rawHandshake([`Host: localhost:${wsPort}`, origin]), /^HTTP\/1\.1 101/);
+  assert.match(await rawHandshake([`Host: localhost:${agent.wsPort}`, origin]), /^HTTP\/1\.1 101/);
 });
 
 test("the demo server serves its own files only", { timeout: 30_000 }, async () => {
@@ -251,19 +313,55 @@ test("the demo server serves its own files only", { timeout: 30_000 }, async () 
 });
 
 test("a page that goes takes its controls and working folder with it", { timeout: 60_000 }, async () => {
-  const page = await openDemo();
-  const name = (await waitFor(() => [...agentLog.matchAll(/page (page-\d+-\d+) opened/g)].at(-1), "the page to open"))[1];
-  assert.ok(pageFolders().includes(name), `the page's working folder ${name} exists while it is open`);
+  const page = await agent.openDemo();
+  const name = page.sessionName;
+  assert.ok(agent.pageFolders().includes(name), `the page's working folder ${name} exists while it is open`);
   await page.close();
-  await waitFor(() => agentLog.includes(`page ${name} closed`), "the page to close");
-  await waitFor(() => !pageFolders().includes(name), "the page's working folder to go");
+  await waitFor(() => agent.log.includes(`page ${name} closed`), "the page to close");
+  await waitFor(() => !agent.pageFolders().includes(name), "the page's working folder to go");
 });
 
 test("stopping the agent closes the pages still open and deletes their folders", { timeout: 60_000 }, async () => {
-  const page = await openDemo();
-  await waitFor(() => pageFolders().length > 0, "an open page's folder");
-  await stopAgent();
-  assert.equal(await agentExited, 0);
-  assert.deepEqual(pageFolders(), []);
+  const page = await agent.openDemo();
+  await waitFor(() => agent.pageFolders().length > 0, "an open page's folder");
+  assert.equal(await agent.stop(), 0);
+  assert.deepEqual(agent.pageFolders(), []);
   await page.close();
+});
+
+// A display and xdotool are there when the tests run under Xvfb (scripts/test.sh).
+const hasDisplay = Boolean(process.env.DISPLAY) && (() => {
+  try { execFileSync("xdotool", ["version"], { stdio: "ignore" }); return true; } catch { return false; }
+})();
+
+test("a page that goes while its dialog is open is cleaned up once the dialog closes", {
+  timeout: 90_000, skip: hasDisplay ? false : "needs an X display and xdotool",
+}, async () => {
+  const desktop = await new Agent({ display: true }).started();
+  const owner = await desktop.openDemo();
+  const other = await desktop.openDemo();
+  await owner.evaluate(() => { velmoraDemo.ready.then(({ control }) => control.DialogOpen()); });
+  const dialog = await waitFor(() => {
+    try {
+      return execFileSync("xdotool", ["search", "--onlyvisible", "--pid", String(desktop.process.pid)],
+        { encoding: "utf8", timeout: 5000 }).trim().split("\n")[0];
+    } catch { return ""; }
+  }, "the open dialog");
+
+  // The dialog runs an event loop of its own: the agent keeps serving meanwhile.
+  assert.equal(await other.evaluate(async () => (await velmoraDemo.ready).control.get("Version")), "5.1.0.0");
+  assert.equal(await owner.evaluate(async () => (await velmoraDemo.ready).control.Test()), "Velmora");
+
+  // The page goes while its DialogOpen is still on the agent's stack: its session waits.
+  await owner.close();
+  await waitFor(() => desktop.log.includes(`page ${owner.sessionName} closed`), "the page to close");
+  assert.ok(desktop.pageFolders().includes(owner.sessionName));
+
+  execFileSync("xdotool", ["windowfocus", "--sync", dialog], { timeout: 5000 });
+  execFileSync("xdotool", ["key", "--window", dialog, "Escape"], { timeout: 5000 });
+  await waitFor(() => !desktop.pageFolders().includes(owner.sessionName), "the gone page's folder to be deleted");
+  assert.ok(desktop.pageFolders().includes(other.sessionName), "the other page keeps its folder");
+  assert.equal(await other.evaluate(async () => (await velmoraDemo.ready).control.Test()), "Velmora");
+  await other.close();
+  assert.equal(await desktop.stop(), 0);
 });
