@@ -51,7 +51,7 @@ export async function connect(url = DEFAULT_URL, { timeoutMs = 10000, QWebChanne
   );
   const session = channel.objects.velmora;
   if (!session) throw new Error("the agent offers no velmora object");
-  const client = new VelmoraClient(socket, session, closed);
+  const client = new VelmoraClient(socket, session, closed, url);
   await client._loadTypeLibrary();
   return client;
 }
@@ -63,9 +63,10 @@ export class VelmoraClient {
   #pending = new Set();
   #isClosed = false;
 
-  constructor(socket, session, closed) {
+  constructor(socket, session, closed, url) {
     this.#socket = socket;
     this.#session = session;
+    this.url = url;
     this.typeLibrary = null;
     // Resolves with the close event when the connection ends, for whatever reason.
     this.closed = closed.then((event) => {
