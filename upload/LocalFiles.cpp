@@ -91,12 +91,14 @@ QString Velmora5::filePathOf(const QString& reference) const {
   return path.replace(u'|', u':').replace(QStringLiteral("%20"), QStringLiteral(" "));
 }
 
-// A path that names no file here is refused like a missing file; that includes a relative
+// A path that names no file here is refused like a missing file. That includes a relative
 // one (a drive-letter path such as C:/a.png is one on this platform), which would
-// otherwise be looked up in whatever the process's current folder happens to be.
+// otherwise be looked up in whatever the process's current folder happens to be, and
+// anything but a regular file: a pipe would block the read, a device never end it.
 bool Velmora5::isAcceptable(const QString& path) const {
-  return QDir::isAbsolutePath(path) && IsValidFile(path, m_sLocalExt) &&
-         QFileInfo(path).size() / 1024.0 <= m_lLocalSize;
+  const QFileInfo file(path);
+  return QDir::isAbsolutePath(path) && IsValidFile(path, m_sLocalExt) && file.isFile() &&
+         file.size() / 1024.0 <= m_lLocalSize;
 }
 
 void Velmora5::FinishUpload() {
