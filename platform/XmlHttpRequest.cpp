@@ -99,17 +99,22 @@ XmlHttpRequest::~XmlHttpRequest() { abort(); }
 bool XmlHttpRequest::Open(const QString& method, const QString& url, bool async, QString& error) {
   abort();
   const QUrl parsed(url, QUrl::TolerantMode);
+  QString problem;
   if (!isToken(method)) {
-    error = QStringLiteral("invalid method \"%1\"").arg(method);
+    problem = QStringLiteral("invalid method \"%1\"").arg(method);
   } else if (!parsed.isValid()) {
-    error = QStringLiteral("invalid address \"%1\": %2").arg(url, parsed.errorString());
+    problem = QStringLiteral("invalid address \"%1\": %2").arg(url, parsed.errorString());
   } else if (parsed.scheme() != u"http" && parsed.scheme() != u"https") {
-    error = parsed.scheme().isEmpty() ? QStringLiteral("invalid address \"%1\": not an absolute http or https address").arg(url)
-                                      : QStringLiteral("invalid address \"%1\": unsupported protocol \"%2\"").arg(url, parsed.scheme());
+    problem = parsed.scheme().isEmpty()
+                  ? QStringLiteral("invalid address \"%1\": not an absolute http or https address").arg(url)
+                  : QStringLiteral("invalid address \"%1\": unsupported protocol \"%2\"").arg(url, parsed.scheme());
   } else if (parsed.host().isEmpty()) {
-    error = QStringLiteral("invalid address \"%1\": no host").arg(url);
+    problem = QStringLiteral("invalid address \"%1\": no host").arg(url);
   }
-  if (!error.isEmpty()) return false;
+  if (!problem.isEmpty()) {
+    error = problem;
+    return false;
+  }
 
   method_ = method.toUpper().toLatin1();
   url_ = parsed;

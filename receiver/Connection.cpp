@@ -43,18 +43,31 @@ bool endpoints(int fd, Endpoint& local, Endpoint& peer) {
   return true;
 }
 
-}  // namespace
-
-int connectionOf(const httplib::Request& request) {
+// Calls `visit` with every connected socket of the process until it returns true.
+template <class Visit>
+int findSocket(Visit visit) {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
     const int fd = std::stoi(entry.path().filename().string());
     Endpoint local, peer;
-    if (endpoints(fd, local, peer) && local.port == request.local_port && peer.port == request.remote_port &&
-        peer.address == request.remote_addr)
-      return fd;
+    if (endpoints(fd, local, peer) && visit(fd, local, peer)) return fd;
   }
   return -1;
+}
+
+}  // namespace
+
+int connectionOf(const httplib::Request& request) {
+  return findSocket([&](int, const Endpoint& local, const Endpoint& peer) {
+    return local.port == request.local_port && peer.port == request.remote_port && peer.address == request.remote_addr;
+  });
+}
+
+void shutdownConnections(int localPort) {
+  findSocket([&](int fd, const Endpoint& local, const Endpoint&) {
+    if (local.port == localPort) ::shutdown(fd, SHUT_RDWR);
+    return false;
+  });
 }
 
 bool clientConnected(int socket) {

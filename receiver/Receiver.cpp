@@ -78,6 +78,7 @@ Receiver::Receiver(Settings settings) : settings_(std::move(settings)), storage_
 int Receiver::bind() {
   const int port = settings_.port == 0 ? server_.bind_to_any_port(settings_.host)
                                        : (server_.bind_to_port(settings_.host, settings_.port) ? settings_.port : -1);
+  port_ = port;
   const bool v6 = settings_.host.find(':') != std::string::npos;
   baseUrl_ = "http://" + (v6 ? "[" + settings_.host + "]" : settings_.host) + ":" + std::to_string(port);
   return port;
@@ -92,6 +93,7 @@ void Receiver::stop() {
   }
   stopped_.notify_all();
   server_.stop();
+  shutdownConnections(port_);
 }
 
 void Receiver::post(const httplib::Request& request, httplib::Response& response,

@@ -54,6 +54,7 @@ class Receiver {
   Storage storage_;
   httplib::Server server_;
   std::string baseUrl_;
+  int port_ = -1;
   // The upload forms by their "action" query value. The upload control's block protocol
   // ("mfu") is meant to join "local" here.
   std::map<std::string, ActionHandler> actions_;
