@@ -69,6 +69,8 @@ void setText(httplib::Response& response, int status, const std::string& text) {
 
 Receiver::Receiver(Settings settings) : settings_(std::move(settings)), storage_(settings_.root) {
   actions_["local"] = &Receiver::localUpload;
+  server_.set_tcp_nodelay(true);  // answers are small writes: no waiting for acknowledgements
+  server_.set_keep_alive_max_count(1000);  // a page uploads file after file on one connection
   server_.Post(".*", [this](const httplib::Request& request, httplib::Response& response,
                             const httplib::ContentReader& reader) { post(request, response, reader); });
   server_.Get(R"(/files/([^/]+))",
