@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTextDocument>
@@ -522,6 +523,34 @@ TEST(WordCleanupBadInput, BacktrackingBaitFinishesOrFailsClearly) {
   const QString styleRuns = "<head><style>" + QString("p {mso-a:1;color:red;}").repeated(5000) + "</style></head>";
   EXPECT_TEXT(clean("import", styleRuns, "optimizemode:1").style,
               "<style>\r\n" + QString("p {color:red;}\r\n").repeated(4999) + "p {color:red;}\r\n</style>");
+}
+
+// Mutated documents with every option on or off: each call either gives a result or a
+// clear ScriptError.
+TEST(WordCleanupBadInput, MutatedDocumentsSurvive) {
+  const QStringList documents = {fixture("saved_page.htm"), fixture("clipboard_format.txt"), fixture("wps_page.htm")};
+  const QStringList keys = {"opt1vml", "opt1absolute", "opt1eq", "opt1margin", "opt1space", "opt1grid",
+                            "opt2image", "opt2table", "opt2eq", "opt2indent", "opt2ptobr", "pagewidth",
+                            "pagemargin", "pageeffect", "pagescroll"};
+  QRandomGenerator random(4101);
+  for (int round = 0; round < 150; ++round) {
+    QString html = documents[round % documents.size()];
+    for (int edit = 0; edit < 6; ++edit) {
+      const qsizetype at = random.bounded(int(html.size()));
+      if (random.bounded(2)) html.remove(at, random.bounded(40));
+      else html.insert(at, html.mid(random.bounded(int(html.size())), random.bounded(40)));
+    }
+    QString options = random.bounded(2) ? "optimizemode:1" : "optimizemode:2";
+    for (const QString& key : keys)
+      if (random.bounded(2)) options += ";" + key + ":1";
+    try {
+      const Cleaned out = clean(round % 2 ? "paste" : "import", html, options,
+                                round % 3 ? Variant::Word : Variant::WPS);
+      EXPECT_FALSE(out.body.size() > html.size() + 2000) << options.toStdString();
+    } catch (const ScriptError& error) {
+      EXPECT_EQ(error.number(), errnum::RegExpGaveUp);
+    }
+  }
 }
 
 // A match the engine cannot finish is the caller's error, reported to the script as a
