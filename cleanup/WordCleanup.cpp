@@ -85,8 +85,8 @@ class Pipeline {
   RuleTrace* trace_;
 };
 
-// Drops the title and everything before it; returns the head and leaves the rest in
-// `text`. Without "</head>" the whole text is both.
+// Drops the title and everything before it; returns the head without Word's own
+// conditional blocks and leaves the rest in `text`. Without "</head>" the whole text is both.
 QString Pipeline::splitOffHead(QString& text) const {
   const qsizetype titleEnd = text.indexOf(u"</title>", 0, Qt::CaseInsensitive);
   if (titleEnd >= 0) text.remove(0, titleEnd + 8);
