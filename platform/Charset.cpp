@@ -213,7 +213,9 @@ bool Charset::isKnown(const QString& charset) {
 bool Charset::decode(const QByteArray& bytes, const QString& charset, QString& out, QString* error) {
   const QString key = labelKey(charset);
   if (const auto encoding = unicodeEncoding(key)) {
-    QStringDecoder decoder(*encoding);  // drops a leading byte-order mark, as browsers do
+    // Stateless: a sequence cut at the end becomes U+FFFD instead of vanishing. A leading
+    // byte-order mark is dropped, as browsers do.
+    QStringDecoder decoder(*encoding, QStringConverter::Flag::Stateless);
     out = decoder.decode(bytes);
     return true;
   }
@@ -224,7 +226,7 @@ bool Charset::decode(const QByteArray& bytes, const QString& charset, QString& o
 bool Charset::encode(const QString& text, const QString& charset, QByteArray& out, QString* error) {
   const QString key = labelKey(charset);
   if (const auto encoding = unicodeEncoding(key)) {
-    QStringEncoder encoder(*encoding);  // no byte-order mark
+    QStringEncoder encoder(*encoding, QStringConverter::Flag::Stateless);  // no byte-order mark
     out = encoder.encode(text);
     return true;
   }

@@ -100,6 +100,9 @@ TEST(Charset, InvalidBytesDecodeAsReplacementCharacters) {
   EXPECT_EQ(text, u"A\uFFFD B"_s);
   ASSERT_TRUE(Charset::decode(QByteArray::fromHex("41c342"), u"utf-8"_s, text));
   EXPECT_EQ(text, u"A\uFFFDB"_s);
+  ASSERT_TRUE(Charset::decode(QByteArray::fromHex("41e4b8"), u"utf-8"_s, text));
+  EXPECT_TRUE(text.startsWith(u'A') && text.size() > 1) << "a sequence cut at the end is not lost";
+  EXPECT_EQ(text.mid(1), QString(text.size() - 1, QChar(0xFFFD)));
 }
 
 TEST(Charset, UnicodeCharsetsWriteNoMarkAndDropOneWhenReading) {
