@@ -1,1 +1,167 @@
-int main() { return 1; }
+// velmora-agent: serves the controls to web pages over a WebSocket on 127.0.0.1.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSocketNotifier>
+#include <csignal>
+#include <cstdio>
+#include <stdexcept>
+
+#include "agent/AgentServer.h"
+#include "agent/DemoServer.h"
+#include "agent/Log.h"
+
+namespace {
+
+using namespace velmora::agent;
+
+constexpr int kExitUsage = 2;
+constexpr quint16 kDefaultPort = 8765;
+constexpr quint16 kDefaultDemoPort = 8766;
+
+struct Options {
+  quint16 port = kDefaultPort;
+  quint16 demoPort = kDefaultDemoPort;
+  bool demo = false;
+  QStringList allowedOrigins;
+  QString webRoot;
+};
+
+quint16 portOption(const QCommandLineParser& parser, const QString& name, quint16 fallback) {
+  if (!parser.isSet(name)) return fallback;
+  bool ok = false;
+  const uint port = parser.value(name).toUInt(&ok);
+  if (!ok || port > 65535) throw std::runtime_error(QStringLiteral("--%1 wants a port number").arg(name).toStdString());
+  return quint16(port);
+}
+
+// The web folder next to the program: <build>/../web in a source tree, or an installed
+// share/velmora/web.
+QString findWebRoot() {
+  const QDir programDir(QCoreApplication::applicationDirPath());
+  for (const QString& candidate : {programDir.filePath(QStringLiteral("../web")),
+                                   programDir.filePath(QStringLiteral("../share/velmora/web"))})
+    if (QFileInfo::exists(candidate + QStringLiteral("/velmora.js"))) return QDir(candidate).canonicalPath();
+  return {};
+}
+
+Options parseOptions(const QApplication& app) {
+  QCommandLineParser parser;
+  parser.setApplicationDescription(QStringLiteral(
+      "Serves the Velmora controls to web pages: QWebChannel over a WebSocket on 127.0.0.1.\n"
+      "Only pages from an allowed origin get in, and only through a loopback Host name."));
+  parser.addHelpOption();
+  parser.addOptions({
+      {QStringLiteral("port"), QStringLiteral("WebSocket port on 127.0.0.1 (0: any free one)."), QStringLiteral("PORT"),
+       QString::number(kDefaultPort)},
+      {QStringLiteral("allow-origin"), QStringLiteral("Let pages from ORIGIN in (repeatable)."),
+       QStringLiteral("ORIGIN")},
+      {QStringLiteral("settings"), QStringLiteral("JSON file {\"allowedOrigins\": [...]}."), QStringLiteral("FILE")},
+      {QStringLiteral("demo"), QStringLiteral("Also serve the demo page; its origin is then allowed.")},
+      {QStringLiteral("http-port"), QStringLiteral("Demo page port on 127.0.0.1 (0: any free one)."),
+       QStringLiteral("PORT"), QString::number(kDefaultDemoPort)},
+      {QStringLiteral("web-root"), QStringLiteral("The web folder (velmora.js, demo/, node_modules/)."),
+       QStringLiteral("DIR")},
+  });
+  parser.process(app);
+  if (!parser.positionalArguments().isEmpty())
+    throw std::runtime_error("unexpected argument: " + parser.positionalArguments().first().toStdString());
+
+  Options options;
+  options.port = portOption(parser, QStringLiteral("port"), kDefaultPort);
+  options.demoPort = portOption(parser, QStringLiteral("http-port"), kDefaultDemoPort);
+  options.demo = parser.isSet(QStringLiteral("demo"));
+  for (const QString& origin : parser.values(QStringLiteral("allow-origin"))) {
+    if (velmora::agent::normalizeOrigin(origin).isEmpty())
+      throw std::runtime_error("--allow-origin wants an origin like http://127.0.0.1:8080, got: " + origin.toStdString());
+    options.allowedOrigins.append(origin);
+  }
+  if (parser.isSet(QStringLiteral("settings")))
+    options.allowedOrigins += readAllowedOrigins(parser.value(QStringLiteral("settings")));
+  options.webRoot = parser.isSet(QStringLiteral("web-root")) ? parser.value(QStringLiteral("web-root")) : findWebRoot();
+  return options;
+}
+
+std::unique_ptr<DemoServer> makeDemoServer(const QString& webRoot) {
+  if (webRoot.isEmpty() || !QFileInfo::exists(webRoot + QStringLiteral("/velmora.js")))
+    throw std::runtime_error("the demo needs the web folder (velmora.js, demo/): give --web-root DIR");
+  const QString editor = webRoot + QStringLiteral("/node_modules/quill/dist");
+  if (!QFileInfo(editor).isDir()) log(QStringLiteral("the demo's editor is missing (%1): run npm ci in web/").arg(editor));
+  QFile channelScript(QStringLiteral(":/qtwebchannel/qwebchannel.js"));
+  if (!channelScript.open(QIODevice::ReadOnly)) throw std::runtime_error("Qt's qwebchannel.js resource is missing");
+  StaticFiles files({{QStringLiteral("/velmora.js"), webRoot + QStringLiteral("/velmora.js")},
+                     {QStringLiteral("/demo/"), webRoot + QStringLiteral("/demo")},
+                     {QStringLiteral("/quill/"), editor}});
+  return std::make_unique<DemoServer>(std::move(files), channelScript.readAll());
+}
+
+// SIGINT and SIGTERM end the event loop, so pages are closed and their folders deleted.
+int signalPipe[2];
+
+void quitOnSignals() {
+  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0) return;
+  auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, qApp);
+  QObject::connect(notifier, &QSocketNotifier::activated, qApp, &QCoreApplication::quit);
+  struct sigaction action {};
+  action.sa_handler = [](int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
+  };
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
+int run(QApplication& app) {
+  const Options options = parseOptions(app);
+  QStringList origins = options.allowedOrigins;
+  std::unique_ptr<DemoServer> demo;
+  if (options.demo) {
+    demo = makeDemoServer(options.webRoot);
+    QString error;
+    if (!demo->bind(options.demoPort, &error)) throw std::runtime_error(error.toStdString());
+    origins.prepend(demo->origin());
+  }
+
+  AgentServer agent(origins);
+  agent.setHasDisplay(QGuiApplication::platformName() != u"offscreen");
+  QString error;
+  if (!agent.listen(options.port, &error))
+    throw std::runtime_error(QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(options.port).arg(error).toStdString());
+  const QString agentUrl = QStringLiteral("ws://127.0.0.1:%1").arg(agent.port());
+  log(QStringLiteral("listening on %1").arg(agentUrl));
+  const QStringList& allowed = agent.policy().allowedOrigins();
+  log(allowed.isEmpty() ? QStringLiteral("no origin is allowed: give --allow-origin or --settings")
+                        : QStringLiteral("allowed origins: ") + allowed.join(QStringLiteral(", ")));
+  if (demo) {
+    demo->start(agentUrl);
+    log(QStringLiteral("demo page on %1/").arg(demo->origin()));
+  }
+  quitOnSignals();
+  const int code = app.exec();
+  log(QStringLiteral("stopping"));
+  return code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Without a display the agent still serves everything that shows no window.
+  if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+  QApplication app(argc, argv);
+  QApplication::setApplicationName(QStringLiteral("velmora-agent"));
+  QApplication::setQuitOnLastWindowClosed(false);
+  try {
+    return run(app);
+  } catch (const std::exception& error) {
+    log(QString::fromUtf8(error.what()));
+    return kExitUsage;
+  }
+}

@@ -1,0 +1,139 @@
+#include "agent/AgentServer.h"
+
+#include <QCoreApplication>
+#include <QTcpSocket>
+#include <QTimer>
+#include <QWebChannel>
+#include <QWebSocket>
+#include <QWebSocketCorsAuthenticator>
+
+#include "agent/Log.h"
+#include "agent/PageSession.h"
+#include "agent/WebSocketTransport.h"
+
+namespace velmora::agent {
+
+namespace {
+
+constexpr qsizetype kMaxRequestHead = 16 * 1024;
+constexpr int kHandshakeTimeoutMs = 10000;
+
+// One connected page: its socket, the channel over it and the session the channel
+// publishes as "velmora". It goes when the socket closes, once no call of the page is on
+// the stack any more.
+class PageConnection : public QObject {
+ public:
+  PageConnection(QWebSocket* socket, const QString& name, bool hasDisplay, QObject* parent)
+      : QObject(parent), socket_(socket), transport_(*socket), session_(name) {
+    socket_->setParent(this);
+    session_.setHasDisplay(hasDisplay);
+    channel_.registerObject(QStringLiteral("velmora"), &session_);
+    channel_.connectTo(&transport_);
+    log(QStringLiteral("page %1 opened from %2 (%3), working folder %4")
+            .arg(name, socket_->origin(), peerOf(*socket_), session_.workingFolder()));
+    connect(socket_, &QWebSocket::disconnected, this, [this, name] {
+      log(QStringLiteral("page %1 closed").arg(name));
+      session_.whenIdle([this] { deleteLater(); });
+    });
+  }
+  ~PageConnection() override { channel_.disconnectFrom(&transport_); }
+
+ private:
+  QWebSocket* socket_;
+  WebSocketTransport transport_;
+  PageSession session_;
+  QWebChannel channel_;  // last: it goes first, before the objects it publishes
+};
+
+}  // namespace
+
+AgentServer::AgentServer(QStringList allowedOrigins, QObject* parent)
+    : QObject(parent),
+      allowedOrigins_(std::move(allowedOrigins)),
+      webSockets_(QStringLiteral("velmora-agent"), QWebSocketServer::NonSecureMode) {
+  connect(&tcp_, &QTcpServer::newConnection, this, [this] {
+    while (QTcpSocket* socket = tcp_.nextPendingConnection()) screen(socket);
+  });
+  // The door has checked the Origin already; the WebSocket server's own check applies the
+  // same policy to the Origin as it reads it.
+  connect(&webSockets_, &QWebSocketServer::originAuthenticationRequired, this,
+          [this](QWebSocketCorsAuthenticator* authenticator) {
+            authenticator->setAllowed(policy_ && policy_->isOriginAllowed(authenticator->origin()));
+          });
+  connect(&webSockets_, &QWebSocketServer::newConnection, this, &AgentServer::openPage);
+}
+
+AgentServer::~AgentServer() {
+  // Pages first: their sessions free their controls and delete their working folders.
+  qDeleteAll(std::exchange(pages_, {}));
+}
+
+bool AgentServer::listen(quint16 port, QString* error) {
+  if (!tcp_.listen(QHostAddress::LocalHost, port)) {
+    if (error) *error = tcp_.errorString();
+    return false;
+  }
+  policy_.emplace(tcp_.serverPort(), allowedOrigins_);
+  return true;
+}
+
+
+void AgentServer::screen(QTcpSocket* socket) {
+  socket->setParent(this);
+  auto* timer = new QTimer(socket);
+  timer->setSingleShot(true);
+  timer->setObjectName(QStringLiteral("door"));
+  connect(timer, &QTimer::timeout, this, [this, socket] {
+    refuse(socket, QStringLiteral("no complete handshake within %1 s").arg(kHandshakeTimeoutMs / 1000));
+  });
+  timer->start(kHandshakeTimeoutMs);
+  connect(socket, &QTcpSocket::readyRead, this, [this, socket] { inspect(socket); });
+  connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+  if (socket->bytesAvailable()) inspect(socket);
+}
+
+void AgentServer::inspect(QTcpSocket* socket) {
+  const QByteArray bytes = socket->peek(kMaxRequestHead + 1);
+  if (!bytes.contains("\r\n\r\n")) {
+    if (bytes.size() > kMaxRequestHead) refuse(socket, QStringLiteral("request head larger than 16 KB"));
+    return;
+  }
+  delete socket->findChild<QTimer*>(QStringLiteral("door"), Qt::FindDirectChildrenOnly);
+  disconnect(socket, nullptr, this, nullptr);
+  const std::optional<RequestHead> head = parseRequestHead(bytes);
+  const QString reason = head ? policy_->refusal(*head) : QStringLiteral("not an HTTP request");
+  if (!reason.isEmpty()) {
+    refuse(socket, reason);
+    return;
+  }
+  // From here the WebSocket server reads the handshake (still unread) and owns the socket.
+  disconnect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+  socket->setParent(nullptr);
+  webSockets_.handleConnection(socket);
+}
+
+void AgentServer::refuse(QTcpSocket* socket, const QString& reason) {
+  log(QStringLiteral("refused connection from %1: %2").arg(peerOf(*socket), reason));
+  disconnect(socket, nullptr, this, nullptr);
+  const QByteArray body = "Forbidden: " + reason.toUtf8() + '\n';
+  socket->write("HTTP/1.1 403 Forbidden\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: " +
+                QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
+  socket->disconnectFromHost();
+}
+
+void AgentServer::openPage() {
+  while (QWebSocket* socket = webSockets_.nextPendingConnection()) {
+    // Numbered across the process, so two servers in one program never share a folder.
+    static int pagesOpened = 0;
+    const QString name = QStringLiteral("page-%1-%2").arg(QCoreApplication::applicationPid()).arg(++pagesOpened);
+    auto* page = new PageConnection(socket, name, hasDisplay_, this);
+    pages_.append(page);
+    connect(page, &QObject::destroyed, this, [this, page] {
+      pages_.removeOne(page);
+      emit pageClosed();
+    });
+    emit pageOpened();
+  }
+}
+
+}  // namespace velmora::agent

@@ -1,0 +1,31 @@
+#pragma once
+#include <QByteArray>
+#include <QString>
+#include <memory>
+
+#include "agent/StaticFiles.h"
+
+namespace velmora::agent {
+
+// The demo page's HTTP server on 127.0.0.1: the mounted files, Qt's qwebchannel.js, and
+// "/agent.json" telling the page where the agent's WebSocket is. It runs on threads of
+// its own (cpp-httplib's) and touches nothing but those read-only files and texts.
+class DemoServer {
+ public:
+  DemoServer(StaticFiles files, QByteArray qwebchannelJs);
+  ~DemoServer();
+
+  // Binds 127.0.0.1:`port` (0 picks a free one); false with `error` set when it cannot.
+  bool bind(quint16 port, QString* error);
+  quint16 port() const { return port_; }
+  QString origin() const { return QStringLiteral("http://127.0.0.1:%1").arg(port_); }
+  // Starts answering, with `agentUrl` as the page's WebSocket address.
+  void start(const QString& agentUrl);
+
+ private:
+  struct Server;
+  std::unique_ptr<Server> server_;
+  quint16 port_ = 0;
+};
+
+}  // namespace velmora::agent
