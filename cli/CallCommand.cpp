@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QTextStream>
 #include <QThread>
+#include <QTimer>
 #include <cstdio>
 
 #include "cli/Output.h"
@@ -77,9 +78,13 @@ bool showsWindow(const QString& member) {
 // Runs the event loop until Status reads "ok"; false when the time limit passed first.
 bool waitForStatus(const Dispatch& dispatch, int timeoutSeconds) {
   QDeadlineTimer deadline{std::chrono::seconds(timeoutSeconds)};
+  // Sleeps until something happens (processEvents with a time limit does not wait at all,
+  // so it would spin); the tick makes sure the deadline is looked at.
+  QTimer tick;
+  tick.start(50);
   while (dispatch.get(QStringLiteral("Status")).toString() != u"ok") {
     if (deadline.hasExpired()) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 50);
+    QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
   }
   return true;
 }

@@ -270,8 +270,7 @@ void Velmora5::LocalUpload(const QString& s_HTML) {
 
 void Velmora5::startUpload(const QString& uploadMode) {
   m_sUploadMode = uploadMode;
-  CollectLocalFiles();
-  UploadNext();
+  if (CollectLocalFiles()) UploadNext();
 }
 
 void Velmora5::QuickFormat() { producers_.createQuickFormatter(context_)->QuickFormat(m_sStyle, m_sBody); }

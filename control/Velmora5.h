@@ -7,10 +7,10 @@
 
 #include "control/Context.h"
 #include "control/Producers.h"
+#include "platform/XmlHttpRequest.h"
 
 namespace velmora {
 
-class XmlHttpRequest;
 class clsReadyStateHandler;
 
 // The editor control: the object a page's script creates and drives. Each method hands the
@@ -90,8 +90,9 @@ class Velmora5 : public QObject {
   QString sourceProgramDigit();
   void cCapture_ReturnValue(const QString& value);
 
-  // The local-file upload batch.
-  void CollectLocalFiles();
+  // The local-file upload batch. CollectLocalFiles is false when the page started another
+  // batch while it let pending events run; that batch then owns the lists.
+  bool CollectLocalFiles();
   void UploadNext();
   void UploadOneFile(const QString& path, const QString& address);
   void MyOnReadyStateWrapper_OnStateChange();
@@ -104,7 +105,7 @@ class Velmora5 : public QObject {
   ProducerFactory& producers_;
 
   QString m_sCaptureOpt;
-  std::unique_ptr<XmlHttpRequest> m_oRequest;
+  XmlHttpRequestPtr m_oRequest;
   QString m_sStyle;
   QString m_sBody;
   QString m_sOriginalFiles;
@@ -119,7 +120,10 @@ class Velmora5 : public QObject {
   int32_t m_lLocalSize = 0;
   QString m_sLocalExt;
   std::unique_ptr<CaptureTool> cCapture;
-  std::unique_ptr<clsReadyStateHandler> MyOnReadyStateWrapper;
+  // Dropped from inside their own signals, so deleted once back in the event loop.
+  std::unique_ptr<clsReadyStateHandler, DeleteLater> MyOnReadyStateWrapper;
+  // Counts the batches, so a step of a batch that the page replaced while events ran stops.
+  quint64 m_lBatch = 0;
 };
 
 }  // namespace velmora

@@ -1,35 +1,55 @@
 #include "support/basPublic.h"
 
+#include "platform/Charset.h"
+
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QDirIterator>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <QStringDecoder>
 #include <QThread>
+#include <QTimer>
 #include <QtEndian>
-#include <cmath>
-#include <limits>
 
-#include "platform/Charset.h"
-#include "support/AutomationNumber.h"
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <optional>
 
 namespace velmora {
-
 namespace {
 
-// Files of 2 GB or more are not read as text.
-constexpr qint64 kLargestTextFile = qint64(std::numeric_limits<int32_t>::max());
+void processPendingEvents() {
+  if (QCoreApplication::instance()) QCoreApplication::processEvents();
+}
 
-QString lowerExtension(const QString& path) {
-  const qsizetype dot = path.lastIndexOf(u'.');
-  return dot < 0 ? QString() : path.mid(dot + 1).toLower();
+// The name part of a path: the text after its last "/" or "\".
+QString fileNameOf(const QString& path) {
+  const qsizetype slash = std::max(path.lastIndexOf(u'/'), path.lastIndexOf(u'\\'));
+  return path.mid(slash + 1);
 }
 
 }  // namespace
 
+// ---------------------------------------------------------------------------------------
+// Working folder and texts
+
 QString GetTempFolder(const QString& subfolder) {
+  // A context's folder is one plain name below "Velmora/"; anything else could reach
+  // outside it, and this routine deletes what it names.
+  const bool plainName = !subfolder.contains(u'/') && !subfolder.contains(u'\\') && !subfolder.contains(QChar(0)) &&
+                         subfolder != u"." && subfolder != u"..";
+  if (!plainName) return QString();
+
   QString folder = QDir::tempPath();
   if (folder.endsWith(u'/')) folder.chop(1);
   folder += QStringLiteral("/Velmora/");
@@ -41,109 +61,281 @@ QString GetTempFolder(const QString& subfolder) {
 
 QString GetTimeStamp() {
   const QDateTime now = QDateTime::currentDateTime();
-  return now.toString(QStringLiteral("yyyyMMddHHmmss")) +
-         PadNumber(now.toUTC().time().msec(), 3, 0);
+  const QDate date = now.date();
+  const QTime time = now.time();
+  return QString::asprintf("%04d%02d%02d%02d%02d%02d", date.year(), date.month(), date.day(), time.hour(),
+                           time.minute(), time.second()) +
+         PadNumber(time.msec(), 3, 0);
 }
 
 QString PadNumber(int32_t number, int32_t width, int32_t largest) {
-  int32_t w = width;
-  if (largest > 0) w = std::max<int32_t>(w, int32_t(QString::number(largest).size()));
-  if (w <= 0) return QString();
-  const QString padded = QString(w, u'0') + QString::number(number);
-  return padded.right(w);
+  qsizetype digits = width;
+  if (largest > 0) digits = std::max<qsizetype>(digits, QString::number(largest).size());
+  if (digits <= 0) return QString();
+  // The last `digits` characters of that many zeros followed by the number: a negative
+  // number keeps its sign where it falls, a longer one loses its leading digits.
+  const QString text = QString::number(number);
+  if (text.size() >= digits) return text.right(digits);
+  return QString(digits - text.size(), u'0') + text;
 }
 
 QString ToPoints(const QString& length) {
-  const QString text = length.trimmed();
-  if (text.size() < 3) return text;
-  const QString unit = text.right(2).toLower();
-  const QString rest = text.left(text.size() - 2);
-  if (unit == u"cm") {
-    const std::optional<double> value = NumericValue(rest);
-    if (!value) return QString();
-    // Fifteen significant digits, as doubles are written by default, so that 1.5cm is
-    // 42.525 and not its binary neighbour; always with ".", since CSS takes it as is.
-    return QString::number(*value * 28.35, 'g', 15);
-  }
-  if (unit == u"pt") return rest;
-  return text;
+  const QString trimmed = length.trimmed();
+  if (trimmed.size() < 3) return trimmed;
+  const QString unit = trimmed.right(2);
+  const QString number = trimmed.chopped(2);
+  if (unit.compare(u"pt", Qt::CaseInsensitive) == 0) return number.trimmed();
+  if (unit.compare(u"cm", Qt::CaseInsensitive) != 0) return trimmed;
+
+  // Numeric means: optional blanks, an optional sign, digits with at most one "." (at least
+  // one digit), an optional exponent, optional blanks. The separator is always ".",
+  // whatever the locale: the text ends up in CSS.
+  static const QRegularExpression numeric(QStringLiteral(R"(^\s*[+-]?(\d+\.?\d*|\.\d+)([eE][+-]?\d+)?\s*$)"));
+  if (!numeric.match(number).hasMatch()) return QString();
+  const double points = number.trimmed().toDouble() * 28.35 + 0.0;  // + 0.0: no "-0"
+  if (!std::isfinite(points)) return QString();
+  // Fifteen significant digits, the precision doubles are written with by default: 2cm
+  // gives "56.7" and 1.5cm "42.525", where the shortest round-trip form would write the
+  // binary error out ("42.525000000000006").
+  return QString::number(points, 'g', 15);
 }
 
 QString LeftOfString(const QString& text, const QString& terminator) {
-  const qsizetype at = text.indexOf(terminator);
+  const qsizetype at = text.indexOf(terminator);  // an empty terminator is found at 0
   return at < 0 ? text : text.left(at);
 }
 
 void WaitMs(int32_t milliseconds) {
-  QDeadlineTimer end(std::max<int32_t>(milliseconds, 0));
-  do {
-    QThread::msleep(1);
-    QCoreApplication::processEvents(QEventLoop::AllEvents);
-  } while (!end.hasExpired());
+  if (!QCoreApplication::instance()) {
+    if (milliseconds > 0) QThread::msleep(milliseconds);
+    return;
+  }
+  if (milliseconds <= 0) {
+    QCoreApplication::processEvents();
+    return;
+  }
+  // A local loop, so the wait can itself be inside a callback that a wait dispatched.
+  QEventLoop loop;
+  QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+  loop.exec();
 }
 
+// ---------------------------------------------------------------------------------------
+// Files
+
+// Symbolic links are followed; only a regular file counts, so a dangling link, a device or
+// a pipe (which would block a reader) is not a file.
 bool FileExists(const QString& path) {
-  const QFileInfo info(path);
-  return !path.isEmpty() && info.exists() && !info.isDir();
+  return !path.isEmpty() && QFileInfo(path).isFile();
 }
 
 bool FolderExists(const QString& path) {
-  const QFileInfo info(path);
-  return !path.isEmpty() && info.exists() && info.isDir();
+  return !path.isEmpty() && QFileInfo(path).isDir();
 }
 
+// Taken from the name part of the path, so a "." in a folder name is not an extension.
 QString GetFileExt(const QString& path) {
-  const qsizetype dot = path.lastIndexOf(u'.');
-  return dot < 0 ? QString() : path.mid(dot + 1);
+  const QString name = fileNameOf(path);
+  const qsizetype dot = name.lastIndexOf(u'.');
+  return dot < 0 ? QString() : name.mid(dot + 1);
 }
 
 bool IsExtInList(const QString& path, const QString& list) {
-  const QString ext = lowerExtension(path);
+  const QString ext = GetFileExt(path).toLower();
   if (ext.isEmpty()) return false;
-  for (const QString& entry : list.toLower().split(u'|')) {
+  const QStringList entries = list.toLower().split(u'|');
+  return std::any_of(entries.begin(), entries.end(), [&](const QString& entry) {
     const QString trimmed = entry.trimmed();
-    if (!trimmed.isEmpty() && trimmed == ext) return true;
-  }
-  return false;
+    return !trimmed.isEmpty() && trimmed == ext;
+  });
 }
 
-bool IsValidFile(const QString& path, const QString& list) { return IsExtInList(path, list) && FileExists(path); }
+bool IsValidFile(const QString& path, const QString& list) {
+  return IsExtInList(path, list) && FileExists(path);
+}
 
+namespace {
+
+// Gives the owner full rights on a folder so its entries can be deleted (the read-only
+// attribute of other systems); never through a symbolic link.
+void makeFolderWritable(int parentFd, const char* name, mode_t mode) {
+  fchmodat(parentFd, name, (mode & 07777) | S_IRWXU, AT_SYMLINK_NOFOLLOW);
+}
+
+QList<QByteArray> entryNames(int folderFd) {
+  QList<QByteArray> names;
+  const int listFd = dup(folderFd);
+  if (listFd < 0) return names;
+  DIR* dir = fdopendir(listFd);
+  if (!dir) {
+    close(listFd);
+    return names;
+  }
+  while (const dirent* entry = readdir(dir)) {
+    const QByteArray name(entry->d_name);
+    if (name != "." && name != "..") names.append(name);
+  }
+  closedir(dir);
+  return names;
+}
+
+// Deletes everything inside the open folder. Entries are reached relative to the folder's
+// descriptor and never through a link, so a link to a folder elsewhere loses only itself.
+void deleteContents(int folderFd) {
+  processPendingEvents();
+  for (const QByteArray& name : entryNames(folderFd)) {
+    struct stat info {};
+    if (fstatat(folderFd, name.constData(), &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (!S_ISDIR(info.st_mode)) {
+      unlinkat(folderFd, name.constData(), 0);
+      continue;
+    }
+    makeFolderWritable(folderFd, name.constData(), info.st_mode);
+    const int subFd = openat(folderFd, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (subFd < 0) continue;
+    deleteContents(subFd);
+    close(subFd);
+    unlinkat(folderFd, name.constData(), AT_REMOVEDIR);
+  }
+}
+
+}  // namespace
+
+// Every error is ignored: what cannot be deleted stays, and a folder that still holds
+// something stays too. An empty path (the current folder) and the root are refused.
 void DeleteFolder(const QString& folder) {
-  QCoreApplication::processEvents();
-  const QFileInfo info(folder);
-  if (info.isSymLink()) {  // a link is removed, never what it points to
-    QFile::remove(info.absoluteFilePath());
+  QString path = folder;
+  while (path.size() > 1 && path.endsWith(u'/')) path.chop(1);
+  if (path.isEmpty() || QDir::cleanPath(path) == u"/") return;
+  const QByteArray native = QFile::encodeName(path);
+
+  struct stat info {};
+  if (lstat(native.constData(), &info) != 0) return;
+  if (S_ISLNK(info.st_mode)) {
+    unlink(native.constData());  // the link goes, never what it points to
     return;
   }
-  QDir dir(folder);
-  if (!dir.exists()) return;
-  const QFileInfoList entries =
-      dir.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::NoSort);
-  for (const QFileInfo& entry : entries) {
-    if (entry.isDir() && !entry.isSymLink()) {
-      DeleteFolder(entry.absoluteFilePath() + u'/');
-    } else {
-      QFile file(entry.absoluteFilePath());
-      file.setPermissions(file.permissions() | QFileDevice::WriteOwner);
-      file.remove();
-    }
-  }
-  dir.rmdir(dir.absolutePath());
+  if (!S_ISDIR(info.st_mode)) return;
+  makeFolderWritable(AT_FDCWD, native.constData(), info.st_mode);
+  const int folderFd = open(native.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (folderFd < 0) return;
+  deleteContents(folderFd);
+  close(folderFd);
+  rmdir(native.constData());
 }
 
+// Names come in name order (case-insensitive), so numbered pictures come in their order.
 int ListFiles(QStringList& names, const QString& folder, const QString& prefix, const QString& suffix) {
   names.clear();
-  const QFileInfoList entries = QDir(folder).entryInfoList(
-      QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::NoSort);
-  for (const QFileInfo& entry : entries) {
-    if (entry.isDir()) continue;
-    const QString name = entry.fileName();
-    if ((prefix.isEmpty() || name.startsWith(prefix, Qt::CaseInsensitive)) &&
-        (suffix.isEmpty() || name.endsWith(suffix, Qt::CaseInsensitive)))
-      names.append(name);
+  if (folder.isEmpty()) return 0;
+  QDirIterator entries(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+  while (entries.hasNext()) {
+    entries.next();
+    const QFileInfo info = entries.fileInfo();
+    if (info.isDir()) continue;
+    const QString name = info.fileName();
+    if (!prefix.isEmpty() && !name.startsWith(prefix, Qt::CaseInsensitive)) continue;
+    if (!suffix.isEmpty() && !name.endsWith(suffix, Qt::CaseInsensitive)) continue;
+    names.append(name);
   }
+  std::sort(names.begin(), names.end(), [](const QString& a, const QString& b) {
+    const int order = a.compare(b, Qt::CaseInsensitive);
+    return order != 0 ? order < 0 : a < b;
+  });
   return int(names.size());
+}
+
+namespace {
+
+constexpr qint64 kLargestTextFile = (qint64(1) << 31) - 1;
+
+// The whole file, or nothing when it is not a readable regular file below 2 GB. Opened
+// without blocking, so a pipe handed in as a path cannot hang the reader.
+std::optional<QByteArray> readWholeFile(const QString& path) {
+  if (path.isEmpty()) return std::nullopt;
+  const int fd = open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  struct stat info {};
+  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > kLargestTextFile) {
+    close(fd);
+    return std::nullopt;
+  }
+  QByteArray bytes;
+  bytes.reserve(info.st_size);
+  char buffer[65536];
+  for (;;) {
+    const ssize_t got = read(fd, buffer, sizeof buffer);
+    if (got == 0) break;
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      close(fd);
+      return std::nullopt;
+    }
+    if (bytes.size() + got > kLargestTextFile) {  // grew past the limit while being read
+      close(fd);
+      return std::nullopt;
+    }
+    bytes.append(buffer, got);
+  }
+  close(fd);
+  return bytes;
+}
+
+uint32_t firstFourBytes(const QByteArray& bytes) {
+  uint32_t value = 0;
+  for (int i = 0; i < 4 && i < bytes.size(); ++i) value |= uint32_t(uint8_t(bytes[i])) << (8 * i);
+  return value;
+}
+
+QString fromUtf16LE(const QByteArray& bytes) {
+  QString text(bytes.size() / 2, Qt::Uninitialized);  // an odd last byte is dropped
+  for (qsizetype i = 0; i < text.size(); ++i) text[i] = QChar(qFromLittleEndian<quint16>(bytes.constData() + 2 * i));
+  return text;
+}
+
+QString fromCodePage(const QByteArray& bytes) {
+  const QString charset = Charset::systemCodePage();
+  QString text, error;
+  if (!Charset::decode(bytes, charset, text, &error)) {
+    qWarning("cannot read a text file in the system code page: %s", qPrintable(error));
+    return QString();
+  }
+  return text;
+}
+
+}  // namespace
+
+QString ReadTextFileAs(const QString& path, int& encodingCode) {
+  if (encodingCode < encoding::Find || encodingCode > encoding::Utf32BE) return QString();
+  const std::optional<QByteArray> file = readWholeFile(path);
+  if (!file) return QString();
+
+  int detected = encoding::CodePage;
+  int markLength = DetectBOM(firstFourBytes(*file), detected);
+  if (detected == encoding::CodePage) {
+    QByteArray inspected = *file;  // DetectUTF8 alters the bytes it inspects
+    DetectUTF8(inspected, detected);
+  }
+  if (encodingCode == encoding::Find) encodingCode = detected;
+  else if (encodingCode != detected) markLength = 0;  // a forced encoding reads from the first byte
+
+  const QByteArray rest = file->mid(std::min<qsizetype>(markLength, file->size()));
+  switch (encodingCode) {
+    case encoding::CodePage:
+      return fromCodePage(rest);
+    case encoding::Utf8Bom:
+    case encoding::Utf8:
+      return UTF8ToUnicode(rest);
+    case encoding::Utf16LE:
+      return fromUtf16LE(rest);
+    case encoding::Utf16BE: {
+      QByteArray swapped = rest;
+      for (qsizetype i = 0; i + 1 < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
+      return fromUtf16LE(swapped);
+    }
+    default:  // UTF-32 is not read
+      return QString();
+  }
 }
 
 QString ReadTextFile(const QString& path) {
@@ -151,90 +343,70 @@ QString ReadTextFile(const QString& path) {
   return ReadTextFileAs(path, code);
 }
 
-QString ReadTextFileAs(const QString& path, int& encodingCode) {
-  if (encodingCode < encoding::Find || encodingCode > encoding::Utf32BE) return QString();
-  if (!FileExists(path)) return QString();
-  QFile file(path);
-  if (!file.open(QIODevice::ReadOnly) || file.size() >= kLargestTextFile) return QString();
-  QByteArray bytes = file.readAll();
-  file.close();
-
-  uint32_t firstFour = 0;
-  for (int i = 0; i < 4 && i < bytes.size(); ++i) firstFour |= uint32_t(quint8(bytes[i])) << (8 * i);
-  int detected = encoding::CodePage;
-  int markLength = DetectBOM(firstFour, detected);
-  if (detected == encoding::CodePage) {
-    QByteArray probe = bytes;  // DetectUTF8 alters the bytes it inspects
-    DetectUTF8(probe, detected);
+int DetectBOM(uint32_t firstFourBytes, int& code) {
+  if (firstFourBytes == 0x0000FEFFu) {
+    code = encoding::Utf32LE;
+    return 4;
   }
-  if (encodingCode == encoding::Find) encodingCode = detected;
-  else if (encodingCode != detected) markLength = 0;  // a forced encoding reads from the first byte
-
-  const QByteArray body = bytes.mid(markLength);
-  switch (encodingCode) {
-    case encoding::CodePage: {
-      QString text;
-      Charset::decode(body, Charset::systemCodePage(), text);
-      return text;
-    }
-    case encoding::Utf8Bom:
-    case encoding::Utf8:
-      return QString::fromUtf8(body);
-    case encoding::Utf16LE:
-      return QString::fromUtf16(reinterpret_cast<const char16_t*>(body.constData()), body.size() / 2);
-    case encoding::Utf16BE: {
-      QByteArray swapped = body;
-      for (qsizetype i = 0; i + 1 < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
-      return QString::fromUtf16(reinterpret_cast<const char16_t*>(swapped.constData()), swapped.size() / 2);
-    }
-    default:
-      return QString();  // UTF-32 is not read
+  if (firstFourBytes == 0xFFFE0000u) {
+    code = encoding::Utf32BE;
+    return 4;
   }
-}
-
-int DetectBOM(uint32_t x, int& code) {
-  if (x == 0x0000FEFFu) return code = encoding::Utf32LE, 4;
-  if (x == 0xFFFE0000u) return code = encoding::Utf32BE, 4;
-  if ((x & 0xFFFFu) == 0xFEFFu) return code = encoding::Utf16LE, 2;
-  if ((x & 0xFFFFu) == 0xFFFEu) return code = encoding::Utf16BE, 2;
-  if ((x & 0xFFFFFFu) == 0xBFBBEFu) return code = encoding::Utf8Bom, 3;
+  if ((firstFourBytes & 0xFFFFu) == 0xFEFFu) {
+    code = encoding::Utf16LE;
+    return 2;
+  }
+  if ((firstFourBytes & 0xFFFFu) == 0xFFFEu) {
+    code = encoding::Utf16BE;
+    return 2;
+  }
+  if ((firstFourBytes & 0xFFFFFFu) == 0xBFBBEFu) {
+    code = encoding::Utf8Bom;
+    return 3;
+  }
   code = encoding::CodePage;
   return 0;
 }
 
+// Over-long forms and lead bytes announcing more than three continuation bytes are
+// accepted; only the shape of the sequences is checked. Each lead byte is left shifted by
+// its count of leading 1-bits.
 void DetectUTF8(QByteArray& bytes, int& code) {
   bool ascii = true;
   int pending = 0;
   for (qsizetype i = 0; i < bytes.size(); ++i) {
-    const quint8 b = quint8(bytes[i]);
-    if (b >= 0x80) ascii = false;
+    const uint8_t byte = uint8_t(bytes[i]);
+    if (byte >= 0x80) ascii = false;
     if (pending == 0) {
-      if (b < 0x80) continue;
-      // Count the lead byte's 1-bits by shifting it left, as the byte list is altered.
-      int count = 0;
-      while (quint8(bytes[i]) & 0x80) {
-        bytes[i] = char(quint8(bytes[i]) << 1);
-        ++count;
+      if (byte < 0x80) continue;
+      int leadingOnes = 0;
+      while (uint8_t(bytes[i]) & 0x80) {
+        bytes[i] = char(uint8_t(uint8_t(bytes[i]) << 1));
+        ++leadingOnes;
       }
-      pending = count - 1;
-      if (pending == 0) {  // 10xxxxxx where a sequence should start
+      pending = leadingOnes - 1;
+      if (pending == 0) {  // a continuation byte where a sequence should start
         code = encoding::CodePage;
         return;
       }
-    } else if ((b & 0xC0) == 0x80) {
-      --pending;
-    } else {
+      continue;
+    }
+    if ((byte & 0xC0) != 0x80) {
       code = encoding::CodePage;
       return;
     }
+    --pending;
   }
-  code = pending > 0 || ascii ? encoding::CodePage : encoding::Utf8;
+  code = (pending > 0 || ascii) ? encoding::CodePage : encoding::Utf8;
 }
 
+// Invalid sequences become U+FFFD, as the system's UTF-8 converter does when it is not
+// asked to fail on them; so this never fails and never returns the NUL-filled buffer. A
+// leading byte-order mark is kept as U+FEFF.
 QString UTF8ToUnicode(const QByteArray& bytes) {
   if (bytes.isEmpty()) return QString();
-  // Invalid sequences become U+FFFD, as the platform's converter writes them.
-  return QString::fromUtf8(bytes);
+  QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom);
+  return decoder.decode(bytes);
 }
 
 }  // namespace velmora

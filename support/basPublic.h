@@ -22,7 +22,8 @@ constexpr int Utf32BE = 6;      // 00 00 FE FF
 
 // Working folder and texts.
 // "<QDir::tempPath()>/Velmora/" (plus `subfolder` + "/" when given): deleted with all it
-// holds, created again empty, returned ending in "/".
+// holds, created again empty, returned ending in "/". A subfolder that is not one plain
+// name ("..", "a/b") gives "" and nothing is deleted.
 QString GetTempFolder(const QString& subfolder = QString());
 QString GetTimeStamp();
 QString PadNumber(int32_t number, int32_t width, int32_t largest);
@@ -31,12 +32,13 @@ QString LeftOfString(const QString& text, const QString& terminator);
 // Waits while the event loop keeps running: timers, sockets and callbacks go on.
 void WaitMs(int32_t milliseconds);
 
-// Files.
+// Files. Links are followed; only a regular file is a file (not a pipe or a device).
 bool FileExists(const QString& path);
 bool FolderExists(const QString& path);
 QString GetFileExt(const QString& path);
 bool IsExtInList(const QString& path, const QString& list);
 bool IsValidFile(const QString& path, const QString& list);
+// Never follows a link (a link named or found inside is itself removed); refuses "" and "/".
 void DeleteFolder(const QString& folder);
 int ListFiles(QStringList& names, const QString& folder, const QString& prefix, const QString& suffix);
 QString ReadTextFile(const QString& path);

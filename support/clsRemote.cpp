@@ -1,33 +1,53 @@
 #include "support/clsRemote.h"
 
+#include "platform/Charset.h"
+
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QNetworkRequest>
 #include <QTimer>
+#include <QUrl>
 
 namespace velmora {
+namespace {
 
+bool isWebAddress(const QUrl& url) {
+  return url.isValid() && !url.host().isEmpty() &&
+         (url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https"));
+}
+
+}  // namespace
+
+// The caller waits in a local event loop, so it works whether or not the application's
+// loop is running yet, and timers, sockets and callbacks go on meanwhile. Redirects are
+// followed (what a browser and the user expect of an address), except from https to http.
 QString clsRemote::GetRemotePage(const QString& address) const {
-  const QUrl url(address, QUrl::StrictMode);
-  if (!url.isValid() || url.scheme().isEmpty()) return QString();
+  const QUrl url(address.trimmed());
+  if (!QCoreApplication::instance() || !isWebAddress(url)) return QString();
+
   QNetworkAccessManager manager;
   QNetworkRequest request(url);
   request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-  request.setTransferTimeout(timeoutMs_);  // a server that stops answering midway
-  std::unique_ptr<QNetworkReply> reply(manager.get(request));
+  QNetworkReply* reply = manager.get(request);  // owned by the manager
 
-  // The caller waits; the event loop keeps running meanwhile.
   QEventLoop loop;
+  QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
   QTimer deadline;
   deadline.setSingleShot(true);
-  QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
-  QObject::connect(&deadline, &QTimer::timeout, reply.get(), &QNetworkReply::abort);
-  deadline.start(timeoutMs_);
+  QObject::connect(&deadline, &QTimer::timeout, reply, &QNetworkReply::abort);
+  deadline.start(timeoutMs_ > 0 ? timeoutMs_ : DefaultTimeoutMs);
   if (!reply->isFinished()) loop.exec();
+  if (!reply->isFinished()) {  // the application is quitting
+    reply->abort();
+    return QString();
+  }
 
-  if (reply->error() != QNetworkReply::NoError) return QString();
-  if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 200) return QString();
-  return QString::fromUtf8(reply->readAll());
+  const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+  if (reply->error() != QNetworkReply::NoError || status != 200) return QString();
+  QString text;
+  return Charset::decode(reply->readAll(), QStringLiteral("utf-8"), text) ? text : QString();
 }
 
 }  // namespace velmora

@@ -10,6 +10,7 @@ class clsRemote {
   // A dead or silent server must not hang the caller: the request gives up after this.
   static constexpr int DefaultTimeoutMs = 30000;
 
+  // A limit of 0 or less means DefaultTimeoutMs.
   explicit clsRemote(int timeoutMs = DefaultTimeoutMs) : timeoutMs_(timeoutMs) {}
   // The body decoded as UTF-8 when the server answers 200; "" on any failure.
   QString GetRemotePage(const QString& address) const;

@@ -1,6 +1,7 @@
 // Finding the local references of a batch, turning each into a file path, and rewriting
 // the body once every file has been tried.
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 
 #include "control/Velmora5.h"
@@ -32,13 +33,28 @@ const ModePattern kModePatterns[] = {
     {u"pastefilelist", uR"(src=\"[^\*\?\"\<\>\|]+?\")", 5},
 };
 
+// A path written with a drive letter ("C:/..." or "C|/..."): the home platform's form.
+bool hasDriveLetter(const QString& path) {
+  return path.size() >= 2 && path[0].isLetter() && path[0].unicode() < 128 && (path[1] == u':' || path[1] == u'|');
+}
+
+// The modes whose references stand in src attributes.
+bool hasSrcReferences(const QString& mode) {
+  return mode == u"word" || mode == u"excel" || mode == u"wordimage" || mode == u"pastefilelist";
+}
+
 QString fileNameOf(const QString& reference) {
   return reference.mid(std::max(reference.lastIndexOf(u'/'), reference.lastIndexOf(u'\\')) + 1);
 }
 
 }  // namespace
 
-void Velmora5::CollectLocalFiles() {
+bool Velmora5::CollectLocalFiles() {
+  // A new batch replaces a running one: its request is aborted, so no answer of the old
+  // batch lands in the new lists.
+  const quint64 batch = ++m_lBatch;
+  dropRequest(/*abortOpenRequest=*/true);
+
   // Matches of every pattern of the mode, in the order they stand in the body.
   std::vector<std::pair<RegExpMatch, int>> matches;
   for (const ModePattern& entry : kModePatterns) {
@@ -52,9 +68,11 @@ void Velmora5::CollectLocalFiles() {
   m_lUploadIndex = 0;
   for (const auto& [match, headCut] : matches) {
     QCoreApplication::processEvents();
+    if (batch != m_lBatch) return false;
     const QString reference = match.value.mid(headCut, match.value.size() - headCut - 1);
     if (!m_asOriginal.contains(reference, Qt::CaseSensitive)) m_asOriginal.append(reference);
   }
+  return true;
 }
 
 QString Velmora5::filePathOf(const QString& reference) const {
@@ -63,7 +81,7 @@ QString Velmora5::filePathOf(const QString& reference) const {
     if (reference.left(8).toLower() == u"file:///") {
       path = reference.mid(8);
       // A POSIX address keeps its leading "/": file:///home/u/a.png is /home/u/a.png.
-      if (!QStringView(path).contains(u':') && !path.contains(u'|')) path.prepend(u'/');
+      if (!hasDriveLetter(path)) path.prepend(u'/');
     } else {
       if (path.startsWith(u"./")) path = path.mid(2);
       path.replace(u'\\', u'/');  // relative references are joined to the working folder with "/"
@@ -73,8 +91,14 @@ QString Velmora5::filePathOf(const QString& reference) const {
   return path.replace(u'|', u':').replace(QStringLiteral("%20"), QStringLiteral(" "));
 }
 
+// A path that names no file here is refused like a missing file. That includes a relative
+// one (a drive-letter path such as C:/a.png is one on this platform), which would
+// otherwise be looked up in whatever the process's current folder happens to be, and
+// anything but a regular file: a pipe would block the read, a device never end it.
 bool Velmora5::isAcceptable(const QString& path) const {
-  return IsValidFile(path, m_sLocalExt) && QFileInfo(path).size() / 1024.0 <= m_lLocalSize;
+  const QFileInfo file(path);
+  return QDir::isAbsolutePath(path) && IsValidFile(path, m_sLocalExt) && file.isFile() &&
+         file.size() / 1024.0 <= m_lLocalSize;
 }
 
 void Velmora5::FinishUpload() {
@@ -88,9 +112,11 @@ void Velmora5::FinishUpload() {
     if (saved.isEmpty()) continue;
     ++done;
     if (m_sUploadMode == u"local") {
-      const QString address = reference.startsWith(u'/') ? reference.mid(1) : reference;
-      m_sBody.replace(QStringLiteral("\"file:///") + address + u'"', u'"' + saved + u'"', Qt::CaseSensitive);
-    } else {
+      // The body wrote file:/// before a drive letter, file:// before a POSIX path.
+      const QString address = (reference.startsWith(u'/') ? QStringLiteral("\"file://") : QStringLiteral("\"file:///")) +
+                              reference + u'"';
+      m_sBody.replace(address, u'"' + saved + u'"', Qt::CaseSensitive);
+    } else if (hasSrcReferences(m_sUploadMode)) {
       m_sBody.replace(QStringLiteral("src=\"") + reference + u'"', QStringLiteral("src=\"") + saved + u'"',
                       Qt::CaseInsensitive);
     }

@@ -3,15 +3,12 @@
 
 namespace velmora {
 
-// The request object of the file being uploaded.
-class XmlHttpRequest {
- public:
-  virtual ~XmlHttpRequest() = default;
-};
-
-// Turns the request's ready-state notification into an event the control handles.
+// The callback object of an upload request: the request calls OnReadyStateChange on
+// every change of its ready state, and the control handles the event it raises.
 class clsReadyStateHandler : public QObject {
   Q_OBJECT
+ public slots:
+  void OnReadyStateChange() { emit OnStateChange(); }
  signals:
   void OnStateChange();
 };

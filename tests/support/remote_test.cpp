@@ -1,35 +1,126 @@
-#include <QTcpServer>
-#include <gtest/gtest.h>
-
+#include "support/basPublic.h"
 #include "support/clsRemote.h"
-#include "tests/common/HttpServer.h"
+
+#include <QTcpServer>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+using namespace Qt::StringLiterals;
 
 namespace velmora {
 namespace {
 
-TEST(RemotePage, OnlyA200AnswerGivesItsTextDecodedAsUtf8) {
-  test::HttpServer server;
-  server.route("/style.css", {200, "p { content: \"caf\xc3\xa9\" }"});
-  server.route("/error", {500, "boom"});
-  server.route("/empty", {200, ""});
-  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/style.css")), QString::fromUtf8("p { content: \"caf\xc3\xa9\" }"));
-  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/missing")), "");
-  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/error")), "");
-  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/empty")), "");
+// A real HTTP server on 127.0.0.1, on its own threads so the Qt event loop of the test
+// never waits for it.
+class LocalServer {
+ public:
+  LocalServer() {
+    server_.set_keep_alive_timeout(1);
+    server_.Get("/text", [](const httplib::Request&, httplib::Response& res) {
+      res.set_content("<p>中文 café</p>\r\n", "text/css; charset=utf-8");
+    });
+    server_.Get("/marked", [](const httplib::Request&, httplib::Response& res) {
+      res.set_content("\xEF\xBB\xBF" "body{}", "text/css");
+    });
+    server_.Get("/empty", [](const httplib::Request&, httplib::Response& res) { res.status = 200; });
+    server_.Get("/missing", [](const httplib::Request&, httplib::Response& res) {
+      res.status = 404;
+      res.set_content("not here", "text/plain");
+    });
+    server_.Get("/broken", [](const httplib::Request&, httplib::Response& res) {
+      res.status = 500;
+      res.set_content("server error", "text/plain");
+    });
+    server_.Get("/created", [](const httplib::Request&, httplib::Response& res) {
+      res.status = 201;
+      res.set_content("made", "text/plain");
+    });
+    server_.Get("/moved", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/text"); });
+    server_.Get("/hang", [this](const httplib::Request&, httplib::Response& res) {
+      std::unique_lock lock(mutex_);
+      released_.wait_for(lock, std::chrono::seconds(20), [this] { return release_; });
+      res.set_content("too late", "text/plain");
+    });
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+  }
+  ~LocalServer() {
+    {
+      std::lock_guard lock(mutex_);
+      release_ = true;
+    }
+    released_.notify_all();
+    server_.stop();
+    thread_.join();
+  }
+  QString url(const char* path) const { return u"http://127.0.0.1:%1%2"_s.arg(port_).arg(QLatin1StringView(path)); }
+  int port() const { return port_; }
+
+ private:
+  httplib::Server server_;
+  int port_ = -1;
+  std::thread thread_;
+  std::mutex mutex_;
+  std::condition_variable released_;
+  bool release_ = false;
+};
+
+class GetRemotePage : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_GT(server.port(), 0); }
+  LocalServer server;
+};
+
+TEST_F(GetRemotePage, Status200GivesTheBodyAsUtf8) {
+  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/text")), u"<p>中文 café</p>\r\n"_s);
+  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/marked")), u"body{}"_s) << "a UTF-8 mark is not text";
+  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/empty")), u""_s);
 }
 
-TEST(RemotePage, ASilentServerOrADeadAddressCannotHangTheCaller) {
-  test::HttpServer server;
-  server.route("/hang", {200, "", "", true});
-  EXPECT_EQ(clsRemote(300).GetRemotePage(server.url("/hang")), "");
+TEST_F(GetRemotePage, RedirectsAreFollowed) {
+  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/moved")), u"<p>中文 café</p>\r\n"_s);
+}
 
+TEST_F(GetRemotePage, AnyOtherStatusGivesNothing) {
+  for (const char* path : {"/missing", "/broken", "/created", "/no-route"})
+    EXPECT_EQ(clsRemote().GetRemotePage(server.url(path)), u""_s) << path;
+}
+
+TEST_F(GetRemotePage, ASilentServerIsGivenUpWhileTheEventLoopRuns) {
+  int ticks = 0;
+  QTimer timer;
+  QObject::connect(&timer, &QTimer::timeout, [&] { ++ticks; });
+  timer.start(10);
+  EXPECT_EQ(clsRemote(300).GetRemotePage(server.url("/hang")), u""_s);
+  EXPECT_GT(ticks, 0) << "timers ran while the caller waited";
+}
+
+TEST_F(GetRemotePage, WorksFromInsideACallbackOfAWait) {
+  QString fetched;
+  QTimer::singleShot(0, [&] { fetched = clsRemote().GetRemotePage(server.url("/text")); });
+  for (int i = 0; i < 200 && fetched.isEmpty(); ++i) WaitMs(20);
+  EXPECT_EQ(fetched, u"<p>中文 café</p>\r\n"_s);
+}
+
+TEST(GetRemotePageFailures, RefusedConnectionGivesNothing) {
   QTcpServer probe;
-  ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
-  const quint16 closedPort = probe.serverPort();
-  probe.close();
-  EXPECT_EQ(clsRemote(2000).GetRemotePage(QString("http://127.0.0.1:%1/x").arg(closedPort)), "");
-  EXPECT_EQ(clsRemote(2000).GetRemotePage("not an address"), "");
-  EXPECT_EQ(clsRemote(2000).GetRemotePage(""), "");
+  ASSERT_TRUE(probe.listen(QHostAddress::LocalHost));
+  const quint16 port = probe.serverPort();
+  probe.close();  // nothing listens there now
+  EXPECT_EQ(clsRemote(5000).GetRemotePage(u"http://127.0.0.1:%1/text"_s.arg(port)), u""_s);
+}
+
+TEST(GetRemotePageFailures, AddressesThatAreNotWebAddressesGiveNothing) {
+  for (const QString& address : {u""_s, u"not an address"_s, u"file:///etc/hostname"_s, u"ftp://127.0.0.1/x"_s,
+                                 u"http://"_s, u"data:text/plain,hello"_s})
+    EXPECT_EQ(clsRemote(2000).GetRemotePage(address), u""_s) << qPrintable(address);
 }
 
 }  // namespace

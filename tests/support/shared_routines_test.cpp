@@ -1,108 +1,320 @@
+#include "support/basPublic.h"
+#include "tests/common/TestSupport.h"
+
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QLocale>
-#include <QRegularExpression>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTimer>
+
 #include <gtest/gtest.h>
 
-#include "support/basPublic.h"
-#include "tests/common/TestSupport.h"
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
 
 namespace velmora {
 namespace {
 
-TEST(SharedRoutines, PadNumberWidensForTheLargestAndCutsLongNumbers) {
-  EXPECT_EQ(PadNumber(7, 3, 0), "007");
-  EXPECT_EQ(PadNumber(7, 3, 1500), "0007");
-  EXPECT_EQ(PadNumber(12345, 3, 0), "345");
-  EXPECT_EQ(PadNumber(12, 3, 13), "012");
+using test::ScopedTempRoot;
+
+// ---------------------------------------------------------------------------------------
+// Texts
+
+TEST(PadNumber, PadsToTheWidestOfWidthAndLargest) {
+  EXPECT_EQ(PadNumber(7, 3, 0), u"007"_s);
+  EXPECT_EQ(PadNumber(7, 3, 1500), u"0007"_s);
+  EXPECT_EQ(PadNumber(7, 3, 99), u"007"_s);
+  EXPECT_EQ(PadNumber(12345, 3, 0), u"345"_s) << "cut to its last digits";
+  EXPECT_EQ(PadNumber(0, 1, 0), u"0"_s);
+  EXPECT_EQ(PadNumber(7, 0, 0), u""_s);
+  EXPECT_EQ(PadNumber(7, -4, 0), u""_s);
+  EXPECT_EQ(PadNumber(-5, 3, 0), u"0-5"_s);
 }
 
-TEST(SharedRoutines, ToPointsWritesCentimetresAsPointsWithAFixedDecimalPoint) {
+TEST(GetTimeStamp, IsSeventeenDigitsOfTheLocalTimeNow) {
+  const QDateTime before = QDateTime::currentDateTime();
+  const QString stamp = GetTimeStamp();
+  const QDateTime after = QDateTime::currentDateTime();
+  ASSERT_EQ(stamp.size(), 17);
+  for (QChar c : stamp) EXPECT_TRUE(c.isDigit()) << qPrintable(stamp);
+  const QDateTime read = QDateTime::fromString(stamp, u"yyyyMMddHHmmsszzz"_s);
+  ASSERT_TRUE(read.isValid()) << qPrintable(stamp);
+  EXPECT_LE(before, read);
+  EXPECT_GE(after, read);
+}
+
+TEST(ToPoints, CentimetresBecomePointsWithADot) {
+  EXPECT_EQ(ToPoints(u"2cm"_s), u"56.7"_s);
+  EXPECT_EQ(ToPoints(u"1.5cm"_s), u"42.525"_s);
+  EXPECT_EQ(ToPoints(u"21.0cm"_s), u"595.35"_s);
+  EXPECT_EQ(ToPoints(u"0.1cm"_s), u"2.835"_s);
+  EXPECT_EQ(ToPoints(u"  2 CM "_s), u"56.7"_s);
+  EXPECT_EQ(ToPoints(u"-1cm"_s), u"-28.35"_s);
+  EXPECT_EQ(ToPoints(u"+.5cm"_s), u"14.175"_s);
+  EXPECT_EQ(ToPoints(u"0cm"_s), u"0"_s);
+  EXPECT_EQ(ToPoints(u"-0cm"_s), u"0"_s);
+}
+
+TEST(ToPoints, DecimalSeparatorIgnoresTheLocale) {
   const QLocale previous;
-  QLocale::setDefault(QLocale(QLocale::German));  // a locale whose decimal separator is ","
-  EXPECT_EQ(ToPoints("2cm"), "56.7");
-  EXPECT_EQ(ToPoints(" 1.5CM "), "42.525");
-  EXPECT_EQ(ToPoints("12pt"), "12");
-  EXPECT_EQ(ToPoints("1in"), "1in");
-  EXPECT_EQ(ToPoints("pt"), "pt");
-  EXPECT_EQ(ToPoints("abcm"), "");
+  QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+  EXPECT_EQ(ToPoints(u"1.5cm"_s), u"42.525"_s);
+  EXPECT_EQ(ToPoints(u"1,5cm"_s), u""_s) << "a comma is not a decimal separator here";
   QLocale::setDefault(previous);
 }
 
-TEST(SharedRoutines, TimeStampIsSeventeenDigitsOfLocalTime) {
-  const QString stamp = GetTimeStamp();
-  EXPECT_TRUE(QRegularExpression("^\\d{17}$").match(stamp).hasMatch()) << stamp.toStdString();
-  EXPECT_EQ(stamp.left(8), QDate::currentDate().toString("yyyyMMdd"));
+TEST(ToPoints, NonNumbersAndOtherUnits) {
+  EXPECT_EQ(ToPoints(u"abccm"_s), u""_s);
+  EXPECT_EQ(ToPoints(u"1.2.3cm"_s), u""_s);
+  EXPECT_EQ(ToPoints(u" .cm"_s), u""_s);
+  EXPECT_EQ(ToPoints(u"1e999cm"_s), u""_s) << "overflow is not a number";
+  EXPECT_EQ(ToPoints(u"12pt"_s), u"12"_s);
+  EXPECT_EQ(ToPoints(u"72.0PT"_s), u"72.0"_s);
+  EXPECT_EQ(ToPoints(u"1in"_s), u"1in"_s);
+  EXPECT_EQ(ToPoints(u" 3px "_s), u"3px"_s);
+  EXPECT_EQ(ToPoints(u"pt"_s), u"pt"_s);
+  EXPECT_EQ(ToPoints(u" cm "_s), u"cm"_s);
+  EXPECT_EQ(ToPoints(u""_s), u""_s);
 }
 
-TEST(SharedRoutines, TextHelpers) {
-  EXPECT_EQ(LeftOfString("a;b;c", ";"), "a");
-  EXPECT_EQ(LeftOfString("abc", "|"), "abc");
-  EXPECT_EQ(GetFileExt("/a/b.Tar.GZ"), "GZ");
-  EXPECT_EQ(GetFileExt("noext"), "");
-  EXPECT_TRUE(IsExtInList("a.JPG", " png | jpg "));
-  EXPECT_TRUE(IsExtInList("a.tar.gz", "gz"));
-  EXPECT_FALSE(IsExtInList("a", "png"));
-  EXPECT_FALSE(IsExtInList("a.", "png||"));
-  EXPECT_FALSE(IsExtInList("a.png", ""));
+TEST(LeftOfString, CutsAtTheFirstExactTerminator) {
+  EXPECT_EQ(LeftOfString(u"a;b;c"_s, u";"_s), u"a"_s);
+  EXPECT_EQ(LeftOfString(u"a--b"_s, u"--"_s), u"a"_s);
+  EXPECT_EQ(LeftOfString(u"ABC"_s, u"b"_s), u"ABC"_s) << "case matters";
+  EXPECT_EQ(LeftOfString(u"abc"_s, u"x"_s), u"abc"_s);
+  EXPECT_EQ(LeftOfString(u";abc"_s, u";"_s), u""_s);
+  EXPECT_EQ(LeftOfString(u"abc"_s, u""_s), u""_s);
 }
 
-class FileRoutines : public ::testing::Test {
- protected:
-  test::ScopedTempRoot temp;
-};
+// ---------------------------------------------------------------------------------------
+// Waiting
 
-TEST_F(FileRoutines, FilesAndFoldersAreToldApart) {
-  const QString file = temp.write("pic.png", "x");
-  QDir().mkpath(temp.path() + "/folder.png");
+TEST(WaitMs, TimersAndPostedCallsRunDuringTheWait) {
+  int ticks = 0;
+  QTimer timer;
+  QObject::connect(&timer, &QTimer::timeout, [&] { ++ticks; });
+  timer.start(5);
+  bool posted = false;
+  QMetaObject::invokeMethod(&timer, [&] { posted = true; }, Qt::QueuedConnection);
+  bool late = false;
+  QTimer::singleShot(50, [&] { late = true; });
+  WaitMs(200);
+  EXPECT_TRUE(posted);
+  EXPECT_GT(ticks, 0);
+  EXPECT_TRUE(late) << "a 50 ms timer fires inside a 200 ms wait";
+}
+
+TEST(WaitMs, NestsInsideACallbackOfAnotherWait) {
+  bool innerDone = false;
+  bool innerTimerFired = false;
+  QTimer::singleShot(10, [&] {
+    QTimer::singleShot(5, [&] { innerTimerFired = true; });
+    WaitMs(40);
+    innerDone = true;
+  });
+  WaitMs(150);
+  EXPECT_TRUE(innerTimerFired);
+  EXPECT_TRUE(innerDone);
+}
+
+TEST(WaitMs, SocketsKeepWorking) {
+  QTcpServer server;
+  ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+  QTcpSocket client;
+  QByteArray received;
+  QObject::connect(&server, &QTcpServer::newConnection, [&] {
+    QTcpSocket* peer = server.nextPendingConnection();
+    QObject::connect(peer, &QTcpSocket::readyRead, [&, peer] { received += peer->readAll(); });
+  });
+  QObject::connect(&client, &QTcpSocket::connected, [&] { client.write("hello"); });
+  client.connectToHost(QHostAddress::LocalHost, server.serverPort());
+  for (int i = 0; i < 100 && received != "hello"; ++i) WaitMs(20);
+  EXPECT_EQ(received, QByteArray("hello"));
+}
+
+TEST(WaitMs, ZeroOrNegativeStillDispatchesAndReturns) {
+  bool posted = false;
+  QObject context;
+  QMetaObject::invokeMethod(&context, [&] { posted = true; }, Qt::QueuedConnection);
+  WaitMs(0);
+  EXPECT_TRUE(posted);
+  WaitMs(-5);
+}
+
+// ---------------------------------------------------------------------------------------
+// File tests
+
+TEST(FileTests, FilesFoldersAndLinks) {
+  ScopedTempRoot root;
+  const QString file = root.write(u"a.txt"_s, "x");
+  const QString folder = root.path() + u"/sub"_s;
+  ASSERT_TRUE(QDir().mkdir(folder));
+  ASSERT_TRUE(QFile::link(file, root.path() + u"/to-file"_s));
+  ASSERT_TRUE(QFile::link(folder, root.path() + u"/to-folder"_s));
+  ASSERT_TRUE(QFile::link(root.path() + u"/gone"_s, root.path() + u"/dangling"_s));
+  ASSERT_EQ(mkfifo(QFile::encodeName(root.path() + u"/pipe"_s).constData(), 0600), 0);
+
   EXPECT_TRUE(FileExists(file));
   EXPECT_FALSE(FolderExists(file));
-  EXPECT_FALSE(FileExists(temp.path() + "/folder.png"));
-  EXPECT_TRUE(FolderExists(temp.path() + "/folder.png"));
-  EXPECT_FALSE(IsValidFile(temp.path() + "/folder.png", "png"));
-  EXPECT_TRUE(IsValidFile(file, "PNG"));
-  QFile::link(temp.path() + "/missing", temp.path() + "/dangling.png");
-  EXPECT_FALSE(FileExists(temp.path() + "/dangling.png"));
-  EXPECT_FALSE(FileExists(""));
+  EXPECT_FALSE(FileExists(folder));
+  EXPECT_TRUE(FolderExists(folder));
+  EXPECT_TRUE(FolderExists(folder + u'/'));
+  EXPECT_TRUE(FileExists(root.path() + u"/to-file"_s));
+  EXPECT_TRUE(FolderExists(root.path() + u"/to-folder"_s));
+  EXPECT_FALSE(FileExists(root.path() + u"/to-folder"_s));
+  EXPECT_FALSE(FileExists(root.path() + u"/dangling"_s));
+  EXPECT_FALSE(FolderExists(root.path() + u"/dangling"_s));
+  EXPECT_FALSE(FileExists(root.path() + u"/pipe"_s)) << "a pipe is not a file a reader can use";
+  EXPECT_FALSE(FileExists(root.path() + u"/missing.txt"_s));
+  EXPECT_FALSE(FolderExists(root.path() + u"/missing"_s));
+  EXPECT_FALSE(FileExists(file + u'/'));
+  EXPECT_FALSE(FileExists(QString()));
+  EXPECT_FALSE(FolderExists(QString()));
 }
 
-TEST_F(FileRoutines, TheWorkingFolderStartsEmptyAndDeletingNeverFollowsLinks) {
-  const QString outside = temp.write("keep/precious.txt", "x");
+TEST(FileTests, Extensions) {
+  EXPECT_EQ(GetFileExt(u"/a/b/photo.JPG"_s), u"JPG"_s);
+  EXPECT_EQ(GetFileExt(u"a.tar.gz"_s), u"gz"_s);
+  EXPECT_EQ(GetFileExt(u"/a/b/README"_s), u""_s);
+  EXPECT_EQ(GetFileExt(u"/home/u/.cache/pic"_s), u""_s) << "a dot in a folder name is no extension";
+  EXPECT_EQ(GetFileExt(u"C:\\my.dir\\pic"_s), u""_s);
+  EXPECT_EQ(GetFileExt(u"name."_s), u""_s);
+
+  EXPECT_TRUE(IsExtInList(u"a.JPG"_s, u" png | jpg "_s));
+  EXPECT_TRUE(IsExtInList(u"a.tar.gz"_s, u"gz"_s));
+  EXPECT_TRUE(IsExtInList(u"/x/a.Png"_s, u"GIF|PNG"_s));
+  EXPECT_FALSE(IsExtInList(u"noext"_s, u"png|jpg"_s));
+  EXPECT_FALSE(IsExtInList(u"a."_s, u"png||"_s));
+  EXPECT_FALSE(IsExtInList(u"a.png"_s, u""_s));
+  EXPECT_FALSE(IsExtInList(u"a.png"_s, u"pn|png2|.png"_s));
+}
+
+TEST(FileTests, IsValidFileNeedsBothExtensionAndFile) {
+  ScopedTempRoot root;
+  const QString picture = root.write(u"p.PNG"_s, "x");
+  QDir().mkdir(root.path() + u"/folder.png"_s);
+  EXPECT_TRUE(IsValidFile(picture, u"png|jpg"_s));
+  EXPECT_FALSE(IsValidFile(picture, u"jpg"_s));
+  EXPECT_FALSE(IsValidFile(root.path() + u"/missing.png"_s, u"png"_s));
+  EXPECT_FALSE(IsValidFile(root.path() + u"/folder.png"_s, u"png"_s));
+}
+
+// ---------------------------------------------------------------------------------------
+// Folders
+
+QStringList entriesOf(const QString& folder) {
+  return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+TEST(DeleteFolder, RemovesATreeWithHiddenAndReadOnlyEntries) {
+  ScopedTempRoot root;
+  const QString top = root.path() + u"/tree/"_s;
+  root.write(u"tree/a.txt"_s, "a");
+  root.write(u"tree/.hidden"_s, "h");
+  root.write(u"tree/sub/deeper/b.txt"_s, "b");
+  const QString locked = root.write(u"tree/locked/c.txt"_s, "c");
+  QFile::setPermissions(locked, QFile::ReadOwner);
+  ASSERT_EQ(chmod(QFile::encodeName(root.path() + u"/tree/locked"_s).constData(), 0555), 0);
+
+  DeleteFolder(top);
+  EXPECT_FALSE(QFileInfo::exists(top));
+}
+
+TEST(DeleteFolder, NeverFollowsALinkOutOfTheFolder) {
+  ScopedTempRoot root;
+  const QString outsideFile = root.write(u"outside/keep.txt"_s, "keep");
+  root.write(u"tree/x.txt"_s, "x");
+  ASSERT_TRUE(QFile::link(root.path() + u"/outside"_s, root.path() + u"/tree/link-to-folder"_s));
+  ASSERT_TRUE(QFile::link(outsideFile, root.path() + u"/tree/link-to-file"_s));
+
+  DeleteFolder(root.path() + u"/tree/"_s);
+  EXPECT_FALSE(QFileInfo::exists(root.path() + u"/tree"_s));
+  EXPECT_TRUE(QFileInfo::exists(outsideFile));
+
+  // The folder named is itself a link: the link goes, its target stays whole.
+  ASSERT_TRUE(QFile::link(root.path() + u"/outside"_s, root.path() + u"/alias"_s));
+  DeleteFolder(root.path() + u"/alias/"_s);
+  EXPECT_FALSE(QFileInfo(root.path() + u"/alias"_s).isSymLink());
+  EXPECT_TRUE(QFileInfo::exists(outsideFile));
+}
+
+TEST(DeleteFolder, IgnoresWhatItCannotOrMustNotDelete) {
+  ScopedTempRoot root;
+  DeleteFolder(root.path() + u"/missing/"_s);
+  const QString file = root.write(u"plain.txt"_s, "x");
+  DeleteFolder(file);
+  EXPECT_TRUE(QFileInfo::exists(file)) << "a file is not a folder";
+
+  // An empty path would name the current folder: refused.
+  const QString previous = QDir::currentPath();
+  ASSERT_TRUE(QDir::setCurrent(root.path()));
+  DeleteFolder(QString());
+  QDir::setCurrent(previous);
+  EXPECT_TRUE(QFileInfo::exists(file));
+}
+
+TEST(DeleteFolder, LetsPendingEventsRun) {
+  ScopedTempRoot root;
+  root.write(u"tree/a.txt"_s, "a");
+  bool posted = false;
+  QObject context;
+  QMetaObject::invokeMethod(&context, [&] { posted = true; }, Qt::QueuedConnection);
+  DeleteFolder(root.path() + u"/tree/"_s);
+  EXPECT_TRUE(posted);
+}
+
+TEST(GetTempFolder, EmptiesTheWorkingFolderEachTime) {
+  ScopedTempRoot root;
   const QString folder = GetTempFolder();
-  EXPECT_EQ(folder, temp.path() + "/Velmora/");
-  temp.write("Velmora/a/b/c.txt", "x");
-  temp.write("Velmora/.hidden", "x");
-  QFile::link(temp.path() + "/keep", folder + "link-to-keep");
-  QFile(temp.write("Velmora/readonly.txt", "x")).setPermissions(QFileDevice::ReadOwner);
+  EXPECT_EQ(folder, QDir::tempPath() + u"/Velmora/"_s);
+  EXPECT_EQ(folder, root.path() + u"/Velmora/"_s);
+  ASSERT_TRUE(FolderExists(folder));
+  root.write(u"Velmora/old.png"_s, "x");
+  root.write(u"Velmora/Velmora_Temp_Word_Doc.files/image001.png"_s, "x");
+  const QString outside = root.write(u"outside/keep.txt"_s, "keep");
+  ASSERT_TRUE(QFile::link(root.path() + u"/outside"_s, folder + u"escape"_s));
 
   EXPECT_EQ(GetTempFolder(), folder);
-  EXPECT_TRUE(QDir(folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot));
-  EXPECT_TRUE(QFile::exists(outside));
-  EXPECT_EQ(GetTempFolder("page-1"), folder + "page-1/");
+  EXPECT_TRUE(entriesOf(folder).isEmpty()) << qPrintable(entriesOf(folder).join(u", "_s));
+  EXPECT_TRUE(QFileInfo::exists(outside));
 }
 
-TEST_F(FileRoutines, ListFilesFiltersByPrefixAndSuffixIgnoringCase) {
-  const QString folder = temp.path() + "/list/";
-  temp.write("list/Velmora_001.PNG", "");
-  temp.write("list/velmora_002.png", "");
-  temp.write("list/other.png", "");
-  QDir().mkpath(folder + "velmora_dir.png");
-  QStringList names;
-  EXPECT_EQ(ListFiles(names, folder, "VELMORA_", ".png"), 2);
-  names.sort(Qt::CaseInsensitive);
-  EXPECT_EQ(names, QStringList({"Velmora_001.PNG", "velmora_002.png"}));
-  EXPECT_EQ(ListFiles(names, folder, "", ""), 3);
-  EXPECT_EQ(ListFiles(names, temp.path() + "/nowhere/", "", ""), 0);
+TEST(GetTempFolder, AContextFolderIsEmptiedAlone) {
+  ScopedTempRoot root;
+  const QString common = GetTempFolder();
+  const QString page = GetTempFolder(u"page-1"_s);
+  EXPECT_EQ(page, common + u"page-1/"_s);
+  root.write(u"Velmora/page-1/a.png"_s, "x");
+  const QString other = root.write(u"Velmora/page-2/b.png"_s, "x");
+  EXPECT_EQ(GetTempFolder(u"page-1"_s), page);
+  EXPECT_TRUE(entriesOf(page).isEmpty());
+  EXPECT_TRUE(QFileInfo::exists(other));
+
+  for (const QString& bad : {u".."_s, u"."_s, u"a/b"_s, u"..\\x"_s}) {
+    EXPECT_EQ(GetTempFolder(bad), u""_s) << qPrintable(bad);
+    EXPECT_TRUE(QFileInfo::exists(other));
+  }
 }
 
-TEST(SharedRoutines, WaitMsKeepsTheEventLoopRunning) {
-  bool fired = false;
-  QTimer::singleShot(5, [&] { fired = true; });
-  WaitMs(50);
-  EXPECT_TRUE(fired);
-  WaitMs(0);
-  WaitMs(-5);
+TEST(ListFiles, KeepsFilesByPrefixAndSuffixInNameOrder) {
+  ScopedTempRoot root;
+  for (const char* name : {"page_002.png", "Page_001.PNG", "page_010.png", ".hidden.png", "cover.png", "notes.txt"})
+    root.write(u"out/"_s + QLatin1StringView(name), "x");
+  QDir().mkpath(root.path() + u"/out/folder.png"_s);
+  const QString folder = root.path() + u"/out/"_s;
+
+  QStringList names{u"stale"_s};
+  EXPECT_EQ(ListFiles(names, folder, u"page_"_s, u".png"_s), 3);
+  EXPECT_EQ(names, (QStringList{u"Page_001.PNG"_s, u"page_002.png"_s, u"page_010.png"_s}));
+  EXPECT_EQ(ListFiles(names, folder, QString(), u".PNG"_s), 5) << "hidden files count, folders do not";
+  EXPECT_EQ(names.first(), u".hidden.png"_s);
+  EXPECT_EQ(ListFiles(names, root.path() + u"/out"_s, QString(), QString()), 6);
+  EXPECT_EQ(ListFiles(names, folder, u"page_0100"_s, QString()), 0);
+  EXPECT_EQ(ListFiles(names, root.path() + u"/missing/"_s, QString(), QString()), 0);
+  EXPECT_TRUE(names.isEmpty());
 }
 
 }  // namespace

@@ -1,93 +1,244 @@
-#include <gtest/gtest.h>
-
 #include "support/basPublic.h"
 #include "tests/common/TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRandomGenerator>
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
 
 namespace velmora {
 namespace {
 
-class TextFiles : public ::testing::Test {
- protected:
-  test::ScopedTempRoot temp;
+using test::ScopedTempRoot;
 
-  // Reads with encoding -1 and returns the text and the code found.
-  std::pair<QString, int> read(const QByteArray& bytes) {
-    int code = encoding::Find;
-    const QString text = ReadTextFileAs(temp.write("t.txt", bytes), code);
-    return {text, code};
+// Names the system code page for one test and puts the old setting back.
+class ScopedCodePage {
+ public:
+  explicit ScopedCodePage(const QByteArray& charset)
+      : old_(qEnvironmentVariableIsSet("VELMORA_CODEPAGE") ? std::optional(qgetenv("VELMORA_CODEPAGE"))
+                                                           : std::nullopt) {
+    qputenv("VELMORA_CODEPAGE", charset);
   }
+  ~ScopedCodePage() {
+    if (old_) qputenv("VELMORA_CODEPAGE", *old_);
+    else qunsetenv("VELMORA_CODEPAGE");
+  }
+
+ private:
+  std::optional<QByteArray> old_;
 };
 
-TEST_F(TextFiles, MarksAndInspectionChooseTheEncoding) {
-  const QString chinese = QString::fromUtf8("\xe4\xb8\xad");
-  EXPECT_EQ(read("plain ascii"), std::make_pair(QString("plain ascii"), encoding::CodePage));
-  EXPECT_EQ(read("a\xe4\xb8\xad"), std::make_pair("a" + chinese, encoding::Utf8));
-  EXPECT_EQ(read("\xef\xbb\xbf" "a\xe4\xb8\xad"), std::make_pair("a" + chinese, encoding::Utf8Bom));
-  EXPECT_EQ(read(QByteArray("\xff\xfe" "a\0-N", 6)), std::make_pair("a" + chinese, encoding::Utf16LE));
-  EXPECT_EQ(read(QByteArray("\xfe\xff\0aN-", 6)), std::make_pair("a" + chinese, encoding::Utf16BE));
-  EXPECT_EQ(read(QByteArray("\xff\xfe\0\0a\0\0\0", 8)), std::make_pair(QString(), encoding::Utf32LE));
-  EXPECT_EQ(read(QByteArray("\0\0\xfe\xff\0\0\0a", 8)), std::make_pair(QString(), encoding::Utf32BE));
-  // Bytes that are no UTF-8 fall back to the 8-bit code page (windows-1252 by default here).
-  EXPECT_EQ(read("caf\xe9"), std::make_pair(QString::fromUtf8("caf\xc3\xa9"), encoding::CodePage));
+struct ReadResult {
+  QString text;
+  int code;
+};
+
+ReadResult readAs(const QString& path, int code) {
+  QString text = ReadTextFileAs(path, code);
+  return {text, code};
 }
 
-TEST_F(TextFiles, AForcedEncodingReadsFromTheFirstByte) {
-  const QString path = temp.write("bom.txt", "\xef\xbb\xbfx");
-  int code = encoding::CodePage;
-  EXPECT_EQ(ReadTextFileAs(path, code), QString::fromUtf8("\xc3\xaf\xc2\xbb\xc2\xbfx"));
-  code = encoding::Utf8Bom;
-  EXPECT_EQ(ReadTextFileAs(path, code), "x");
-  code = 7;
-  EXPECT_EQ(ReadTextFileAs(path, code), "");
-  code = -2;
-  EXPECT_EQ(ReadTextFileAs(path, code), "");
-}
+// ---------------------------------------------------------------------------------------
+// Marks and inspection
 
-TEST_F(TextFiles, WhatIsNotAReadableFileGivesNothing) {
-  QDir().mkpath(temp.path() + "/folder");
-  EXPECT_EQ(ReadTextFile(temp.path() + "/folder"), "");
-  EXPECT_EQ(ReadTextFile(temp.path() + "/missing"), "");
-  EXPECT_EQ(ReadTextFile(""), "");
-  QByteArray junk(4096, '\0');
-  for (int i = 0; i < junk.size(); ++i) junk[i] = char((i * 7919) % 251);
-  EXPECT_NO_THROW(ReadTextFile(temp.write("junk.bin", junk)));
-}
-
-TEST(DetectUtf8, FollowsTheSequenceRules) {
-  auto detect = [](QByteArray bytes) {
-    int code = -1;
-    DetectUTF8(bytes, code);
-    return code;
+TEST(DetectBOM, FindsEachMarkFromTheFirstFourBytes) {
+  const struct {
+    uint32_t firstFour;
+    int code;
+    int length;
+  } cases[] = {
+      {0x0000FEFF, encoding::Utf32LE, 4}, {0xFFFE0000, encoding::Utf32BE, 4}, {0x0041FEFF, encoding::Utf16LE, 2},
+      {0x4100FFFE, encoding::Utf16BE, 2}, {0x41BFBBEF, encoding::Utf8Bom, 3}, {0x00BFBBEF, encoding::Utf8Bom, 3},
+      {0x00000041, encoding::CodePage, 0}, {0x00000000, encoding::CodePage, 0}, {0xFEFF0000, encoding::CodePage, 0},
   };
-  EXPECT_EQ(detect("ascii only"), encoding::CodePage);
-  EXPECT_EQ(detect("\xc3\xa9"), encoding::Utf8);
-  EXPECT_EQ(detect("\xa9 starts inside a sequence"), encoding::CodePage);
-  EXPECT_EQ(detect("\xe4\xb8"), encoding::CodePage) << "cut short";
-  EXPECT_EQ(detect("\xe4x\xb8"), encoding::CodePage);
-  EXPECT_EQ(detect("\xc0\x80"), encoding::Utf8) << "over-long forms are not rejected";
+  for (const auto& c : cases) {
+    int code = -7;
+    EXPECT_EQ(DetectBOM(c.firstFour, code), c.length) << std::hex << c.firstFour;
+    EXPECT_EQ(code, c.code) << std::hex << c.firstFour;
+  }
+}
 
-  QByteArray bytes("\xe4\xb8\xad");
-  int code = 0;
+int inspect(QByteArray& bytes) {
+  int code = -7;
   DetectUTF8(bytes, code);
-  EXPECT_NE(bytes, QByteArray("\xe4\xb8\xad")) << "the lead byte was shifted while counting";
+  return code;
 }
 
-TEST(DetectBom, ReadsTheFirstFourBytesAsALittleEndianNumber) {
-  int code = -1;
-  EXPECT_EQ(DetectBOM(0x0000FEFF, code), 4);
-  EXPECT_EQ(code, encoding::Utf32LE);
-  EXPECT_EQ(DetectBOM(0x0041FEFF, code), 2);
-  EXPECT_EQ(code, encoding::Utf16LE);
-  EXPECT_EQ(DetectBOM(0x41BFBBEF, code), 3);
-  EXPECT_EQ(code, encoding::Utf8Bom);
-  EXPECT_EQ(DetectBOM(0x41414141, code), 0);
-  EXPECT_EQ(code, encoding::CodePage);
+TEST(DetectUTF8, TellsUtf8FromAsciiAndFromCodePageText) {
+  QByteArray ascii("plain <b>ascii</b>\r\n");
+  EXPECT_EQ(inspect(ascii), encoding::CodePage);
+  EXPECT_EQ(ascii, QByteArray("plain <b>ascii</b>\r\n")) << "ASCII bytes stay as they are";
+
+  QByteArray chinese = "a" + QByteArray::fromHex("e4b8ad") + "b";
+  EXPECT_EQ(inspect(chinese), encoding::Utf8);
+  EXPECT_EQ(chinese, "a" + QByteArray::fromHex("20b8ad") + "b") << "the lead byte is shifted by its three 1-bits";
+
+  QByteArray gbk = QByteArray::fromHex("d6d0cec4");  // "中文" in GBK
+  EXPECT_EQ(inspect(gbk), encoding::CodePage);
+
+  QByteArray empty;
+  EXPECT_EQ(inspect(empty), encoding::CodePage);
 }
 
-TEST(Utf8ToUnicode, DecodesAndGivesNothingForNoBytes) {
-  EXPECT_EQ(UTF8ToUnicode(""), "");
-  EXPECT_EQ(UTF8ToUnicode("caf\xc3\xa9"), QString::fromUtf8("caf\xc3\xa9"));
-  EXPECT_EQ(UTF8ToUnicode("\xff"), QString(QChar(0xFFFD)));
+TEST(DetectUTF8, BrokenSequencesMeanCodePage) {
+  QByteArray cut = "abc" + QByteArray::fromHex("e4b8");
+  EXPECT_EQ(inspect(cut), encoding::CodePage);
+  QByteArray stray = QByteArray::fromHex("4180");
+  EXPECT_EQ(inspect(stray), encoding::CodePage);
+  EXPECT_EQ(stray, QByteArray::fromHex("4100"));
+  QByteArray interrupted = QByteArray::fromHex("e441ad");
+  EXPECT_EQ(inspect(interrupted), encoding::CodePage);
+}
+
+TEST(DetectUTF8, OnlyTheShapeOfSequencesIsChecked) {
+  QByteArray overlong = QByteArray::fromHex("c080");
+  EXPECT_EQ(inspect(overlong), encoding::Utf8);
+  QByteArray fiveBytes = QByteArray::fromHex("f888808080");
+  EXPECT_EQ(inspect(fiveBytes), encoding::Utf8);
+  QByteArray allOnes = QByteArray::fromHex("ff") + QByteArray(7, char(0x80));
+  EXPECT_EQ(inspect(allOnes), encoding::Utf8);
+  EXPECT_EQ(uint8_t(allOnes[0]), 0);
+}
+
+TEST(UTF8ToUnicode, DecodesAndReplacesInvalidBytes) {
+  EXPECT_EQ(UTF8ToUnicode(QByteArray()), u""_s);
+  EXPECT_EQ(UTF8ToUnicode(QByteArray::fromHex("e4b8ade69687")), u"中文"_s);
+  EXPECT_EQ(UTF8ToUnicode(QByteArray::fromHex("41ff42")), u"A\uFFFDB"_s);
+  const QString cut = UTF8ToUnicode(QByteArray::fromHex("41e4b8"));
+  EXPECT_TRUE(cut.startsWith(u'A') && cut.size() > 1) << "a sequence cut at the end is not lost";
+  EXPECT_EQ(cut.mid(1), QString(cut.size() - 1, QChar(0xFFFD)));
+  EXPECT_EQ(UTF8ToUnicode(QByteArray::fromHex("efbbbf41")), u"\uFEFFA"_s) << "a mark is kept";
+  EXPECT_EQ(UTF8ToUnicode(QByteArray("a\0b", 3)), QString(u"a\0b"_s));
+}
+
+// ---------------------------------------------------------------------------------------
+// Reading files
+
+TEST(ReadTextFile, DetectsEachEncoding) {
+  ScopedTempRoot root;
+  ScopedCodePage codePage("gbk");
+  const struct {
+    const char* name;
+    QByteArray bytes;
+    int code;
+    QString text;
+  } cases[] = {
+      {"ascii.html", "<p>plain</p>\r\n", encoding::CodePage, u"<p>plain</p>\r\n"_s},
+      {"utf8.html", "<p>" + QByteArray::fromHex("e4b8ad") + "</p>", encoding::Utf8, u"<p>中</p>"_s},
+      {"utf8bom.html", QByteArray::fromHex("efbbbf") + "x" + QByteArray::fromHex("c3a9"), encoding::Utf8Bom, u"xé"_s},
+      {"utf16le.txt", QByteArray::fromHex("fffe41002d4e"), encoding::Utf16LE, u"A中"_s},
+      {"utf16be.txt", QByteArray::fromHex("feff00414e2d"), encoding::Utf16BE, u"A中"_s},
+      {"utf32le.txt", QByteArray::fromHex("fffe000041000000"), encoding::Utf32LE, u""_s},
+      {"utf32be.txt", QByteArray::fromHex("0000feff00000041"), encoding::Utf32BE, u""_s},
+      {"gbk.html", "<p>" + QByteArray::fromHex("d6d0cec4") + "</p>", encoding::CodePage, u"<p>中文</p>"_s},
+      {"empty.txt", QByteArray(), encoding::CodePage, u""_s},
+      {"one.txt", "A", encoding::CodePage, u"A"_s},
+      // Two bytes FF FE read as FF FE 00 00: a UTF-32 mark, so nothing is read.
+      {"mark-only.txt", QByteArray::fromHex("fffe"), encoding::Utf32LE, u""_s},
+      {"odd-utf16.txt", QByteArray::fromHex("fffe410042"), encoding::Utf16LE, u"A"_s},
+  };
+  for (const auto& c : cases) {
+    const QString path = root.write(QString::fromLatin1(c.name), c.bytes);
+    const ReadResult read = readAs(path, encoding::Find);
+    EXPECT_EQ(read.code, c.code) << c.name;
+    EXPECT_EQ(read.text, c.text) << c.name;
+    EXPECT_EQ(ReadTextFile(path), c.text) << c.name;
+  }
+}
+
+TEST(ReadTextFileAs, AForcedEncodingReadsFromTheFirstByte) {
+  ScopedTempRoot root;
+  ScopedCodePage codePage("windows-1252");
+  const QString withMark = root.write(u"mark.html"_s, QByteArray::fromHex("efbbbf") + "caf" + QByteArray::fromHex("c3a9"));
+
+  ReadResult read = readAs(withMark, encoding::CodePage);
+  EXPECT_EQ(read.code, encoding::CodePage);
+  EXPECT_EQ(read.text, u"ï»¿cafÃ©"_s) << "the mark's three bytes in the code page";
+  read = readAs(withMark, encoding::Utf8);
+  EXPECT_EQ(read.text, u"\uFEFFcafé"_s);
+  read = readAs(withMark, encoding::Utf8Bom);
+  EXPECT_EQ(read.text, u"café"_s) << "forced to what was found: the mark is skipped";
+
+  const QString noMark = root.write(u"plain.html"_s, "caf" + QByteArray::fromHex("c3a9"));
+  EXPECT_EQ(readAs(noMark, encoding::Utf8Bom).text, u"café"_s);
+  EXPECT_EQ(readAs(noMark, encoding::Utf16BE).text, QString(QChar(0x6361)) + QChar(0x66C3)) << "odd last byte dropped";
+  read = readAs(noMark, encoding::Utf32LE);
+  EXPECT_EQ(read.text, u""_s);
+  EXPECT_EQ(read.code, encoding::Utf32LE);
+
+  const QString utf16 = root.write(u"utf16.txt"_s, QByteArray::fromHex("fffe4100"));
+  EXPECT_EQ(readAs(utf16, encoding::Utf16LE).text, u"A"_s);
+  EXPECT_EQ(readAs(utf16, encoding::Utf16BE).text, QString(QChar(0xFFFE)) + QChar(0x4100));
+}
+
+TEST(ReadTextFileAs, CodesOutsideTheTableGiveNothing) {
+  ScopedTempRoot root;
+  const QString path = root.write(u"a.txt"_s, "abc");
+  for (int code : {-2, 7, 65001}) {
+    const ReadResult read = readAs(path, code);
+    EXPECT_EQ(read.text, u""_s);
+    EXPECT_EQ(read.code, code);
+  }
+}
+
+TEST(ReadTextFileAs, UnknownCodePageGivesNothing) {
+  ScopedTempRoot root;
+  ScopedCodePage codePage("no-such-charset");
+  const QString path = root.write(u"a.txt"_s, QByteArray::fromHex("d6d0"));
+  EXPECT_EQ(ReadTextFile(path), u""_s);
+}
+
+TEST(ReadTextFile, WhatIsNotAReadableFileGivesNothing) {
+  ScopedTempRoot root;
+  QDir().mkdir(root.path() + u"/folder"_s);
+  ASSERT_EQ(mkfifo(QFile::encodeName(root.path() + u"/pipe"_s).constData(), 0600), 0);
+  for (const QString& path : {root.path() + u"/folder"_s, root.path() + u"/missing.txt"_s, root.path() + u"/pipe"_s,
+                              QString()}) {
+    int code = encoding::Find;
+    EXPECT_EQ(ReadTextFileAs(path, code), u""_s) << qPrintable(path);
+    EXPECT_EQ(code, encoding::Find) << qPrintable(path);
+  }
+}
+
+TEST(ReadTextFile, UnreadableFileGivesNothing) {
+  if (geteuid() == 0) GTEST_SKIP() << "permissions do not stop root from reading";
+  ScopedTempRoot root;
+  const QString path = root.write(u"secret.txt"_s, "secret");
+  ASSERT_EQ(chmod(QFile::encodeName(path).constData(), 0), 0);
+  EXPECT_EQ(ReadTextFile(path), u""_s);
+}
+
+TEST(ReadTextFile, FilesOfTwoGigabytesAreNotRead) {
+  ScopedTempRoot root;
+  const QString path = root.write(u"huge.txt"_s, "x");
+  QFile file(path);
+  ASSERT_TRUE(file.resize(qint64(1) << 31)) << "a sparse file takes no space";
+  int code = encoding::Find;
+  EXPECT_EQ(ReadTextFileAs(path, code), u""_s);
+  code = encoding::Utf16LE;
+  EXPECT_EQ(ReadTextFileAs(path, code), u""_s);
+}
+
+TEST(ReadTextFile, BinaryJunkNeverBreaksTheReader) {
+  ScopedTempRoot root;
+  ScopedCodePage codePage("shift_jis");
+  QRandomGenerator random(20240131);
+  QByteArray junk(256 * 1024, Qt::Uninitialized);
+  for (char& byte : junk) byte = char(random.bounded(256));
+  const QString path = root.write(u"junk.bin"_s, junk);
+  for (int code = encoding::Find; code <= encoding::Utf32BE; ++code) {
+    int inOut = code;
+    const QString text = ReadTextFileAs(path, inOut);
+    if (code == encoding::Find) EXPECT_EQ(inOut, encoding::CodePage);
+    if (code == encoding::CodePage || code == encoding::Utf8) EXPECT_FALSE(text.isEmpty()) << code;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,126 @@
+#!/usr/bin/env bash
+# The local-file upload against the reference receiver on loopback, on demand (not part
+# of the tests):
+#  1. 200 pictures of 100 KB through `velmora call LocalUpload`, and the same 200
+#     multipart bodies posted one after the other by one curl process: both times and
+#     their ratio (goal: at most 1.2).
+#  2. The peak memory of a batch of 20 files of 50 MB (1 GB in all): it should stay near
+#     the largest file plus a constant, not grow with the batch.
+#
+#   bench/upload_bench.sh [BUILD_DIR]        (default: build)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+BUILD=${1:-build}
+VELMORA=$BUILD/velmora
+RECEIVER=$BUILD/velmora-receiver
+for tool in "$VELMORA" "$RECEIVER" /usr/bin/time curl; do
+  [ -x "$(command -v "$tool")" ] || { echo "missing: $tool (build first; scripts/install-deps.sh)" >&2; exit 1; }
+done
+
+WORK=$(mktemp -d)
+RECEIVER_PID=""
+cleanup() {
+  [ -n "$RECEIVER_PID" ] && kill "$RECEIVER_PID" 2>/dev/null && wait "$RECEIVER_PID" 2>/dev/null
+  rm -rf "$WORK"
+}
+trap cleanup EXIT
+
+start_receiver() {  # a fresh receiver storing under $WORK/stored; sets URL
+  rm -rf "$WORK/stored" && mkdir -p "$WORK/stored"
+  "$RECEIVER" --root "$WORK/stored" >"$WORK/receiver.log" &
+  RECEIVER_PID=$!
+  for _ in $(seq 100); do
+    URL=$(sed -n 's/^velmora-receiver: listening on //p' "$WORK/receiver.log")
+    [ -n "$URL" ] && return
+    sleep 0.05
+  done
+  echo "the receiver did not start" >&2
+  exit 1
+}
+stop_receiver() {
+  kill "$RECEIVER_PID" && wait "$RECEIVER_PID" || true
+  RECEIVER_PID=""
+}
+
+make_pictures() {  # COUNT SIZE_KB DIR: writes DIR/p001.png ... and DIR/page.html
+  local count=$1 kb=$2 dir=$3
+  mkdir -p "$dir"
+  : >"$dir/page.html"
+  for i in $(seq -f '%03g' "$count"); do
+    head -c "$((kb * 1024))" /dev/urandom >"$dir/p$i.png"
+    printf '<p><img src="file://%s"></p>\n' "$dir/p$i.png" >>"$dir/page.html"
+  done
+}
+
+seconds() { date +%s.%N; }
+elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", b - a }'; }
+
+uploaded() { grep -c ' stored=' "$WORK/receiver.log" || true; }
+
+# ---- 1. 200 x 100 KB: the control against curl --------------------------------------
+make_pictures 200 100 "$WORK/small"
+
+start_receiver
+t0=$(seconds)
+"$VELMORA" --set "SendUrl=$URL/upload?bench=1" --set "LocalExt=png" --set "LocalSize=2048" \
+  call LocalUpload - <"$WORK/small/page.html" >"$WORK/velmora.json"
+t1=$(seconds)
+velmora_files=$(uploaded)
+stop_receiver
+grep -q '"Status": "ok"' "$WORK/velmora.json" && grep -q '"Error": ""' "$WORK/velmora.json" \
+  || { echo "LocalUpload failed:" >&2; cat "$WORK/velmora.json" >&2; exit 1; }
+
+# The same bodies as the control sends (its layout, one boundary), posted by one curl.
+boundary="---------------------------7d510428399071"
+: >"$WORK/curl.config"
+for i in $(seq -f '%03g' 200); do
+  path="$WORK/small/p$i.png"
+  {
+    printf '\r\n--%s\r\nContent-Disposition: form-data; name="originalfile"\r\n\r\n%s' "$boundary" "$path"
+    printf '\r\n--%s\r\nContent-Disposition: form-data; name="uploadfile"; filename="%s"\r\n' "$boundary" "$path"
+    printf 'Content-Type: application/octet-stream\r\n\r\n'
+    cat "$path"
+    printf '\r\n--%s--\r\n' "$boundary"
+  } >"$WORK/small/body$i"
+  [ "$i" = 001 ] || echo next >>"$WORK/curl.config"
+  cat >>"$WORK/curl.config" <<EOF
+url = "URL/upload?bench=1&action=local&type=local&rnd=$i"
+data-binary = "@$WORK/small/body$i"
+header = "Content-Type: multipart/form-data; boundary=$boundary"
+output = "/dev/null"
+EOF
+done
+start_receiver
+sed -i "s|URL/|$URL/|" "$WORK/curl.config"
+t2=$(seconds)
+curl --silent --show-error --fail --config "$WORK/curl.config"
+t3=$(seconds)
+curl_files=$(uploaded)
+stop_receiver
+
+velmora_time=$(elapsed "$t0" "$t1")
+curl_time=$(elapsed "$t2" "$t3")
+echo "200 files of 100 KB on loopback"
+echo "  velmora LocalUpload: ${velmora_time} s ($velmora_files stored, including the program's start)"
+echo "  curl, one process:   ${curl_time} s ($curl_files stored)"
+echo "  ratio:               $(awk -v a="$velmora_time" -v b="$curl_time" 'BEGIN { printf "%.2f", a / b }') (goal <= 1.2)"
+
+# ---- 2. Peak memory: 20 x 50 MB against 1 x 50 MB and against no file ----------------
+peak_kb() {  # COUNT SIZE_KB: max RSS of LocalUpload over that batch
+  rm -rf "$WORK/big"
+  make_pictures "$1" "$2" "$WORK/big"
+  start_receiver
+  /usr/bin/time -f '%M' -o "$WORK/rss" "$VELMORA" --set "SendUrl=$URL/upload?bench=2" --set "LocalExt=png" \
+    --set "LocalSize=60000" call LocalUpload - <"$WORK/big/page.html" >"$WORK/big.json"
+  stop_receiver
+  grep -q '"Error": ""' "$WORK/big.json" || { echo "LocalUpload failed" >&2; cat "$WORK/big.json" >&2; exit 1; }
+  rm -rf "$WORK/stored"
+  cat "$WORK/rss"
+}
+baseline=$(peak_kb 1 1)
+one=$(peak_kb 1 51200)
+twenty=$(peak_kb 20 51200)
+echo "peak memory (max RSS) of LocalUpload"
+echo "  1 file of 1 KB:           $((baseline / 1024)) MB"
+echo "  1 file of 50 MB:          $((one / 1024)) MB"
+echo "  20 files of 50 MB (1 GB): $((twenty / 1024)) MB"

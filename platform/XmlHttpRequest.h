@@ -1,0 +1,94 @@
+#pragma once
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QPair>
+#include <QPointer>
+#include <QString>
+#include <QUrl>
+#include <memory>
+
+class QNetworkReply;
+
+namespace velmora {
+
+// Deletes a QObject once control is back in the event loop, so an object can be dropped
+// from inside one of its own signals (a request's completion drops that request).
+struct DeleteLater {
+  template <class T>
+  void operator()(T* object) const {
+    if (object) object->deleteLater();
+  }
+};
+
+class XmlHttpRequest;
+using XmlHttpRequestPtr = std::unique_ptr<XmlHttpRequest, DeleteLater>;
+
+// An HTTP request shaped like the platform request object the upload state machines are
+// written against: Open, setRequestHeader, send, abort, readyState, Status, responseText,
+// responseBody, and OnReadyStateChange on every change of the ready state, emitted on the
+// thread that made the request. Over QNetworkAccessManager (one per thread, so
+// connections are reused). There is no time limit: a server that never answers leaves
+// the request in Loaded until it is aborted.
+class XmlHttpRequest : public QObject {
+  Q_OBJECT
+ public:
+  enum ReadyState { Uninitialized = 0, Loading = 1, Loaded = 2, Interactive = 3, Completed = 4 };
+
+  // Status of a request that ended without a whole HTTP answer, numbered as the platform's
+  // request object numbers them. None is 200, so a caller waiting for 200 sees a failure.
+  static constexpr int StatusTimeout = 12002;
+  static constexpr int StatusNameNotResolved = 12007;
+  static constexpr int StatusCancelled = 12017;
+  static constexpr int StatusCannotConnect = 12029;         // refused, unreachable
+  static constexpr int StatusConnectionAborted = 12030;     // closed or reset before the answer was whole
+  static constexpr int StatusInvalidResponse = 12152;       // no valid HTTP answer
+  static constexpr int StatusRedirectFailed = 12156;
+  static constexpr int StatusSecureFailure = 12175;
+
+  // A request object for this thread; none, with `error` set, when the thread runs no Qt
+  // event loop: an asynchronous request there could never report back.
+  static XmlHttpRequestPtr create(QString& error);
+  ~XmlHttpRequest() override;
+
+  // Each of these returns false with `error` set (a description, never empty) on failure.
+  // Open takes an absolute http or https address; a malformed one fails here.
+  bool Open(const QString& method, const QString& url, bool async, QString& error);
+  bool setRequestHeader(const QString& name, const QString& value, QString& error);
+  // Sends `body` (shared, not copied). Asynchronous requests return at once; a
+  // synchronous one returns when it is complete, the event loop running meanwhile.
+  bool send(const QByteArray& body, QString& error);
+  // Stops the request; no further OnReadyStateChange, ready state back to Uninitialized.
+  void abort();
+  // Gives up the request without stopping it: it runs to its end, unheard.
+  void letGo();
+
+  int readyState() const { return readyState_; }
+  // The HTTP status once Completed (or one of the Status* codes above); 0 before.
+  int Status() const { return status_; }
+  // The body decoded by the charset its Content-Type names (a byte-order mark wins),
+  // UTF-8 when it names none; "" with `error` set when that charset is unknown.
+  QString responseText(QString* error = nullptr) const;
+  QByteArray responseBody() const { return responseBody_; }
+
+ signals:
+  void OnReadyStateChange();
+
+ private:
+  XmlHttpRequest() = default;
+  void setReadyState(ReadyState state);
+  void onFinished();
+  void forgetReply();
+
+  ReadyState readyState_ = Uninitialized;
+  QByteArray method_;
+  QUrl url_;
+  bool async_ = true;
+  QList<QPair<QByteArray, QByteArray>> headers_;
+  QPointer<QNetworkReply> reply_;
+  int status_ = 0;
+  QByteArray responseBody_;
+  QByteArray responseContentType_;
+};
+
+}  // namespace velmora

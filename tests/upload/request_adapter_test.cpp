@@ -1,0 +1,145 @@
+#include <QTcpServer>
+#include <gtest/gtest.h>
+
+#include "platform/XmlHttpRequest.h"
+#include "tests/common/HttpServer.h"
+#include "tests/common/TestSupport.h"
+#include "tests/upload/ReceiverProcess.h"
+#include "upload/clsXmlHttpPost.h"
+
+namespace velmora {
+namespace {
+
+using test::HttpServer;
+using test::ReceiverProcess;
+using test::waitUntil;
+
+// A request with the ready states it went through.
+struct Recorded {
+  XmlHttpRequestPtr request;
+  QList<int> states;
+
+  Recorded() {
+    QString error;
+    request = XmlHttpRequest::create(error);
+    if (!request) ADD_FAILURE() << error.toStdString();
+    QObject::connect(request.get(), &XmlHttpRequest::OnReadyStateChange, [this] { states << request->readyState(); });
+  }
+  bool complete() const { return request->readyState() == XmlHttpRequest::Completed; }
+};
+
+// Posts a one-file form to `url` and waits for the answer.
+void postForm(Recorded& r, const QString& url) {
+  clsXmlHttpPost post;
+  post.AddForm("originalfile", "/pics/a.png");
+  post.AddFile("uploadfile", "/pics/a.png", QByteArray("png bytes"));
+  post.AddEnd();
+  QString error;
+  ASSERT_TRUE(r.request->Open("POST", url, true, error)) << error.toStdString();
+  ASSERT_TRUE(r.request->setRequestHeader("Content-Type", post.ContentType(), error));
+  ASSERT_TRUE(r.request->send(post.Data(), error)) << error.toStdString();
+  ASSERT_TRUE(waitUntil([&] { return r.complete(); }));
+}
+
+TEST(RequestAdapter, PostsAsynchronouslyAndReportsEveryReadyState) {
+  ReceiverProcess receiver;
+  Recorded r;
+  postForm(r, receiver.url("/up?x=1&action=local&type=local&rnd=001"));
+  EXPECT_EQ(r.states.first(), XmlHttpRequest::Loading);
+  EXPECT_EQ(r.states.value(1), XmlHttpRequest::Loaded);
+  EXPECT_EQ(r.states.last(), XmlHttpRequest::Completed);
+  EXPECT_EQ(r.request->Status(), 200);
+  EXPECT_TRUE(r.request->responseText().startsWith(receiver.url("/files/000001-a.png")));
+  EXPECT_EQ(r.request->responseBody(), r.request->responseText().toUtf8());
+}
+
+TEST(RequestAdapter, FailuresBelowHttpReadAsStatusesOtherThan200) {
+  ReceiverProcess receiver;
+  QTcpServer closed;  // a port that nobody listens on any more
+  ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
+  const QString refusedUrl = QStringLiteral("http://127.0.0.1:%1/up?action=local").arg(closed.serverPort());
+  closed.close();
+
+  struct Case {
+    QString url;
+    int status;
+  } cases[] = {
+      {refusedUrl, XmlHttpRequest::StatusCannotConnect},
+      {receiver.url("/up?action=local&test-fault=cut"), XmlHttpRequest::StatusConnectionAborted},
+      {receiver.url("/up?action=local&test-fault=reset"), XmlHttpRequest::StatusConnectionAborted},
+      {receiver.url("/up?action=local&test-status=503"), 503},
+      {receiver.url("/up?action=other"), 400},
+  };
+  for (const Case& c : cases) {
+    Recorded r;
+    postForm(r, c.url);
+    EXPECT_EQ(r.request->Status(), c.status) << c.url.toStdString();
+  }
+}
+
+TEST(RequestAdapter, OpenRefusesWhatIsNotAnHttpAddress) {
+  Recorded r;
+  for (const char* url : {"http://127.0.0.1:99999/up?x=1", "no address at all?x=1", "ftp://127.0.0.1/up?x=1",
+                          "http://[::1/up", "http:///up?x=1", ""}) {
+    QString error;
+    EXPECT_FALSE(r.request->Open("POST", url, true, error)) << url;
+    EXPECT_FALSE(error.isEmpty()) << url;
+  }
+  QString error;
+  EXPECT_FALSE(r.request->Open("PO ST", "http://127.0.0.1/", true, error));
+  EXPECT_TRUE(r.states.isEmpty());
+}
+
+TEST(RequestAdapter, HeadersAndSendNeedAnOpenRequest) {
+  Recorded r;
+  QString error;
+  EXPECT_FALSE(r.request->send("x", error));
+  EXPECT_FALSE(error.isEmpty());
+  ASSERT_TRUE(r.request->Open("POST", "http://127.0.0.1:9/", true, error)) << error.toStdString();
+  EXPECT_FALSE(r.request->setRequestHeader("X-Bad", "a\r\nInjected: yes", error));
+  EXPECT_FALSE(r.request->setRequestHeader("Bad Name", "a", error));
+  EXPECT_TRUE(r.request->setRequestHeader("X-Good", "a", error));
+}
+
+TEST(RequestAdapter, AbortStopsARequestSilently) {
+  ReceiverProcess receiver;
+  Recorded r;
+  QString error;
+  ASSERT_TRUE(r.request->Open("POST", receiver.url("/up?action=local&test-fault=silent"), true, error));
+  clsXmlHttpPost post;
+  post.AddFile("uploadfile", "a.png", QByteArray("x"));
+  post.AddEnd();
+  r.request->setRequestHeader("Content-Type", post.ContentType(), error);
+  ASSERT_TRUE(r.request->send(post.Data(), error));
+  ASSERT_TRUE(receiver.waitForPosts(1));
+  const qsizetype statesBefore = r.states.size();
+  r.request->abort();
+  EXPECT_EQ(r.request->readyState(), XmlHttpRequest::Uninitialized);
+  waitUntil([] { return false; }, 200);  // anything still queued would arrive now
+  EXPECT_EQ(r.states.size(), statesBefore);
+}
+
+TEST(RequestAdapter, ResponseTextFollowsTheAnswersCharset) {
+  HttpServer server;
+  server.route("/gb", {200, "\xCD\xBC\xC6\xAC", "text/plain; charset=\"GB2312\""});
+  server.route("/plain", {200, "caf\xC3\xA9", "text/plain"});
+  server.route("/bom", {200, QByteArray("\xFF\xFE\x41\x00", 4), "text/plain; charset=gb2312"});
+  server.route("/unknown", {200, "abc", "text/plain; charset=x-no-such"});
+  const auto fetch = [&](const QByteArray& path, QString* error = nullptr) {
+    Recorded r;
+    QString openError;
+    EXPECT_TRUE(r.request->Open("GET", server.url(path), false, openError));
+    EXPECT_TRUE(r.request->send(QByteArray(), openError));  // synchronous: complete on return
+    EXPECT_TRUE(r.complete());
+    return r.request->responseText(error);
+  };
+  EXPECT_EQ(fetch("/gb"), QString::fromUtf8("\xE5\x9B\xBE\xE7\x89\x87"));
+  EXPECT_EQ(fetch("/plain"), QString::fromUtf8("caf\xC3\xA9"));
+  EXPECT_EQ(fetch("/bom"), "A") << "a byte-order mark wins over the header";
+  QString error;
+  EXPECT_EQ(fetch("/unknown", &error), "");
+  EXPECT_TRUE(error.contains("x-no-such"));
+}
+
+}  // namespace
+}  // namespace velmora

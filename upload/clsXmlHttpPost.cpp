@@ -1,0 +1,94 @@
+#include "upload/clsXmlHttpPost.h"
+
+#include <QFile>
+#include <QRandomGenerator>
+#include <cmath>
+
+#include "platform/Charset.h"
+
+namespace velmora {
+
+namespace {
+
+const QString kCrLf = QStringLiteral("\r\n");
+constexpr qsizetype kChunk = 64 * 1024;  // reads from a device whose size is not known
+
+}  // namespace
+
+clsXmlHttpPost::clsXmlHttpPost()
+    : m_sBoundary(GenerateBoundary()), m_sContentType(QStringLiteral("multipart/form-data; boundary=") + m_sBoundary) {}
+
+QString clsXmlHttpPost::GenerateBoundary() {
+  // A uniform number in [0, 1) times 100000, to the nearest integer (a half to the even one).
+  const auto draw = [] { return static_cast<long long>(std::nearbyint(QRandomGenerator::global()->generateDouble() * 100000)); };
+  const long long a = draw();
+  const long long b = draw();
+  return QStringLiteral("---------------------------7d51") + QString::asprintf("%05lld%05lld", a, b);
+}
+
+QByteArray clsXmlHttpPost::StringToBytes(const QString& text) const {
+  const QString upper = m_sCharset.toUpper();
+  // "unicode" is the stream's name for UTF-16 little-endian.
+  const QString charset = upper == u"UNICODE" ? QStringLiteral("utf-16le") : m_sCharset;
+  QByteArray bytes;
+  QString error;
+  if (!Charset::encode(text, charset, bytes, &error))
+    throw Failure{Failure::Kind::Text, error.isEmpty() ? QStringLiteral("cannot write text in ") + m_sCharset : error};
+  // The body carries no byte-order mark.
+  if (upper == u"UTF-8" && bytes.startsWith("\xEF\xBB\xBF")) bytes.remove(0, 3);
+  if (upper == u"UNICODE" && bytes.startsWith("\xFF\xFE")) bytes.remove(0, 2);
+  return bytes;
+}
+
+void clsXmlHttpPost::AddForm(const QString& name, const QString& value) {
+  m_oStream += StringToBytes(kCrLf + QStringLiteral("--") + m_sBoundary + kCrLf +
+                             QStringLiteral("Content-Disposition: form-data; name=\"") + name + u'"' + kCrLf + kCrLf +
+                             value);
+}
+
+QString clsXmlHttpPost::fileHead(const QString& name, const QString& fileName) const {
+  return kCrLf + QStringLiteral("--") + m_sBoundary + kCrLf + QStringLiteral("Content-Disposition: form-data; name=\"") +
+         name + QStringLiteral("\"; filename=\"") + fileName + u'"' + kCrLf +
+         QStringLiteral("Content-Type: application/octet-stream") + kCrLf + kCrLf;
+}
+
+void clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, const QByteArray& data) {
+  m_oStream += StringToBytes(fileHead(name, fileName));
+  m_oStream += data;
+}
+
+void clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, QIODevice& content) {
+  m_oStream += StringToBytes(fileHead(name, fileName));
+  const auto readInto = [&](qsizetype count) {
+    const qsizetype at = m_oStream.size();
+    m_oStream.resize(at + count);
+    const qint64 got = content.read(m_oStream.data() + at, count);
+    m_oStream.resize(at + std::max<qint64>(got, 0));
+    if (got < 0) throw Failure{Failure::Kind::Content, content.errorString()};
+    return got;
+  };
+  if (!content.isSequential()) {
+    // One allocation of the right size, with room for the closing delimiter in any
+    // charset (up to four bytes a character), and one read.
+    const qsizetype size = std::max<qint64>(content.size() - content.pos(), 0);
+    m_oStream.reserve(m_oStream.size() + size + 4 * (m_sBoundary.size() + 8));
+    readInto(size);
+    return;
+  }
+  while (readInto(kChunk) > 0) {
+  }
+}
+
+void clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, const QString& path) {
+  QFile file(path);
+  if (!file.open(QIODevice::ReadOnly)) throw Failure{Failure::Kind::Content, file.errorString()};
+  AddFile(name, fileName, file);
+}
+
+void clsXmlHttpPost::AddEnd() {
+  m_oStream += StringToBytes(kCrLf + QStringLiteral("--") + m_sBoundary + QStringLiteral("--") + kCrLf);
+  m_vData = std::move(m_oStream);
+  m_oStream = QByteArray();
+}
+
+}  // namespace velmora
