@@ -2,7 +2,7 @@
 // the WebSocket door, and what a page leaves behind when it goes.
 import assert from "node:assert/strict";
 import { execFileSync, spawn } from "node:child_process";
-import { existsSync, mkdtempSync, readdirSync, rmSync } from "node:fs";
+import { existsSync, mkdirSync, mkdtempSync, readdirSync, rmSync, writeFileSync } from "node:fs";
 import http from "node:http";
 import { createRequire } from "node:module";
 import net from "node:net";
@@ -15,6 +15,7 @@ const repo = path.resolve(path.dirname(fileURLToPath(import.meta.url)), "../..")
 const webRoot = path.join(repo, "web");
 const { chromium } = createRequire(path.join(webRoot, "package.json"))("playwright-core");
 const agentPath = process.env.VELMORA_AGENT || path.join(repo, "build/velmora-agent");
+const receiverPath = process.env.VELMORA_RECEIVER || path.join(path.dirname(agentPath), "velmora-receiver");
 
 const CHROMIUM_ARGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
   "--disable-background-networking", "--disable-component-update", "--disable-sync"];
@@ -220,6 +221,43 @@ test("results, setters and Status reach the page through the mirror", { timeout:
     assert.equal(seen.getterOfWriteOnly, undefined);
   } finally {
     await page.close();
+  }
+});
+
+test("an upload that ends after the call reaches the page without polling", { timeout: 60_000 }, async () => {
+  const root = mkdtempSync(path.join(tmpdir(), "velmora-e2e-receiver-"));
+  mkdirSync(path.join(root, "stored"));
+  const receiver = spawn(receiverPath, ["--root", path.join(root, "stored"), "--port", "0"],
+    { stdio: ["ignore", "pipe", "inherit"] });
+  let receiverOut = "";
+  receiver.stdout.setEncoding("utf8");
+  receiver.stdout.on("data", (text) => { receiverOut += text; });
+  const page = await agent.openDemo();
+  try {
+    const picture = path.join(root, "pictures", "a.png");
+    mkdirSync(path.dirname(picture));
+    writeFileSync(picture, Buffer.from("89504e470d0a1a0a", "hex"));
+    const receiverUrl = (await waitFor(() => receiverOut.match(/listening on (http:\/\/\S+)/), "the receiver"))[1];
+    const result = await page.evaluate(async ({ receiverUrl, picture }) => {
+      const { client } = await window.velmoraDemo.ready;
+      const v = await client.create("Velmora5");
+      v.SendUrl = `${receiverUrl}/upload?editor=demo`;
+      v.LocalExt = "png|jpg";
+      v.LocalSize = "100";
+      await v.LocalUpload(`<p><img src="file://${picture}"></p>`);
+      const statusAfterCall = v.Status;
+      // Only the agent's own report can end this wait: the fallback poll is out of reach.
+      return { statusAfterCall, ...(await v.whenDone({ timeoutMs: 20_000, pollMs: 600_000 })) };
+    }, { receiverUrl, picture });
+    assert.equal(result.statusAfterCall, "", "the file goes to the server after the call returned");
+    assert.equal(result.Error, "");
+    assert.equal(result.OriginalFiles, "a.png");
+    assert.match(result.SavedFiles, new RegExp(`^${receiverUrl}/files/`));
+    assert.equal(result.Body, `<p><img src="${result.SavedFiles}"></p>`);
+  } finally {
+    await page.close();
+    receiver.kill("SIGTERM");
+    rmSync(root, { recursive: true, force: true });
   }
 });
 
