@@ -39,8 +39,20 @@ QString trimBlanks(const QString& text) {
   return text.mid(first, last - first);
 }
 
-// Numbers in page texts are written with up to 15 significant digits and a ".".
-QString pointsText(double value) { return QString::number(value, 'g', 15); }
+// Numbers in page texts are written with up to 15 significant digits, a "." and no
+// trailing zeros, and never with an exponent, which CSS would not read.
+QString pointsText(double value) {
+  const QString written = QString::number(value, 'g', 15);
+  const qsizetype exponentAt = written.indexOf(u'e');
+  if (exponentAt < 0) return written;
+  const int exponent = written.mid(exponentAt + 1).toInt();
+  QString fixed = QString::number(written.toDouble(), 'f', std::max(0, 14 - exponent));
+  if (fixed.contains(u'.')) {
+    while (fixed.endsWith(u'0')) fixed.chop(1);
+    if (fixed.endsWith(u'.')) fixed.chop(1);
+  }
+  return fixed;
+}
 
 // One call's view of the tables: decides each rule's condition and applies it.
 class Pipeline {
