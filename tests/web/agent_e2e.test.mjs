@@ -395,9 +395,22 @@ test("a page that goes while its dialog is open is cleaned up once the dialog cl
   await waitFor(() => desktop.log.includes(`page ${owner.sessionName} closed`), "the page to close");
   assert.ok(desktop.pageFolders().includes(owner.sessionName));
 
-  execFileSync("xdotool", ["windowfocus", "--sync", dialog], { timeout: 5000 });
-  execFileSync("xdotool", ["key", "--window", dialog, "Escape"], { timeout: 5000 });
-  await waitFor(() => !desktop.pageFolders().includes(owner.sessionName), "the gone page's folder to be deleted");
+  // The agent's visible windows may include short-lived ones besides the dialog: press
+  // Escape in each until the dialog is gone, looking them up again on every try.
+  await waitFor(() => {
+    let windows = [dialog];
+    try {
+      windows = execFileSync("xdotool", ["search", "--onlyvisible", "--pid", String(desktop.process.pid)],
+        { encoding: "utf8", timeout: 5000 }).trim().split("\n").filter(Boolean);
+    } catch { /* none visible any more */ }
+    for (const window of windows) {
+      try {
+        execFileSync("xdotool", ["windowfocus", "--sync", window], { timeout: 5000, stdio: "ignore" });
+        execFileSync("xdotool", ["key", "--window", window, "Escape"], { timeout: 5000, stdio: "ignore" });
+      } catch { /* the window went meanwhile */ }
+    }
+    return !desktop.pageFolders().includes(owner.sessionName);
+  }, "the gone page's folder to be deleted", 30_000);
   assert.ok(desktop.pageFolders().includes(other.sessionName), "the other page keeps its folder");
   assert.equal(await other.evaluate(async () => (await velmoraDemo.ready).control.Test()), "Velmora");
   await other.close();
