@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test. A test that fails is run again
-# (up to three times): now and then the private X server turns a connection away at start. Tests that need windows or the
+# Installs what is missing, builds, and runs every test. Tests that need windows or the
 # clipboard run on a private X server (Xvfb); the browser tests drive headless Chromium.
+# A failed test runs again (up to three times): now and then Xvfb turns a connection away
+# as a test program starts.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
