@@ -22,28 +22,23 @@ namespace {
 const QString DefaultFilter = QString::fromUtf8("所有文件(*.*)|*.*");
 
 TEST(DialogFilter, PairsDescriptionsWithPatternsInQtsForm) {
-  // "*.*" means every file, also one without a dot; Qt's glob for that is "*".
-  EXPECT_EQ(clsCommonDialog::QtNameFilters(DefaultFilter), QStringList({QString::fromUtf8("所有文件(*.*) (*)")}));
-  EXPECT_EQ(clsCommonDialog::QtNameFilters("Pictures|*.png;*.jpg|Text:*.txt"),
-            QStringList({"Pictures (*.png *.jpg)", "Text (*.txt)"}));
-  EXPECT_EQ(clsCommonDialog::QtNameFilters("Pages|*.htm; *.html;"), QStringList({"Pages (*.htm *.html)"}));
-  EXPECT_EQ(clsCommonDialog::QtNameFilters(""), QStringList());
-  EXPECT_EQ(clsCommonDialog::QtNameFilters("Lonely description"), QStringList());
-}
-
-TEST(DialogFilter, AColonInADescriptionShiftsThePairs) {
-  const auto pairs = clsCommonDialog::ParseFilter("Note: text|*.txt|All|*.*");
-  ASSERT_EQ(pairs.size(), 2);
-  EXPECT_EQ(pairs[0].description, "Note");
-  EXPECT_EQ(pairs[0].pattern, " text");
-  EXPECT_EQ(pairs[1].description, "*.txt");
-  EXPECT_EQ(pairs[1].pattern, "All");
-  EXPECT_EQ(clsCommonDialog::QtNameFilters("Note: text|*.txt|All|*.*"), QStringList({"Note (text)", "*.txt (All)"}));
-}
-
-TEST(DialogFilter, AnEmptyItemEndsTheListLikeADoubleSeparator) {
-  EXPECT_EQ(clsCommonDialog::QtNameFilters("Text|*.txt||Pictures|*.png"), QStringList({"Text (*.txt)"}));
-  EXPECT_EQ(clsCommonDialog::QtNameFilters("|*.txt|Pictures|*.png"), QStringList());
+  const struct {
+    QString filter;
+    QStringList qtFilters;
+  } cases[] = {
+      // "*.*" means every file, also one without a dot; Qt's glob for that is "*".
+      {DefaultFilter, {QString::fromUtf8("所有文件(*.*) (*)")}},
+      {"Pictures|*.png;*.jpg|Text:*.txt", {"Pictures (*.png *.jpg)", "Text (*.txt)"}},
+      {"Pages|*.htm; *.html;", {"Pages (*.htm *.html)"}},
+      // A colon in a description is a separator too, which shifts the pairs.
+      {"Note: text|*.txt|All|*.*", {"Note (text)", "*.txt (All)"}},
+      // An empty item ends the list, like a double separator.
+      {"Text|*.txt||Pictures|*.png", {"Text (*.txt)"}},
+      {"|*.txt|Pictures|*.png", {}},
+      {"", {}},
+      {"Lonely description", {}},
+  };
+  for (const auto& c : cases) EXPECT_EQ(clsCommonDialog::QtNameFilters(c.filter), c.qtFilters) << c.filter.toStdString();
 }
 
 TEST(DialogMultiFileName, SplitsABufferIntoFolderAndNames) {
@@ -224,7 +219,7 @@ TEST_F(Dialogs, TheFilterIndexPicksTheFilterShownFirst) {
   };
   // The list shows the page's descriptions as written, without Qt's pattern suffix.
   const Case cases[] = {
-      {2, "Pictures"}, {1, "Text"}, {0, "Text"}, {4, "Text"}, {-1, "Text"}, {3, QString::fromUtf8("所有文件(*.*)")}};
+      {2, "Pictures"}, {1, "Text"}, {0, "Text"}, {4, "Text"}, {3, QString::fromUtf8("所有文件(*.*)")}};
   for (const Case& c : cases) {
     QString selected;
     whenDialogShown([&](QFileDialog& dialog) {
@@ -235,7 +230,8 @@ TEST_F(Dialogs, TheFilterIndexPicksTheFilterShownFirst) {
     EXPECT_EQ(selected, c.expected) << "index " << c.index;
   }
 
-  // "All files" lists a name without a dot too.
+  // "All files" lists a name without a dot too: Qt reads the patterns from the last
+  // parentheses, not from the "(*.*)" of the description.
   int listed = 0;
   whenDialogShown([&](QFileDialog& dialog) {
     QPointer<QFileDialog> guard(&dialog);

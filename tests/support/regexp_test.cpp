@@ -7,7 +7,6 @@
 #include <QRandomGenerator>
 #include <QStandardPaths>
 #include <string_view>
-#include <thread>
 
 #include "support/RegExp.h"
 #include "support/ScriptError.h"
@@ -30,13 +29,11 @@ QString q(std::u16string_view text) { return QString::fromUtf16(text.data(), qsi
 const Case kSameAsEcmaScript[] = {
     // "$" only at the very end, "^" only at the start
     {u"a$", u"a\n", u"X"},
-    {u"a$", u"ba", u"X"},
     {u"$", u"ab\ncd\n", u"#"},
     {u"^", u"ab\ncd", u"#"},
     {u"^a", u"aaa", u"-"},
     // "." and line feeds
     {u"a.b", u"a\nb a-b", u"X"},
-    {u".+", u"ab\ncd", u"[$&]"},
     // \w \W \d \b \s are ASCII
     {uR"(\w+)", u"héllo wörld_1", u"[$&]"},
     {uR"(\W)", u"é-ÿ", u"_"},
@@ -46,8 +43,8 @@ const Case kSameAsEcmaScript[] = {
     {uR"(\s+)", u"a\t\v\f\r\n b\u0085c", u"_"},
     {uR"(\S+)", u"a\u0085 b", u"[$&]"},
     {uR"([\w-]+)", u"a-b c", u"x"},
-    // groups that did not take part
-    {u"(a)|(b)", u"ab", u"[$1|$2]"},
+    // groups that did not take part (null) beside one that took part empty
+    {u"(a)|(b)(c?)", u"xAb", u"[$1|$2|$3]"},
     {u"((a)?b)", u"b", u"<$2>"},
     // replacement references
     {u"b", u"abc", u"$$"},
@@ -65,7 +62,6 @@ const Case kSameAsEcmaScript[] = {
     {u"(a)(b)(c)(d)(e)(f)(g)(h)(i)(j)(k)", u"abcdefghijk", u"$11$10$1$011"},
     // case-insensitive beyond ASCII
     {u"é", u"ÉéE", u"x"},
-    {u"привет", u"ПРИВЕТ Привет", u"x"},
     {u"σ", u"Σσς", u"x"},
     {u"ǆ", u"ǄǅǆDž", u"x"},
     {u"ÿ", u"Ÿ", u"x"},
@@ -77,7 +73,6 @@ const Case kSameAsEcmaScript[] = {
     {u"x*", u"abc", u"-"},
     {u"a*", u"baaac", u"-"},
     {u"a*?", u"aa", u"-"},
-    {u"(?:)", u"ab", u"-"},
     {uR"(\b)", u"ab cd", u"|"},
     {u"(?=a)", u"aXa", u"^"},
     {u"a|", u"bab", u"-"},
@@ -92,7 +87,6 @@ const Case kSameAsEcmaScript[] = {
     {uR"((?=(a+))a*b\1)", u"baaabac", u"[$&|$1]"},
     // back-references
     {uR"((a)\1)", u"aA Aa ab", u"X"},
-    {uR"((\w)\1)", u"hello", u"[$1]"},
     {uR"(\1(a))", u"a", u"X"},
     {uR"((a)|\1b)", u"b", u"X"},
     {uR"(<(b|i)>[^<]*</\1>)", u"<b>x</B><i>y</b>", u"!"},
@@ -125,10 +119,6 @@ const Case kSameAsEcmaScript[] = {
     {u"a[]", u"a", u"x"},
     {u"a[^]b", u"a\nb", u"x"},
     {u"[[:alpha:]]+", u"a:]]", u"x"},
-    // alternation and repeated groups
-    {u"a|ab", u"ab", u"[$&]"},
-    {u"(a|b)+", u"abab", u"[$1]"},
-    {u"(?:ab)*c", u"ababc", u"x"},
 };
 
 QJsonArray casesAsJson() {
@@ -184,6 +174,7 @@ TEST(RegExpDialect, AgreesWithEcmaScript) {
     EXPECT_EQ(regExp.replace(q(c.input), q(c.replacement)).toStdString(), js["replaced"].toString().toStdString());
     QJsonArray ours;
     for (const RegExpMatch& m : regExp.execute(q(c.input))) {
+      EXPECT_EQ(m.length, m.value.size());
       QJsonArray groups;
       for (const QString& group : m.subMatches) groups.append(nullOr(group));
       ours.append(QJsonObject{{"start", m.start}, {"value", m.value}, {"groups", groups}});
@@ -267,10 +258,8 @@ TEST(RegExpText, UnpairedSurrogatesAreOrdinaryCharacters) {
   const QString pair = QString::fromUtf16(u"😀");
   const QString text = "a" + QString(high) + "b" + QString(low) + "c" + pair;
 
-  EXPECT_EQ(RegExpReplace(text, "b", "B"), "a" + QString(high) + "B" + QString(low) + "c" + pair);
   EXPECT_EQ(RegExpReplace(text, "a.b", "x"), "x" + QString(low) + "c" + pair);
   EXPECT_EQ(RegExpReplace(text, R"([\s\S])", "-"), "------");
-  EXPECT_EQ(RegExpReplace("<b>" + QString(high) + "</b>", R"(<b>([\s\S]*?)</b>)", "$1"), QString(high));
   EXPECT_EQ(RegExpReplace("x" + QString(high), "x*", "-"), "--" + QString(high) + "-");
   // Written as escapes or as themselves in the pattern, they match themselves.
   EXPECT_EQ(RegExp(R"(\uD800)").firstMatch(text)->start, 1);
@@ -288,20 +277,6 @@ TEST(RegExpText, UnpairedSurrogatesAreOrdinaryCharacters) {
   }
 }
 
-TEST(RegExpObject, ExecuteReportsEveryMatchWithItsGroups) {
-  const std::vector<RegExpMatch> matches = RegExp("(a)|(b)(c?)").execute("xAb");
-  ASSERT_EQ(matches.size(), 2u);
-  EXPECT_EQ(matches[0].start, 1);
-  EXPECT_EQ(matches[0].length, 1);
-  EXPECT_EQ(matches[0].value, "A");
-  EXPECT_EQ(matches[1].start, 2);
-  ASSERT_EQ(matches[1].subMatches.size(), 3);
-  EXPECT_TRUE(matches[1].subMatches[0].isNull());  // did not take part
-  EXPECT_EQ(matches[1].subMatches[1], "b");
-  EXPECT_FALSE(matches[1].subMatches[2].isNull());  // took part, empty
-  EXPECT_TRUE(matches[1].subMatches[2].isEmpty());
-}
-
 TEST(RegExpObject, CaseAndGlobalCanBeTurnedOff) {
   const RegExp firstOnly("a", true, false);
   EXPECT_EQ(firstOnly.replace("AaA", "x"), "xaA");
@@ -315,30 +290,13 @@ TEST(RegExpObject, CaseAndGlobalCanBeTurnedOff) {
 
 TEST(RegExpObject, CachedPatternsGiveTheSameResults) {
   const RegExp first("b+(c)");
-  const RegExp copy = first;
   EXPECT_EQ(first.replace("abbcd", "[$1]"), "a[c]d");
-  EXPECT_EQ(copy.replace("abbcd", "[$1]"), "a[c]d");
   // Far more patterns than the cache holds: the early object keeps working, and the pattern
   // compiled again behaves the same.
   for (int i = 0; i < 1200; ++i) EXPECT_EQ(RegExpReplace("x1y", QStringLiteral("%1|1").arg(i + 2), "#"), "x#y");
   EXPECT_EQ(first.replace("abbcd", "[$1]"), "a[c]d");
   EXPECT_EQ(RegExp("b+(c)").replace("abbcd", "[$1]"), "a[c]d");
   EXPECT_EQ(RegExp("B+(C)", false).replace("abbcd", "[$1]"), "abbcd");  // the case flag is part of the key
-}
-
-TEST(RegExpObject, ThreadsMatchIndependently) {
-  std::vector<std::thread> threads;
-  std::atomic<int> failures = 0;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([t, &failures] {
-      for (int i = 0; i < 300; ++i) {
-        const QString text = QStringLiteral("<p class=%1>%2</p>").arg(t).arg(i);
-        if (RegExpReplace(text, R"(<p[^>]*?>([\s\S]*?)</p>)", "$1") != QString::number(i)) ++failures;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(failures, 0);
 }
 
 TEST(RegExpShortcuts, SubMatchCountsCapturingGroupsFromZero) {
@@ -357,8 +315,6 @@ TEST(RegExpShortcuts, SubMatchCountsCapturingGroupsFromZero) {
 TEST(RegExpShortcuts, TestTakesThePatternFirst) {
   EXPECT_TRUE(RegExpTest("b+", "ABBC"));
   EXPECT_FALSE(RegExpTest("abbc", "b+"));
-  EXPECT_TRUE(RegExpTest("[^a-z0-9]+", "jp-g"));
-  EXPECT_FALSE(RegExpTest("[^a-z0-9]+", "JPG"));
 }
 
 TEST(RegExpShortcuts, ReplaceAllRepeatsUntilNothingChanges) {

@@ -78,19 +78,18 @@ class GetRemotePage : public testing::Test {
   LocalServer server;
 };
 
+// Redirects are followed; a status other than 200 gives nothing.
 TEST_F(GetRemotePage, Status200GivesTheBodyAsUtf8) {
-  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/text")), u"<p>中文 café</p>\r\n"_s);
-  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/marked")), u"body{}"_s) << "a UTF-8 mark is not text";
-  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/empty")), u""_s);
-}
-
-TEST_F(GetRemotePage, RedirectsAreFollowed) {
-  EXPECT_EQ(clsRemote().GetRemotePage(server.url("/moved")), u"<p>中文 café</p>\r\n"_s);
-}
-
-TEST_F(GetRemotePage, AnyOtherStatusGivesNothing) {
-  for (const char* path : {"/missing", "/broken", "/created", "/no-route"})
-    EXPECT_EQ(clsRemote().GetRemotePage(server.url(path)), u""_s) << path;
+  const QString text = u"<p>中文 café</p>\r\n"_s;
+  const struct {
+    const char* path;
+    QString body;
+  } cases[] = {
+      {"/text", text},     {"/marked", u"body{}"_s},  // a UTF-8 mark is not text
+      {"/moved", text},    {"/empty", u""_s},   {"/missing", u""_s},
+      {"/broken", u""_s},  {"/created", u""_s}, {"/no-route", u""_s},
+  };
+  for (const auto& c : cases) EXPECT_EQ(clsRemote().GetRemotePage(server.url(c.path)), c.body) << c.path;
 }
 
 TEST_F(GetRemotePage, ASilentServerIsGivenUpWhileTheEventLoopRuns) {
@@ -109,18 +108,14 @@ TEST_F(GetRemotePage, WorksFromInsideACallbackOfAWait) {
   EXPECT_EQ(fetched, u"<p>中文 café</p>\r\n"_s);
 }
 
-TEST(GetRemotePageFailures, RefusedConnectionGivesNothing) {
+TEST(GetRemotePageFailures, RefusedConnectionsAndOtherAddressesGiveNothing) {
   QTcpServer probe;
   ASSERT_TRUE(probe.listen(QHostAddress::LocalHost));
-  const quint16 port = probe.serverPort();
+  const QString refused = u"http://127.0.0.1:%1/text"_s.arg(probe.serverPort());
   probe.close();  // nothing listens there now
-  EXPECT_EQ(clsRemote(5000).GetRemotePage(u"http://127.0.0.1:%1/text"_s.arg(port)), u""_s);
-}
-
-TEST(GetRemotePageFailures, AddressesThatAreNotWebAddressesGiveNothing) {
-  for (const QString& address : {u""_s, u"not an address"_s, u"file:///etc/hostname"_s, u"ftp://127.0.0.1/x"_s,
-                                 u"http://"_s, u"data:text/plain,hello"_s})
-    EXPECT_EQ(clsRemote(2000).GetRemotePage(address), u""_s) << qPrintable(address);
+  for (const QString& address : {refused, u""_s, u"not an address"_s, u"file:///etc/hostname"_s,
+                                 u"ftp://127.0.0.1/x"_s, u"http://"_s, u"data:text/plain,hello"_s})
+    EXPECT_EQ(clsRemote(5000).GetRemotePage(address), u""_s) << qPrintable(address);
 }
 
 }  // namespace

@@ -65,46 +65,33 @@ TEST(DetectBOM, FindsEachMarkFromTheFirstFourBytes) {
   }
 }
 
-int inspect(QByteArray& bytes) {
-  int code = -7;
-  DetectUTF8(bytes, code);
-  return code;
-}
-
+// Only the shape of the sequences is checked, and each lead byte is shifted by its 1-bits.
 TEST(DetectUTF8, TellsUtf8FromAsciiAndFromCodePageText) {
-  QByteArray ascii("plain <b>ascii</b>\r\n");
-  EXPECT_EQ(inspect(ascii), encoding::CodePage);
-  EXPECT_EQ(ascii, QByteArray("plain <b>ascii</b>\r\n")) << "ASCII bytes stay as they are";
-
-  QByteArray chinese = "a" + QByteArray::fromHex("e4b8ad") + "b";
-  EXPECT_EQ(inspect(chinese), encoding::Utf8);
-  EXPECT_EQ(chinese, "a" + QByteArray::fromHex("20b8ad") + "b") << "the lead byte is shifted by its three 1-bits";
-
-  QByteArray gbk = QByteArray::fromHex("d6d0cec4");  // "中文" in GBK
-  EXPECT_EQ(inspect(gbk), encoding::CodePage);
-
-  QByteArray empty;
-  EXPECT_EQ(inspect(empty), encoding::CodePage);
-}
-
-TEST(DetectUTF8, BrokenSequencesMeanCodePage) {
-  QByteArray cut = "abc" + QByteArray::fromHex("e4b8");
-  EXPECT_EQ(inspect(cut), encoding::CodePage);
-  QByteArray stray = QByteArray::fromHex("4180");
-  EXPECT_EQ(inspect(stray), encoding::CodePage);
-  EXPECT_EQ(stray, QByteArray::fromHex("4100"));
-  QByteArray interrupted = QByteArray::fromHex("e441ad");
-  EXPECT_EQ(inspect(interrupted), encoding::CodePage);
-}
-
-TEST(DetectUTF8, OnlyTheShapeOfSequencesIsChecked) {
-  QByteArray overlong = QByteArray::fromHex("c080");
-  EXPECT_EQ(inspect(overlong), encoding::Utf8);
-  QByteArray fiveBytes = QByteArray::fromHex("f888808080");
-  EXPECT_EQ(inspect(fiveBytes), encoding::Utf8);
-  QByteArray allOnes = QByteArray::fromHex("ff") + QByteArray(7, char(0x80));
-  EXPECT_EQ(inspect(allOnes), encoding::Utf8);
-  EXPECT_EQ(uint8_t(allOnes[0]), 0);
+  const struct {
+    const char* hex;
+    int code;
+    const char* afterHex;  // the bytes afterwards, where it matters
+  } cases[] = {
+      {"706c61696e0d0a", encoding::CodePage, "706c61696e0d0a"},  // ASCII stays as it is
+      {"61e4b8ad62", encoding::Utf8, "6120b8ad62"},            // "a中b"
+      {"d6d0cec4", encoding::CodePage, nullptr},               // "中文" in GBK
+      {"", encoding::CodePage, nullptr},
+      {"616263e4b8", encoding::CodePage, nullptr},             // cut at the end
+      {"4180", encoding::CodePage, "4100"},                    // stray continuation byte
+      {"e441ad", encoding::CodePage, nullptr},                 // interrupted
+      {"c080", encoding::Utf8, nullptr},                       // overlong, but well shaped
+      {"f888808080", encoding::Utf8, nullptr},                 // five bytes
+      {"ff80808080808080", encoding::Utf8, "0080808080808080"},
+  };
+  for (const auto& c : cases) {
+    QByteArray bytes = QByteArray::fromHex(c.hex);
+    int code = -7;
+    DetectUTF8(bytes, code);
+    EXPECT_EQ(code, c.code) << c.hex;
+    if (c.afterHex) {
+      EXPECT_EQ(bytes.toHex(), QByteArray(c.afterHex)) << c.hex;
+    }
+  }
 }
 
 TEST(UTF8ToUnicode, DecodesAndReplacesInvalidBytes) {
@@ -178,52 +165,33 @@ TEST(ReadTextFileAs, AForcedEncodingReadsFromTheFirstByte) {
   EXPECT_EQ(readAs(utf16, encoding::Utf16BE).text, QString(QChar(0xFFFE)) + QChar(0x4100));
 }
 
-TEST(ReadTextFileAs, CodesOutsideTheTableGiveNothing) {
-  ScopedTempRoot root;
-  const QString path = root.write(u"a.txt"_s, "abc");
-  for (int code : {-2, 7, 65001}) {
-    const ReadResult read = readAs(path, code);
-    EXPECT_EQ(read.text, u""_s);
-    EXPECT_EQ(read.code, code);
-  }
-}
-
-TEST(ReadTextFileAs, UnknownCodePageGivesNothing) {
-  ScopedTempRoot root;
-  ScopedCodePage codePage("no-such-charset");
-  const QString path = root.write(u"a.txt"_s, QByteArray::fromHex("d6d0"));
-  EXPECT_EQ(ReadTextFile(path), u""_s);
-}
-
-TEST(ReadTextFile, WhatIsNotAReadableFileGivesNothing) {
+TEST(ReadTextFile, WhatCannotBeReadGivesNothing) {
   ScopedTempRoot root;
   QDir().mkdir(root.path() + u"/folder"_s);
   ASSERT_EQ(mkfifo(QFile::encodeName(root.path() + u"/pipe"_s).constData(), 0600), 0);
-  for (const QString& path : {root.path() + u"/folder"_s, root.path() + u"/missing.txt"_s, root.path() + u"/pipe"_s,
-                              QString()}) {
-    int code = encoding::Find;
-    EXPECT_EQ(ReadTextFileAs(path, code), u""_s) << qPrintable(path);
-    EXPECT_EQ(code, encoding::Find) << qPrintable(path);
+  const QString huge = root.write(u"huge.txt"_s, "x");
+  ASSERT_TRUE(QFile(huge).resize(qint64(1) << 31)) << "a sparse file of 2 GB takes no space";
+  QStringList paths{root.path() + u"/folder"_s, root.path() + u"/missing.txt"_s, root.path() + u"/pipe"_s, huge,
+                    QString()};
+  const QString secret = root.write(u"secret.txt"_s, "secret");
+  ASSERT_EQ(chmod(QFile::encodeName(secret).constData(), 0), 0);
+  if (geteuid() != 0) paths << secret;  // permissions do not stop root from reading
+  for (const QString& path : paths) {
+    for (int code : {int(encoding::Find), int(encoding::Utf16LE)}) {
+      int inOut = code;
+      EXPECT_EQ(ReadTextFileAs(path, inOut), u""_s) << qPrintable(path);
+      EXPECT_EQ(inOut, code) << qPrintable(path);
+    }
   }
-}
 
-TEST(ReadTextFile, UnreadableFileGivesNothing) {
-  if (geteuid() == 0) GTEST_SKIP() << "permissions do not stop root from reading";
-  ScopedTempRoot root;
-  const QString path = root.write(u"secret.txt"_s, "secret");
-  ASSERT_EQ(chmod(QFile::encodeName(path).constData(), 0), 0);
-  EXPECT_EQ(ReadTextFile(path), u""_s);
-}
-
-TEST(ReadTextFile, FilesOfTwoGigabytesAreNotRead) {
-  ScopedTempRoot root;
-  const QString path = root.write(u"huge.txt"_s, "x");
-  QFile file(path);
-  ASSERT_TRUE(file.resize(qint64(1) << 31)) << "a sparse file takes no space";
-  int code = encoding::Find;
-  EXPECT_EQ(ReadTextFileAs(path, code), u""_s);
-  code = encoding::Utf16LE;
-  EXPECT_EQ(ReadTextFileAs(path, code), u""_s);
+  const QString plain = root.write(u"a.txt"_s, "abc");
+  for (int code : {-2, 7, 65001}) {
+    const ReadResult read = readAs(plain, code);
+    EXPECT_EQ(read.text, u""_s) << "code outside the table " << code;
+    EXPECT_EQ(read.code, code);
+  }
+  ScopedCodePage codePage("no-such-charset");
+  EXPECT_EQ(ReadTextFile(root.write(u"gbk.txt"_s, QByteArray::fromHex("d6d0"))), u""_s);
 }
 
 TEST(ReadTextFile, BinaryJunkNeverBreaksTheReader) {
@@ -236,8 +204,12 @@ TEST(ReadTextFile, BinaryJunkNeverBreaksTheReader) {
   for (int code = encoding::Find; code <= encoding::Utf32BE; ++code) {
     int inOut = code;
     const QString text = ReadTextFileAs(path, inOut);
-    if (code == encoding::Find) EXPECT_EQ(inOut, encoding::CodePage);
-    if (code == encoding::CodePage || code == encoding::Utf8) EXPECT_FALSE(text.isEmpty()) << code;
+    if (code == encoding::Find) {
+      EXPECT_EQ(inOut, encoding::CodePage);
+    }
+    if (code == encoding::CodePage || code == encoding::Utf8) {
+      EXPECT_FALSE(text.isEmpty()) << code;
+    }
   }
 }
 
