@@ -3,7 +3,6 @@
 #include <QCoreApplication>
 #include <QRandomGenerator>
 #include <QRegularExpression>
-#include <QSet>
 #include <QTextDocument>
 #include <QTimer>
 
@@ -116,42 +115,6 @@ TEST(WordRules, EveryPatternCompilesAndOnlyTheDocumentedRulesRepeat) {
   }
   EXPECT_TEXT(repeating.join(','), "S10,S15,B3,K11,K12,X17,T2,T3");
   EXPECT_NO_THROW(RegExp(word::tagFilterPattern("p|/p|br|img")));
-}
-
-// The WPS tables are the Word tables with the listed changes and nothing else.
-TEST(WordRules, WpsVariantDiffersOnlyByItsNamedChanges) {
-  const word::WordRuleSet& ms = word::wordRules(Variant::Word);
-  const word::WordRuleSet& wps = word::wordRules(Variant::WPS);
-  QSet<QString> changed, removed, allWordNames;
-  for (const word::RuleChange& change : word::wpsChanges())
-    (change.remove ? removed : changed).insert(QString::fromUtf16(change.name));
-
-  auto compare = [&](const word::RuleList& a, const word::RuleList& b) {
-    qsizetype j = 0;
-    for (const word::ConditionalRule& entry : a) {
-      const QString name = QString::fromUtf16(entry.rule.name);
-      allWordNames.insert(name);
-      if (removed.contains(name)) continue;
-      ASSERT_LT(j, b.size());
-      const word::ConditionalRule& other = b[j++];
-      EXPECT_TEXT(name, QString::fromUtf16(other.rule.name));
-      EXPECT_TRUE(QStringView(entry.rule.replacement) == QStringView(other.rule.replacement));
-      const bool same = QStringView(entry.rule.pattern) == QStringView(other.rule.pattern) &&
-                        entry.when.option == other.when.option && entry.when.source == other.when.source;
-      EXPECT_EQ(same, !changed.contains(name)) << name.toStdString();
-    }
-    EXPECT_EQ(j, b.size());
-  };
-  compare(ms.style, wps.style);
-  compare(ms.body, wps.body);
-  compare(ms.paste, wps.paste);
-  compare(ms.modeOne, wps.modeOne);
-  compare(ms.modeTwoBeforeFilter, wps.modeTwoBeforeFilter);
-  compare(ms.modeTwoAfterFilter, wps.modeTwoAfterFilter);
-  compare(ms.tail, wps.tail);
-  for (const QString& name : changed + removed) EXPECT_TRUE(allWordNames.contains(name)) << name.toStdString();
-  EXPECT_EQ(ms.pageMarginSides[0], nullptr);
-  EXPECT_NE(wps.pageMarginSides[3], nullptr);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -325,24 +288,6 @@ TEST(WordCleanup, ModeTwoOptions) {
   const QString raised = "<p><span style='mso-text-raise:-5pt'><img src=\"e.gif\"></span></p>";
   EXPECT_TEXT(modeTwo(raised, "opt2eq:1", "paste"), "<p><img style=\"vertical-align:middle;\" src=\"e.gif\"></p>");
   EXPECT_TEXT(modeTwo(raised, "opt2eq:1", "import"), "<p><img src=\"e.gif\"></p>");
-}
-
-// WPS wraps raised pictures of pasted text in sub even without opt2eq; the tag filter then
-// takes the sub tags away again.
-TEST(WordCleanup, WpsWrapsRaisedPicturesOnPasteWithoutOpt2eq) {
-  const QString html = "<body><p><span style='mso-text-raise:-5pt'><img src=\"e.gif\"></span></p></body>";
-  auto rulesThatActed = [&](Variant variant) {
-    Context context;
-    QString style, body;
-    RuleTrace trace;
-    WordCleanup(context, variant).OptimizeHTML("paste", html, "optimizemode:2;opt2image:1", style, body, &trace);
-    EXPECT_TEXT(body, "<p><img src=\"e.gif\"></p>");
-    QStringList names;
-    for (const RuleTrace::Step& step : trace.steps) names << step.rule;
-    return names;
-  };
-  EXPECT_FALSE(rulesThatActed(Variant::Word).contains("X4"));
-  EXPECT_TRUE(rulesThatActed(Variant::WPS).contains("X4"));
 }
 
 QString pageWith(const QString& pageRule) {
