@@ -5,6 +5,7 @@
 namespace velmora {
 
 bool clsStrandelAPI::IsPrinterExist(const QString& s_PrinterName) const {
+  if (s_PrinterName.isEmpty()) return false;
   cups_dest_t* destinations = nullptr;
   const int count = cupsGetDests2(CUPS_HTTP_DEFAULT, &destinations);
   const QByteArray wanted = s_PrinterName.toUtf8();

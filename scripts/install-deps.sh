@@ -12,6 +12,7 @@ DEBIAN_PACKAGES=(
   libcpp-httplib-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   xvfb xauth xclip x11-utils xdotool
+  cups-daemon cups-client
   chromium curl ca-certificates time
   imagemagick fonts-noto-cjk
 )

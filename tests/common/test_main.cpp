@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 // Every test program runs with a real QApplication: dialogs and the clipboard need the
-// X server that the test command starts (Xvfb); without one, Qt's offscreen platform
+// X server that tests/run-on-xvfb.sh starts for them; without one, Qt's offscreen platform
 // keeps the non-graphical tests running.
 int main(int argc, char** argv) {
   if (qEnvironmentVariableIsEmpty("DISPLAY")) qputenv("QT_QPA_PLATFORM", "offscreen");
