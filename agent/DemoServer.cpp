@@ -56,9 +56,11 @@ bool DemoServer::bind(quint16 port, QString* error) {
   return true;
 }
 
-void DemoServer::start(const QString& agentUrl) {
+void DemoServer::start(const QString& agentUrl, const QString& uploadUrl) {
   Server& s = *server_;
-  s.agentJson = QJsonDocument(QJsonObject{{"agent", agentUrl}}).toJson(QJsonDocument::Compact).toStdString();
+  QJsonObject page{{"agent", agentUrl}};
+  if (!uploadUrl.isEmpty()) page.insert(QStringLiteral("upload"), uploadUrl);
+  s.agentJson = QJsonDocument(page).toJson(QJsonDocument::Compact).toStdString();
   const quint16 port = port_;
   // One request per connection: an idle kept-alive connection would hold one of the
   // server's threads (and its stop) for seconds.

@@ -8,7 +8,8 @@
 namespace velmora::agent {
 
 // The demo page's HTTP server on 127.0.0.1: the mounted files, Qt's qwebchannel.js, and
-// "/agent.json" telling the page where the agent's WebSocket is. It runs on threads of
+// "/agent.json" telling the page where the agent's WebSocket is ("agent") and, when the
+// demo has an upload receiver, the address its pictures go to ("upload"). It runs on threads of
 // its own (cpp-httplib's) and touches nothing but those read-only files and texts.
 class DemoServer {
  public:
@@ -19,8 +20,9 @@ class DemoServer {
   bool bind(quint16 port, QString* error);
   quint16 port() const { return port_; }
   QString origin() const { return QStringLiteral("http://127.0.0.1:%1").arg(port_); }
-  // Starts answering, with `agentUrl` as the page's WebSocket address.
-  void start(const QString& agentUrl);
+  // Starts answering, with `agentUrl` as the page's WebSocket address and `uploadUrl`
+  // (none when empty) as its upload address.
+  void start(const QString& agentUrl, const QString& uploadUrl = {});
 
  private:
   struct Server;

@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #include "agent/AgentServer.h"
+#include "agent/DemoReceiver.h"
 #include "agent/DemoServer.h"
 #include "agent/Log.h"
 
@@ -30,6 +31,7 @@ struct Options {
   bool demo = false;
   QStringList allowedOrigins;
   QString webRoot;
+  QString receiver;  // the demo's upload receiver program
 };
 
 quint16 portOption(const QCommandLineParser& parser, const QString& name, quint16 fallback) {
@@ -67,6 +69,9 @@ Options parseOptions(const QApplication& app) {
        QStringLiteral("PORT"), QString::number(kDefaultDemoPort)},
       {QStringLiteral("web-root"), QStringLiteral("The web folder (velmora.js, demo/, node_modules/)."),
        QStringLiteral("DIR")},
+      {QStringLiteral("receiver"),
+       QStringLiteral("The upload receiver the demo starts (default: velmora-receiver beside this program)."),
+       QStringLiteral("PROGRAM")},
   });
   parser.process(app);
   if (!parser.positionalArguments().isEmpty())
@@ -84,6 +89,8 @@ Options parseOptions(const QApplication& app) {
   if (parser.isSet(QStringLiteral("settings")))
     options.allowedOrigins += readAllowedOrigins(parser.value(QStringLiteral("settings")));
   options.webRoot = parser.isSet(QStringLiteral("web-root")) ? parser.value(QStringLiteral("web-root")) : findWebRoot();
+  options.receiver = parser.isSet(QStringLiteral("receiver")) ? parser.value(QStringLiteral("receiver"))
+                                                              : DemoReceiver::defaultProgram();
   return options;
 }
 
@@ -98,6 +105,19 @@ std::unique_ptr<DemoServer> makeDemoServer(const QString& webRoot) {
                      {QStringLiteral("/demo/"), webRoot + QStringLiteral("/demo")},
                      {QStringLiteral("/quill/"), editor}});
   return std::make_unique<DemoServer>(std::move(files), channelScript.readAll());
+}
+
+// The demo's pictures go to a receiver of its own; without one the demo still runs, only
+// its upload action is missing.
+std::unique_ptr<DemoReceiver> startDemoReceiver(const QString& program) {
+  auto receiver = std::make_unique<DemoReceiver>();
+  QString error;
+  if (!receiver->start(program, &error)) {
+    log(QStringLiteral("the demo runs without its upload receiver: ") + error);
+    return nullptr;
+  }
+  log(QStringLiteral("upload receiver on %1 (storing in %2)").arg(receiver->baseUrl(), receiver->storageFolder()));
+  return receiver;
 }
 
 // SIGINT and SIGTERM end the event loop, so pages are closed and their folders deleted.
@@ -122,6 +142,7 @@ int run(QApplication& app) {
   const Options options = parseOptions(app);
   QStringList origins = options.allowedOrigins;
   std::unique_ptr<DemoServer> demo;
+  std::unique_ptr<DemoReceiver> receiver;
   if (options.demo) {
     demo = makeDemoServer(options.webRoot);
     QString error;
@@ -140,7 +161,8 @@ int run(QApplication& app) {
   log(allowed.isEmpty() ? QStringLiteral("no origin is allowed: give --allow-origin or --settings")
                         : QStringLiteral("allowed origins: ") + allowed.join(QStringLiteral(", ")));
   if (demo) {
-    demo->start(agentUrl);
+    receiver = startDemoReceiver(options.receiver);
+    demo->start(agentUrl, receiver ? receiver->uploadUrl() : QString());
     log(QStringLiteral("demo page on %1/").arg(demo->origin()));
   }
   quitOnSignals();

@@ -7,13 +7,20 @@
 #  2. The peak memory of a batch of 20 files of 50 MB (1 GB in all): it should stay near
 #     the largest file plus a constant, not grow with the batch.
 #
-#   bench/upload_bench.sh [BUILD_DIR]        (default: build)
+#   bench/upload_bench.sh [BUILD_DIR [BASELINE_BUILD_DIR]]     (default: build)
+#
+# A baseline (another checkout's build folder) runs in the same rounds of part 1, so a
+# change can be judged on a shared machine. ROUNDS=N sets the rounds (default 5);
+# SPEED_ONLY=1 skips part 2.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD=${1:-build}
+BASELINE=${2:-}
+ROUNDS=${ROUNDS:-5}
+SPEED_ONLY=${SPEED_ONLY:-}
 VELMORA=$BUILD/velmora
 RECEIVER=$BUILD/velmora-receiver
-for tool in "$VELMORA" "$RECEIVER" /usr/bin/time curl; do
+for tool in "$VELMORA" "$RECEIVER" ${BASELINE:+"$BASELINE/velmora" "$BASELINE/velmora-receiver"} /usr/bin/time curl; do
   [ -x "$(command -v "$tool")" ] || { echo "missing: $tool (build first; scripts/install-deps.sh)" >&2; exit 1; }
 done
 
@@ -25,8 +32,9 @@ cleanup() {
 }
 trap cleanup EXIT
 
-start_receiver() {  # a fresh receiver storing under $WORK/stored; sets URL
+start_receiver() {  # a fresh $RECEIVER storing under $WORK/stored; sets URL
   rm -rf "$WORK/stored" && mkdir -p "$WORK/stored"
+  : >"$WORK/receiver.log"  # there before the receiver writes to it, since it is read at once
   "$RECEIVER" --root "$WORK/stored" >"$WORK/receiver.log" &
   RECEIVER_PID=$!
   for _ in $(seq 100); do
@@ -53,22 +61,12 @@ make_pictures() {  # COUNT SIZE_KB DIR: writes DIR/p001.png ... and DIR/page.htm
 }
 
 seconds() { date +%s.%N; }
-elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", b - a }'; }
+elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f\n", b - a }'; }
 
 uploaded() { grep -c ' stored=' "$WORK/receiver.log" || true; }
 
 # ---- 1. 200 x 100 KB: the control against curl --------------------------------------
 make_pictures 200 100 "$WORK/small"
-
-start_receiver
-t0=$(seconds)
-"$VELMORA" --set "SendUrl=$URL/upload?bench=1" --set "LocalExt=png" --set "LocalSize=2048" \
-  call LocalUpload - <"$WORK/small/page.html" >"$WORK/velmora.json"
-t1=$(seconds)
-velmora_files=$(uploaded)
-stop_receiver
-grep -q '"Status": "ok"' "$WORK/velmora.json" && grep -q '"Error": ""' "$WORK/velmora.json" \
-  || { echo "LocalUpload failed:" >&2; cat "$WORK/velmora.json" >&2; exit 1; }
 
 # The same bodies as the control sends (its layout, one boundary), posted by one curl.
 boundary="---------------------------7d510428399071"
@@ -90,20 +88,53 @@ header = "Content-Type: multipart/form-data; boundary=$boundary"
 output = "/dev/null"
 EOF
 done
-start_receiver
-sed -i "s|URL/|$URL/|" "$WORK/curl.config"
-t2=$(seconds)
-curl --silent --show-error --fail --config "$WORK/curl.config"
-t3=$(seconds)
-curl_files=$(uploaded)
-stop_receiver
 
-velmora_time=$(elapsed "$t0" "$t1")
-curl_time=$(elapsed "$t2" "$t3")
-echo "200 files of 100 KB on loopback"
-echo "  velmora LocalUpload: ${velmora_time} s ($velmora_files stored, including the program's start)"
-echo "  curl, one process:   ${curl_time} s ($curl_files stored)"
-echo "  ratio:               $(awk -v a="$velmora_time" -v b="$curl_time" 'BEGIN { printf "%.2f", a / b }') (goal <= 1.2)"
+velmora_round() {  # BUILD: one LocalUpload of the 200 files against that build's receiver; prints seconds
+  RECEIVER=$1/velmora-receiver start_receiver
+  local t0 t1 stored
+  t0=$(seconds)
+  "$1/velmora" --set "SendUrl=$URL/upload?bench=1" --set "LocalExt=png" --set "LocalSize=2048" \
+    call LocalUpload - <"$WORK/small/page.html" >"$WORK/velmora.json" 2>"$WORK/velmora.err"
+  t1=$(seconds)
+  stored=$(uploaded)
+  stop_receiver
+  grep -q '"Status": "ok"' "$WORK/velmora.json" && grep -q '"Error": ""' "$WORK/velmora.json" && [ "$stored" = 200 ] \
+    || { echo "LocalUpload failed ($stored stored):" >&2; cat "$WORK/velmora.json" "$WORK/velmora.err" >&2; exit 1; }
+  elapsed "$t0" "$t1"
+}
+curl_round() {  # the same 200 bodies posted by one curl to a fresh receiver; prints seconds
+  start_receiver
+  sed "s|URL/|$URL/|" "$WORK/curl.config" >"$WORK/curl.run"
+  local t0 t1 stored
+  t0=$(seconds)
+  curl --silent --show-error --fail --config "$WORK/curl.run"
+  t1=$(seconds)
+  stored=$(uploaded)
+  stop_receiver
+  [ "$stored" = 200 ] || { echo "curl stored $stored files" >&2; exit 1; }
+  elapsed "$t0" "$t1"
+}
+median() { sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+
+# The machine may be shared: the rounds alternate, so that all see the same load, and
+# their medians are compared.
+echo "200 files of 100 KB on loopback, $ROUNDS rounds (seconds; velmora's include its start)"
+for round in $(seq "$ROUNDS"); do
+  line="  curl $(curl_round | tee -a "$WORK/curl.times")"
+  line+="  velmora $(velmora_round "$BUILD" | tee -a "$WORK/velmora.times")"
+  [ -z "$BASELINE" ] || line+="  baseline $(velmora_round "$BASELINE" | tee -a "$WORK/baseline.times")"
+  echo "$line"
+done
+curl_time=$(median <"$WORK/curl.times")
+velmora_time=$(median <"$WORK/velmora.times")
+echo "  median curl, one process:   $curl_time s"
+echo "  median velmora LocalUpload: $velmora_time s, ratio $(ratio "$velmora_time" "$curl_time") (goal <= 1.2)"
+if [ -n "$BASELINE" ]; then
+  baseline_time=$(median <"$WORK/baseline.times")
+  echo "  median baseline:            $baseline_time s, ratio $(ratio "$baseline_time" "$curl_time") ($BASELINE)"
+fi
+[ -z "$SPEED_ONLY" ] || exit 0
 
 # ---- 2. Peak memory: 20 x 50 MB against 1 x 50 MB and against no file ----------------
 peak_kb() {  # COUNT SIZE_KB: max RSS of LocalUpload over that batch

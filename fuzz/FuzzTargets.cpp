@@ -5,10 +5,15 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "cleanup/WordCleanup.h"
 #include "cleanup/clsQuickFormat.h"
+#include "clipboard/basClipBoard.h"
 #include "clipboard/clsFlashHeader.h"
 #include "control/OptionString.h"
+#include "platform/ClipboardMime.h"
+#include "platform/DropFiles.h"
 #include "support/basPublic.h"
+#include "support/clsCommonDialog.h"
 
 namespace velmora::fuzz {
 
@@ -55,6 +60,47 @@ void quickFormat(const uint8_t* data, size_t size) {
   clsQuickFormat::ResolveUrl(QStringLiteral("http://127.0.0.1:9/a"), html.left(64));
 }
 
+// "HTML Format" blocks whose header offsets may lie.
+void htmlFormat(const uint8_t* data, size_t size) {
+  const QByteArray block = bytesOf(data, size);
+  clipboardmime::htmlOfHtmlFormatBlock(block);
+  const QString text = QString::fromUtf8(block);
+  for (const char* name : {"StartFragment", "SourceURL", "Version"})
+    GetHTMLFormatHeader(text, QString::fromLatin1(name));
+}
+
+// File lists: a uri-list as an X file manager offers it, and the file-drop block.
+void fileLists(const uint8_t* data, size_t size) {
+  const QByteArray bytes = bytesOf(data, size);
+  clipboardmime::localFilesOfUriList(bytes);
+  dropfiles::names(bytes);
+  dropfiles::queryFile(bytes, 0, 260);
+}
+
+// What a file dialog hands back: the multi-file buffer and the filter text.
+void dialogBuffers(const uint8_t* data, size_t size) {
+  const QString text = QString::fromUtf8(bytesOf(data, size));
+  QString folder;
+  QStringList names;
+  int32_t count = 0;
+  clsCommonDialog::ParseMultiFileName(text, folder, names, count);
+  clsCommonDialog::QtNameFilters(text);
+}
+
+// The Word clean-up; the first byte picks the variant, the source and the mode.
+void wordCleanup(const uint8_t* data, size_t size) {
+  if (size == 0) return;
+  const uint8_t pick = data[0];
+  Context context;
+  WordCleanup cleanup(context, pick & 1 ? WordCleanup::Variant::WPS : WordCleanup::Variant::Word);
+  const QString options = pick & 4 ? QStringLiteral("optimizemode:1;opt1vml:1;opt1absolute:1;opt1eq:1;opt1margin:1;opt1space:1;"
+                                                            "opt1grid:1;opt1css:1;pagewidth:1")
+                                   : QStringLiteral("optimizemode:2;opt2image:1;opt2table:1;opt2eq:1;opt2indent:1;opt2ptobr:1");
+  QString style, body;
+  cleanup.OptimizeHTML(pick & 2 ? QStringLiteral("paste") : QStringLiteral("import"),
+                       QString::fromUtf8(bytesOf(data + 1, size - 1)), options, style, body);
+}
+
 }  // namespace
 
 const std::vector<Target>& targets() {
@@ -63,6 +109,10 @@ const std::vector<Target>& targets() {
       {"text_file", textFile},
       {"option_string", optionString},
       {"quick_format", quickFormat},
+      {"html_format", htmlFormat},
+      {"file_lists", fileLists},
+      {"dialog_buffers", dialogBuffers},
+      {"word_cleanup", wordCleanup},
   };
   return all;
 }

@@ -1,19 +1,36 @@
-// One libFuzzer program per target: the target's name comes from VELMORA_FUZZ_TARGET.
+// The libFuzzer program: VELMORA_FUZZ_TARGET names the entry point it drives.
 #include <QCoreApplication>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "fuzz/FuzzTargets.h"
+#include "support/ScriptError.h"
+
+namespace {
+
+const velmora::fuzz::Target& chosenTarget() {
+  const char* wanted = std::getenv("VELMORA_FUZZ_TARGET");
+  for (const auto& target : velmora::fuzz::targets())
+    if (wanted && std::strcmp(target.name, wanted) == 0) return target;
+  std::fprintf(stderr, "velmora-fuzz: set VELMORA_FUZZ_TARGET to one of:");
+  for (const auto& target : velmora::fuzz::targets()) std::fprintf(stderr, " %s", target.name);
+  std::fprintf(stderr, "\n");
+  std::exit(2);
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static int argc = 1;
   static char name[] = "velmora-fuzz";
   static char* argv[] = {name, nullptr};
   static QCoreApplication app(argc, argv);
-  static const velmora::fuzz::Target* target = [] {
-    for (const auto& t : velmora::fuzz::targets())
-      if (std::strcmp(t.name, VELMORA_FUZZ_TARGET) == 0) return &t;
-    std::abort();
-  }();
-  target->run(data, size);
+  static const velmora::fuzz::Target& target = chosenTarget();
+  try {
+    target.run(data, size);
+  } catch (const velmora::ScriptError&) {
+    // An engine limit surfaces as a script error: a clear result, not a crash.
+  }
   return 0;
 }

@@ -62,9 +62,16 @@ void discardBody(const httplib::Request& request, const httplib::ContentReader& 
     reader(ignore);
 }
 
+// Answers are a line or two. The library compresses a text body for every client that
+// accepts it (Qt asks for brotli), which for a few dozen bytes costs both ends far more
+// than it saves; a body given by a provider of known length goes out as it is.
 void setText(httplib::Response& response, int status, const std::string& text) {
+  constexpr const char* kType = "text/plain; charset=utf-8";
   response.status = status;
-  response.set_content(text, "text/plain; charset=utf-8");
+  if (text.empty()) return response.set_content(text, kType);
+  response.set_content_provider(text.size(), kType, [text](size_t offset, size_t length, httplib::DataSink& sink) {
+    return sink.write(text.data() + offset, length);
+  });
 }
 
 }  // namespace
