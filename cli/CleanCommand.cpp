@@ -5,6 +5,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
+#include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
 #include "cli/Output.h"
 #include "support/basPublic.h"
@@ -81,7 +82,8 @@ int runClean(const QStringList& arguments) {
     const auto variant = request.engine == u"word" ? WordCleanup::Variant::Word : WordCleanup::Variant::WPS;
     WordCleanup(context, variant).OptimizeHTML(request.source, html, request.options, style, body, tracing);
   } else {
-    throw UsageError(QStringLiteral("the spreadsheet clean-up is not part of this build yet"));
+    const QString extraCss = request.extraCssFile.isEmpty() ? QString() : readInput(request.extraCssFile);
+    ExcelCleanup(context).OptimizeHTML(request.source, html, extraCss, request.options, style, body, tracing);
   }
 
   QJsonObject out;

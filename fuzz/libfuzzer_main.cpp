@@ -19,16 +19,23 @@ const velmora::fuzz::Target& chosenTarget() {
   std::exit(2);
 }
 
+const velmora::fuzz::Target* target = nullptr;
+
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+// The target is checked before the first input, so a wrong name leaves no crash file.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
   static int argc = 1;
   static char name[] = "velmora-fuzz";
   static char* argv[] = {name, nullptr};
   static QCoreApplication app(argc, argv);
-  static const velmora::fuzz::Target& target = chosenTarget();
+  target = &chosenTarget();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try {
-    target.run(data, size);
+    target->run(data, size);
   } catch (const velmora::ScriptError&) {
     // An engine limit surfaces as a script error: a clear result, not a crash.
   }

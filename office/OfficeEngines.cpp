@@ -1,5 +1,6 @@
 #include "office/OfficeEngines.h"
 
+#include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
 #include "clipboard/ClipboardPicture.h"
 
@@ -40,11 +41,9 @@ class WorkbookEngine : public ExcelEngine {
   bool GetExcelWorkSheetName(const QString&, QString&) override { return fail(); }
   bool Excel2HTML(const QString&, int16_t, const QString&, QString&, QString&) override { return fail(); }
   bool Excel2Images(const QString&, int16_t, const QString&, QString&) override { return fail(); }
-  // The spreadsheet clean-up is not part of this build yet: the route reports that.
-  void OptimizeHTML(const QString&, const QString&, const QString&, QString& style, QString& body) override {
-    style.clear();
-    body.clear();
-    context_.g_sError = creationFailure(QStringLiteral("Velmora.ExcelCleanup"));
+  void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
+                    QString& body) override {
+    ExcelCleanup(context_).OptimizeHTML(source, html, options, style, body);
   }
 
  private:
