@@ -69,10 +69,12 @@ QString clsQuickFormat::inlineStyleSheets(const QString& html, const QString& ba
     if (!RegExpTest(QString::fromUtf16(kStyleSheetLinkTest), link.value)) continue;
     QString sheet = clsRemote().GetRemotePage(ResolveUrl(base, link.subMatches.value(0)));
     if (!sheet.isEmpty()) sheet = kCrLf + QStringLiteral("<style>") + kCrLf + sheet + kCrLf + QStringLiteral("</style>") + kCrLf;
-    result += QStringView(html).mid(copied, link.start - copied) + sheet;  // a sheet that cannot be fetched drops its link
+    result += QStringView(html).mid(copied, link.start - copied);
+    result += sheet;  // a sheet that cannot be fetched drops its link
     copied = link.start + link.length;
   }
-  return result + QStringView(html).mid(copied);
+  result += QStringView(html).mid(copied);
+  return result;
 }
 
 QString clsQuickFormat::ResolveUrl(const QString& base, const QString& reference) {

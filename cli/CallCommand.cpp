@@ -76,7 +76,7 @@ bool showsWindow(const QString& member) {
 
 // Runs the event loop until Status reads "ok"; false when the time limit passed first.
 bool waitForStatus(const Dispatch& dispatch, int timeoutSeconds) {
-  QDeadlineTimer deadline(std::chrono::seconds(timeoutSeconds));
+  QDeadlineTimer deadline{std::chrono::seconds(timeoutSeconds)};
   while (dispatch.get(QStringLiteral("Status")).toString() != u"ok") {
     if (deadline.hasExpired()) return false;
     QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 50);

@@ -59,14 +59,14 @@ CleanRequest parse(const QStringList& args) {
 QString readInput(const QString& path) {
   if (!FileExists(path)) throw UsageError(QStringLiteral("cannot read ") + path + QStringLiteral(": not a file"));
   QFile probe(path);
-  if (!probe.open(QIODevice::ReadOnly)) throw UsageError(QStringLiteral("cannot read ") + path + u": " + probe.errorString());
+  if (!probe.open(QIODevice::ReadOnly)) throw UsageError(QStringLiteral("cannot read ") + path + QStringLiteral(": ") + probe.errorString());
   return ReadTextFile(path);
 }
 
 void writeOutput(const QString& path, const QString& text) {
   QFile file(path);
   if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(text.toUtf8()) < 0)
-    throw UsageError(QStringLiteral("cannot write ") + path + u": " + file.errorString());
+    throw UsageError(QStringLiteral("cannot write ") + path + QStringLiteral(": ") + file.errorString());
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include "Version.h"
 #include "clipboard/basClipBoard.h"
+#include "clipboard/clsClipboard.h"
+#include "control/clsFileList.h"
 #include "control/OptionString.h"
 #include "support/AutomationNumber.h"
 #include "support/RegExp.h"
@@ -192,6 +194,43 @@ void Velmora5::PasteImage(const QString& s_Opt) {
   m_sStyle.clear();
   if (producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(s_Opt, m_sBody))
     startUpload(QStringLiteral("wordimage"));
+}
+
+void Velmora5::PasteFileList(const QString& /*s_Opt*/) {
+  m_sStyle.clear();
+  bool listed = false;
+  clsFileList(context_).FileList2HTML(m_sLocalExt, m_lLocalSize, m_sBody, listed);
+  if (listed) startUpload(QStringLiteral("pastefilelist"));
+}
+
+QString Velmora5::GetClipboardFlag() {
+  clsClipboard clipboard;
+  auto offers = [&](std::initializer_list<uint32_t> formats) {
+    for (uint32_t format : formats)
+      if (clipboard.IsDataAvailableForFormat(format)) return true;
+    return false;
+  };
+  auto digit = [](bool on) { return on ? QStringLiteral("1") : QStringLiteral("0"); };
+  QString flag = digit(offers({cf::Bitmap, cf::EnhMetaFile, cf::MetaFilePict}));
+  flag += u'|' + digit(offers({cf::Text}));
+  flag += u'|' + digit(clipboard.IsDataAvailableForFormat(clipboard.AddFormat(richTextFormatName())));
+  flag += u'|' + digit(offers({cf::HDrop}));
+  flag += u'|' + digit(!GetClipboardHTML().isEmpty());
+  flag += u'|' + sourceProgramDigit();
+  return flag;
+}
+
+QString Velmora5::sourceProgramDigit() {
+  const QString ownerLink = GetClipboardDataByName(QStringLiteral("OwnerLink"));
+  const QString objectLink = GetClipboardDataByName(QStringLiteral("ObjectLink"));
+  auto startsWith = [&](const QString& prefix) {
+    return ownerLink.left(prefix.size()) == prefix || objectLink.left(prefix.size()) == prefix;
+  };
+  if (startsWith(QStringLiteral("Word.Document"))) return QStringLiteral("1");
+  if (startsWith(QStringLiteral("Excel.Sheet"))) return QStringLiteral("2");
+  if (ClipboardHasFormatLike(QStringLiteral("Kingsoft WPS"))) return QStringLiteral("3");
+  if (ClipboardHasFormatLike(QStringLiteral("Kingsoft ET"))) return QStringLiteral("4");
+  return QStringLiteral("0");
 }
 
 // ---- Capture ------------------------------------------------------------------------

@@ -2,6 +2,7 @@
 
 #include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
+#include "clipboard/ClipboardPicture.h"
 
 namespace velmora {
 
@@ -19,9 +20,8 @@ class WordDocumentEngine : public WordEngine {
         .OptimizeHTML(source, html, options, style, body);
   }
   bool Word2Images(const QString&, const QString&, QString&) override { return fail(); }
-  bool WordPaste2Image(const QString&, QString&) override {
-    context_.g_sError = creationFailure(QStringLiteral("Velmora.ImageEncoder"));
-    return false;
+  bool WordPaste2Image(const QString& options, QString& body) override {
+    return velmora::WordPaste2Image(context_, options, body);
   }
 
  private:

@@ -8,7 +8,7 @@
 namespace velmora {
 namespace {
 
-struct Run {
+struct CliRun {
   int exitCode = -1;
   QJsonObject json;
   QString err;
@@ -18,25 +18,25 @@ class CommandLine : public ::testing::Test {
  protected:
   test::ScopedTempRoot temp;
 
-  Run velmora(const QStringList& args, const QByteArray& input = {}) {
+  CliRun velmora(const QStringList& args, const QByteArray& input = {}) {
     QProcess process;
     process.start(VELMORA_CLI, args);
     process.write(input);
     process.closeWriteChannel();
     EXPECT_TRUE(process.waitForFinished(60000));
-    Run run;
+    CliRun run;
     run.exitCode = process.exitCode();
     run.json = QJsonDocument::fromJson(process.readAllStandardOutput()).object();
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
   }
-  static QString property(const Run& run, const char* name) {
+  static QString property(const CliRun& run, const char* name) {
     return run.json["properties"].toObject()[name].toString();
   }
 };
 
 TEST_F(CommandLine, CallsAMemberAndPrintsTheResultAndTheProperties) {
-  const Run test = velmora({"call", "Test"});
+  const CliRun test = velmora({"call", "Test"});
   EXPECT_EQ(test.exitCode, 0) << test.err.toStdString();
   EXPECT_EQ(test.json["result"].toString(), "Velmora");
   EXPECT_EQ(property(test, "Version"), "5.1.0.0");
@@ -44,7 +44,7 @@ TEST_F(CommandLine, CallsAMemberAndPrintsTheResultAndTheProperties) {
 }
 
 TEST_F(CommandLine, SetsPropertiesAndReadsArgumentsFromStandardInput) {
-  const Run run = velmora({"--set", "LocalExt=png", "--set", "LocalSize=10", "call", "LocalUpload", "-"},
+  const CliRun run = velmora({"--set", "LocalExt=png", "--set", "LocalSize=10", "call", "LocalUpload", "-"},
                           "<p>caf\xc3\xa9 <a href=\"file:///C:/x.htm#a\">a</a></p>");
   EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
   EXPECT_EQ(property(run, "Body"), QString::fromUtf8("<p>caf\xc3\xa9 <a href=\"#a\">a</a></p>"));
@@ -52,7 +52,7 @@ TEST_F(CommandLine, SetsPropertiesAndReadsArgumentsFromStandardInput) {
 }
 
 TEST_F(CommandLine, AFailedFlowExitsWithItsWordInError) {
-  const Run run = velmora({"call", "ImportWord", temp.path() + "/missing.doc", "mode:html"});
+  const CliRun run = velmora({"call", "ImportWord", temp.path() + "/missing.doc", "mode:html"});
   EXPECT_EQ(run.exitCode, 1);
   EXPECT_EQ(property(run, "Error"), "InvalidFile:doc|docx|wps");
 }
@@ -73,14 +73,14 @@ TEST_F(CommandLine, RefusesWhatAScriptCouldNotDo) {
       {{}, "usage"},
   };
   for (const Case& c : cases) {
-    const Run run = velmora(c.args);
+    const CliRun run = velmora(c.args);
     EXPECT_EQ(run.exitCode, 2) << c.args.join(' ').toStdString();
     EXPECT_TRUE(run.err.contains(c.message)) << run.err.toStdString();
   }
 }
 
 TEST_F(CommandLine, BooleanResultsAreJsonBooleans) {
-  const Run run = velmora({"call", "IsPrinterExist"});
+  const CliRun run = velmora({"call", "IsPrinterExist"});
   EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
   EXPECT_TRUE(run.json["result"].isBool());
 }

@@ -121,9 +121,9 @@ class Slides : public SlideExporter, public DocumentPrinter {
   QString e_;
 };
 
-class Capture : public CaptureTool {
+class Screen : public CaptureTool {
  public:
-  explicit Capture(FakeProducers& f) : f_(f) {}
+  explicit Screen(FakeProducers& f) : f_(f) {}
   void Capture() override { f_.calls << QStringLiteral("capture.Capture"); }
 
  private:
@@ -145,7 +145,7 @@ inline std::unique_ptr<DocumentPrinter> FakeProducers::createDocumentPrinter(Con
   return std::make_unique<fake::Slides>(*this, context, QStringLiteral("printer"));
 }
 inline std::unique_ptr<CaptureTool> FakeProducers::createCaptureTool(Context&) {
-  auto tool = std::make_unique<fake::Capture>(*this);
+  auto tool = std::make_unique<fake::Screen>(*this);
   lastCapture = tool.get();
   return tool;
 }

@@ -1,3 +1,4 @@
+#include <QMetaMethod>
 #include <gtest/gtest.h>
 
 #include "control/Velmora5.h"
@@ -87,7 +88,7 @@ TEST(TypeLibrary, DescribesBothControlsAndTheUploadEvents) {
   test::ScopedTempRoot temp;
   Velmora5 control(context);
   for (const MemberInfo& member : editor->dispatch.members) {
-    const QByteArray name = member.kind == MemberKind::PropertyPut ? QByteArray("set") + member.name : member.name;
+    const QByteArray name = member.kind == MemberKind::PropertyPut ? QByteArray("set") + member.name : QByteArray(member.name);
     const bool found = member.kind == MemberKind::PropertyGet
                            ? control.metaObject()->indexOfProperty(name) >= 0
                            : [&] {

@@ -1,0 +1,62 @@
+#include <QRandomGenerator>
+#include <gtest/gtest.h>
+
+#include "fuzz/FuzzTargets.h"
+#include "support/ScriptError.h"
+
+namespace velmora {
+namespace {
+
+// Seeds that look like what each parser expects, so that mutations reach past the first
+// check; then random bytes.
+std::vector<QByteArray> seeds() {
+  QByteArray swf("FWS\x0a\x40\0\0\0", 8);
+  swf += QByteArray::fromHex("7800055f00000fa000");
+  QByteArray cws("CWS\x0a\x40\0\0\0", 8);
+  cws += QByteArray::fromHex("789c0b0808000000ffff");
+  return {swf,
+          cws,
+          "\xef\xbb\xbfhello \xe4\xb8\xad",
+          "mode:html;api:0;;x:y:z",
+          "<html><head><link rel=stylesheet href=\"../x.css\"><script>x</script></head><body>"
+          "<!--StartFragment--><p>a</p><!--EndFragment--></body></html>"};
+}
+
+QByteArray mutate(QByteArray bytes, QRandomGenerator& random) {
+  const int edits = 1 + int(random.bounded(8));
+  for (int i = 0; i < edits; ++i) {
+    const qsizetype at = bytes.isEmpty() ? 0 : qsizetype(random.bounded(quint32(bytes.size())));
+    switch (random.bounded(4)) {
+      case 0: if (!bytes.isEmpty()) bytes[at] = char(random.bounded(256)); break;
+      case 1: bytes.insert(at, char(random.bounded(256))); break;
+      case 2: bytes.remove(at, 1 + qsizetype(random.bounded(4))); break;
+      default: bytes.truncate(at); break;
+    }
+  }
+  return bytes;
+}
+
+TEST(FuzzReplay, ParsersSurviveMutatedAndRandomInput) {
+  QRandomGenerator random(20261123);
+  const std::vector<QByteArray> corpus = seeds();
+  for (const fuzz::Target& target : fuzz::targets()) {
+    for (int round = 0; round < 300; ++round) {
+      QByteArray input;
+      if (round % 3 == 0) {
+        input.resize(qsizetype(random.bounded(512)));
+        for (char& c : input) c = char(random.bounded(256));
+      } else {
+        input = mutate(corpus[size_t(round) % corpus.size()], random);
+      }
+      try {
+        target.run(reinterpret_cast<const uint8_t*>(input.constData()), size_t(input.size()));
+      } catch (const ScriptError&) {
+        // A rule the engine gave up on is a clear error, not a crash.
+      }
+    }
+    SUCCEED() << target.name;
+  }
+}
+
+}  // namespace
+}  // namespace velmora
