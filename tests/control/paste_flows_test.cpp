@@ -1,0 +1,180 @@
+// The control's paste flows end to end: another program (xclip) owns the desktop clipboard
+// on a real X server, the control reads it, and the pictures go to the reference receiver.
+#include <QBuffer>
+#include <QClipboard>
+#include <QDir>
+#include <QFile>
+#include <QGuiApplication>
+#include <QImage>
+#include <QProcess>
+#include <QUrl>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "control/Velmora5.h"
+#include "tests/common/TestSupport.h"
+#include "tests/upload/ReceiverProcess.h"
+
+namespace velmora {
+namespace {
+
+using test::ReceiverProcess;
+using test::waitUntil;
+
+QByteArray encoded(const QImage& image, const char* format = "PNG") {
+  QByteArray bytes;
+  QBuffer buffer(&bytes);
+  buffer.open(QIODevice::WriteOnly);
+  image.save(&buffer, format);
+  return bytes;
+}
+
+// A picture no encoder can shrink by accident: a gradient under seeded noise.
+QImage screenshotLike(int width, int height) {
+  QImage picture(width, height, QImage::Format_RGB32);
+  uint32_t seed = 777;
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      seed = seed * 1664525u + 1013904223u;
+      picture.setPixel(x, y, qRgb(x * 255 / width, y * 255 / height, int(seed >> 24)));
+    }
+  return picture;
+}
+
+class PasteFlows : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (qEnvironmentVariableIsEmpty("DISPLAY") || QGuiApplication::platformName() != u"xcb")
+      GTEST_SKIP() << "needs an X server: run under xvfb-run";
+    changes_ = QObject::connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, [this] { ++changeCount_; });
+    control = std::make_unique<Velmora5>(context);  // the standard producers
+    control->setSendUrl(receiver.url("/upload?page=paste"));
+    control->setLocalExt("png|jpg|gif");
+    control->setLocalSize("4096");
+  }
+
+  void TearDown() override {
+    if (owner_.state() != QProcess::NotRunning) {
+      owner_.kill();
+      owner_.waitForFinished();
+    }
+    QObject::disconnect(changes_);
+  }
+
+  // xclip takes the clipboard with one target; returns once this process has seen it change hands.
+  void offer(const QString& mimeType, const QByteArray& bytes) {
+    const QString file = temp.write("offered-" + QString::number(++files_), bytes);
+    const int changesBefore = changeCount_;
+    owner_.start("xclip", {"-quiet", "-selection", "clipboard", "-t", mimeType, "-i", file});
+    ASSERT_TRUE(owner_.waitForStarted()) << "xclip is missing";
+    ASSERT_TRUE(waitUntil([&] { return changeCount_ > changesBefore; }))
+        << "the clipboard did not change hands; " << owner_.readAllStandardError().toStdString();
+  }
+
+  // Runs a flow until the control reports its end.
+  void finish(const std::function<void()>& flow) {
+    flow();
+    ASSERT_TRUE(waitUntil([&] { return control->Status() == "ok"; }, 30000)) << "the flow did not end";
+  }
+
+  QString stored(qsizetype post) const {
+    return QString::fromLatin1(ReceiverProcess::field(receiver.posts().value(post), "stored"));
+  }
+  QString addressOf(qsizetype post) const { return receiver.url("/files/" + stored(post)); }
+  QByteArray storedBytes(qsizetype post) const {
+    QFile file(receiver.root() + "/" + stored(post));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+  }
+  static QString picturePasted(const QString& src) { return "<img src=\"" + src + "\" border=0><br>"; }
+
+  test::ScopedTempRoot temp;
+  Context context;
+  ReceiverProcess receiver;
+  std::unique_ptr<Velmora5> control;
+
+ private:
+  QProcess owner_;
+  QMetaObject::Connection changes_;
+  int changeCount_ = 0;
+  int files_ = 0;
+};
+
+TEST_F(PasteFlows, TheFlagNamesWhatTheClipboardOffers) {
+  EXPECT_EQ(control->GetClipboardFlag(), "0|0|0|0|0|0") << "a fresh X server has an empty clipboard";
+  offer("image/png", encoded(screenshotLike(4, 4)));
+  EXPECT_EQ(control->GetClipboardFlag(), "1|0|0|0|0|0");
+}
+
+TEST_F(PasteFlows, APastedPngArrivesAtTheServerPixelForPixel) {
+  const QImage original = screenshotLike(320, 200);
+  offer("image/png", encoded(original));
+
+  finish([&] { control->PasteImage("imgtype:png"); });
+  EXPECT_EQ(control->Error(), "");
+  ASSERT_EQ(receiver.posts().size(), 1);
+  EXPECT_EQ(control->Body(), picturePasted(addressOf(0)));
+  EXPECT_EQ(control->SavedFiles(), addressOf(0));
+  EXPECT_TRUE(control->OriginalFiles().endsWith(".png")) << control->OriginalFiles().toStdString();
+
+  const QImage arrived = QImage::fromData(storedBytes(0), "PNG");
+  ASSERT_FALSE(arrived.isNull());
+  EXPECT_EQ(arrived.convertToFormat(QImage::Format_RGB32), original);
+}
+
+TEST_F(PasteFlows, APastedPictureWithoutImgtypeIsSentAsJpeg) {
+  offer("image/png", encoded(screenshotLike(64, 48)));
+  finish([&] { control->PasteImage(""); });
+  ASSERT_EQ(receiver.posts().size(), 1);
+  EXPECT_TRUE(control->OriginalFiles().endsWith(".jpg"));
+  EXPECT_TRUE(storedBytes(0).startsWith("\xFF\xD8\xFF"));
+}
+
+TEST_F(PasteFlows, PastedHtmlHasItsLocalPictureUploadedAndItsReferenceRewritten) {
+  const QByteArray pictureBytes = encoded(screenshotLike(20, 10));
+  const QString picture = temp.write("copied page/photo.png", pictureBytes);
+  const QString address = "file://" + QString(picture).replace(" ", "%20");
+  offer("text/html", ("<meta charset='utf-8'><p>Seen <b>here</b>: <img src=\"" + address + "\"></p>").toUtf8());
+
+  // The simple clean-up keeps pictures only when asked to.
+  finish([&] { control->PasteWord("mode:html;opt2image:1"); });
+  EXPECT_EQ(control->Error(), "");
+  ASSERT_EQ(receiver.posts().size(), 1) << control->Body().toStdString();
+  EXPECT_EQ(storedBytes(0), pictureBytes);
+  EXPECT_EQ(control->OriginalFiles(), "photo.png");
+  EXPECT_TRUE(control->Body().contains("src=\"" + addressOf(0) + "\"")) << control->Body().toStdString();
+  EXPECT_FALSE(control->Body().contains("file:")) << control->Body().toStdString();
+  EXPECT_TRUE(control->Body().contains("here")) << control->Body().toStdString();
+}
+
+TEST_F(PasteFlows, PastedFilesAreFilteredByTypeSizeAndKind) {
+  control->setLocalExt("png|jpg");
+  control->setLocalSize("2");
+  const QString kept = temp.write("files/a kept.png", QByteArray(2048, 'k'));
+  const QString excluded = temp.write("files/b.exe", "MZ");
+  const QString oversize = temp.write("files/c big.png", QByteArray(2049, 'b'));
+  const QString folder = temp.path() + "/files/d folder.png";
+  ASSERT_TRUE(QDir().mkpath(folder));
+  QByteArray uriList;
+  for (const QString& path : {oversize, folder, excluded, kept}) uriList += QUrl::fromLocalFile(path).toEncoded() + "\r\n";
+  offer("text/uri-list", uriList);
+  EXPECT_EQ(control->GetClipboardFlag(), "0|0|0|1|0|0");
+
+  finish([&] { control->PasteFileList(""); });
+  EXPECT_EQ(control->Error(), "");
+  ASSERT_EQ(receiver.posts().size(), 1);
+  EXPECT_EQ(storedBytes(0), QByteArray(2048, 'k'));
+  EXPECT_EQ(control->Body(), picturePasted(addressOf(0)));
+  EXPECT_EQ(control->OriginalFiles(), "a kept.png");
+}
+
+TEST_F(PasteFlows, PastingFilesWhenTheClipboardHoldsNoneChangesNothingMore) {
+  offer("text/plain", "just words");
+  control->PasteFileList("");
+  EXPECT_EQ(control->Body(), "");
+  EXPECT_EQ(control->Status(), "") << "no flow ran";
+  EXPECT_TRUE(receiver.posts().isEmpty());
+}
+
+}  // namespace
+}  // namespace velmora
