@@ -12,6 +12,7 @@
 
 #include <functional>
 
+#include "clipboard/basClipBoard.h"
 #include "control/Velmora5.h"
 #include "tests/common/TestSupport.h"
 #include "tests/upload/ReceiverProcess.h"
@@ -40,6 +41,35 @@ QImage screenshotLike(int width, int height) {
       picture.setPixel(x, y, qRgb(x * 255 / width, y * 255 / height, int(seed >> 24)));
     }
   return picture;
+}
+
+uint32_t crc32Of(const QByteArray& bytes) {
+  uint32_t crc = 0xFFFFFFFFu;
+  for (const char byte : bytes) {
+    crc ^= uint8_t(byte);
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+  }
+  return ~crc;
+}
+
+QByteArray bigEndian32(uint32_t value) {
+  const char bytes[] = {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
+  return QByteArray(bytes, 4);
+}
+
+QByteArray pngChunk(const QByteArray& type, const QByteArray& data) {
+  return bigEndian32(uint32_t(data.size())) + type + data + bigEndian32(crc32Of(type + data));
+}
+
+// A black-and-white PNG of any size, built by hand: a few kilobytes on the clipboard that
+// stand for gigabytes once drawn in colour.
+QByteArray blankMonochromePng(uint32_t width, uint32_t height) {
+  const qsizetype rowBytes = 1 + (width + 7) / 8;  // the filter byte, then one bit a pixel
+  const QByteArray rows(rowBytes * height, '\0');
+  const QByteArray header = bigEndian32(width) + bigEndian32(height) + QByteArray("\x01\x00\x00\x00\x00", 5);
+  return QByteArray("\x89PNG\r\n\x1A\n", 8) + pngChunk("IHDR", header) +
+         pngChunk("IDAT", qCompress(rows, 9).mid(4)) +  // qCompress puts the length in front of the zlib stream
+         pngChunk("IEND", {});
 }
 
 class PasteFlows : public ::testing::Test {
@@ -174,6 +204,57 @@ TEST_F(PasteFlows, PastingFilesWhenTheClipboardHoldsNoneChangesNothingMore) {
   EXPECT_EQ(control->Body(), "");
   EXPECT_EQ(control->Status(), "") << "no flow ran";
   EXPECT_TRUE(receiver.posts().isEmpty());
+}
+
+// ---- Bad input ------------------------------------------------------------------------
+
+TEST_F(PasteFlows, AGiganticPictureEndsTheFlowWithAClearWord) {
+  offer("image/png", blankMonochromePng(20000, 20000));
+  for (const QString& options : {"imgtype:png", "imgtype:jpg", "imgtype:gif"}) {
+    finish([&] { control->PasteImage(options); });
+    EXPECT_TRUE(control->Error().startsWith("GDIPlus:")) << control->Error().toStdString();
+    EXPECT_TRUE(control->Error().contains("20000")) << control->Error().toStdString();
+    EXPECT_EQ(control->Body(), "");
+  }
+  EXPECT_TRUE(receiver.posts().isEmpty());
+  EXPECT_TRUE(QDir(context.g_sTempFolder).isEmpty()) << "no half-written picture is left";
+}
+
+TEST_F(PasteFlows, APictureThatIsNoPictureEndsTheFlowWithAClearWord) {
+  offer("image/png", QByteArray("\x89PNG\r\n\x1A\n", 8) + "cut short");
+  finish([&] { control->PasteImage("imgtype:png"); });
+  EXPECT_TRUE(control->Error().startsWith("GDIPlus:the clipboard picture is in a form that cannot be read"))
+      << control->Error().toStdString();
+  EXPECT_TRUE(receiver.posts().isEmpty());
+}
+
+// A program may offer the block itself, under the name "HTML Format", with offsets that
+// point anywhere: its page is framed anew.
+TEST_F(PasteFlows, AnHtmlFormatWhoseOffsetsLieIsPastedFromItsPage) {
+  const QByteArray block =
+      "Version:0.9\r\nStartHTML:0000099999\r\nEndHTML:0000000003\r\nStartFragment:9999999999\r\n"
+      "EndFragment:-000000001\r\nSourceURL:http://example.com/a/page.html\r\n"
+      "<html><body><!--StartFragment--><p>kept <b>words</b></p><!--EndFragment--></body></html>";
+  offer("HTML Format", block);
+  EXPECT_EQ(control->GetClipboardFlag(), "0|0|0|0|1|0");
+
+  finish([&] { control->PasteWord("mode:html"); });
+  EXPECT_EQ(control->Error(), "");
+  EXPECT_TRUE(control->Body().contains("kept")) << control->Body().toStdString();
+  EXPECT_TRUE(control->Body().contains("words")) << control->Body().toStdString();
+  EXPECT_FALSE(control->Body().contains("StartHTML")) << control->Body().toStdString();
+
+  const QString html = GetClipboardHTML();
+  const qsizetype start = GetHTMLFormatHeader(html, "StartHTML").toLongLong();
+  const qsizetype end = GetHTMLFormatHeader(html, "EndHTML").toLongLong();
+  EXPECT_EQ(html.toUtf8().mid(start, end - start),
+            "<html><body><!--StartFragment--><p>kept <b>words</b></p><!--EndFragment--></body></html>")
+      << "the readers get offsets that hold";
+
+  control->QuickFormat();
+  EXPECT_EQ(control->Error(), "");
+  EXPECT_EQ(control->Body(), "") << "no page address to place the piece with";
+  EXPECT_EQ(control->Style(), "");
 }
 
 }  // namespace
