@@ -1,5 +1,7 @@
 #include "clipboard/basClipBoard.h"
 
+#include <algorithm>
+
 #include "clipboard/clsClipboard.h"
 #include "support/RegExp.h"
 
@@ -15,6 +17,15 @@ constexpr quintptr kNoOwner = 0;
 const QString kHeaderPatternHead = QStringLiteral("(?:[^a]|a)*?");
 const QString kHeaderPatternTail = QStringLiteral(R"(:([^\r\n]+)(?:[^a]|a)+)");
 const QString kHeaderReplacement = QStringLiteral("$1");
+// What the replacement needs after a plain header name to match at all.
+const QString kHeaderPresenceTail = QStringLiteral(R"(:[^\r\n](?:[^a]|a))");
+
+// A name that means itself as a pattern.
+bool isPlainName(const QString& name) {
+  return !name.isEmpty() && std::all_of(name.begin(), name.end(), [](QChar c) {
+    return c.isLetterOrNumber() || c == u'_' || c == u'-' || c == u' ';
+  });
+}
 
 }  // namespace
 
@@ -51,6 +62,11 @@ bool ClipboardHasFormatLike(const QString& sPrefix) {
 }
 
 QString GetHTMLFormatHeader(const QString& sHTMLFormat, const QString& sHeaderName) {
+  // When the header is absent, the lazy head tries again from every later position, at a cost
+  // that grows with the square of the text (minutes for a large page). A plain name that is
+  // not followed by what the replacement needs cannot match, and the text comes back as the
+  // replacement would return it.
+  if (isPlainName(sHeaderName) && !RegExpTest(sHeaderName + kHeaderPresenceTail, sHTMLFormat)) return sHTMLFormat;
   return RegExpReplace(sHTMLFormat, kHeaderPatternHead + sHeaderName + kHeaderPatternTail, kHeaderReplacement);
 }
 

@@ -84,6 +84,15 @@ qsizetype headerOffset(const QByteArray& block, const char* name) {
   return match.hasMatch() ? match.captured(1).toLongLong() : -1;
 }
 
+// The block after the "Name:value" lines at its start, when they include StartHTML: where
+// the HTML stands when the offsets in the header do not locate it.
+QByteArray withoutHeaderLines(const QByteArray& block) {
+  static const QRegularExpression header(QStringLiteral("^(?:[A-Za-z]+:[^\\r\\n]*\\r?\\n)+"));
+  const QRegularExpressionMatch match = header.match(QString::fromLatin1(block.left(4096)));
+  if (!match.hasMatch() || !match.captured().contains(QLatin1String("StartHTML:"))) return block;
+  return block.sliced(match.capturedLength());
+}
+
 }  // namespace
 
 Presented classify(const QString& mimeType) {
@@ -149,7 +158,7 @@ QByteArray htmlFormatBlock(const QString& html, const QString& sourceUrl) {
 
 QByteArray htmlOfHtmlFormatBlock(const QByteArray& block) {
   const qsizetype start = headerOffset(block, "StartHTML");
-  if (start < 0 || start > block.size()) return block;
+  if (start < 0 || start > block.size()) return withoutHeaderLines(block);
   qsizetype end = headerOffset(block, "EndHTML");
   if (end < start || end > block.size()) end = block.size();
   return block.sliced(start, end - start);

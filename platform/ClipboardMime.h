@@ -40,7 +40,8 @@ QString decodeSourceUrl(const QByteArray& bytes);
 // UTF-8 by definition.
 QByteArray htmlFormatBlock(const QString& html, const QString& sourceUrl);
 // The HTML of an "HTML Format" block: the bytes from StartHTML to EndHTML (to the end when
-// EndHTML is missing), or the whole block when its header does not locate the HTML.
+// EndHTML is missing). When StartHTML lies outside the block, the bytes after the header
+// lines; a block without a header is all HTML.
 QByteArray htmlOfHtmlFormatBlock(const QByteArray& block);
 
 // The local paths a text/uri-list names: lines split at LF with CR trimmed, comment lines

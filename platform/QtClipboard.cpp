@@ -218,7 +218,11 @@ QByteArray QtClipboard::render(const Offered& format) {
     return files.isEmpty() ? QByteArray() : dropfiles::build(files, /*wideNames=*/true);
   }
   if (format.id == htmlFormat_) {
-    const QString html = clipboardmime::decodeHtml(mime->data(format.mimeType));
+    // A program may offer the block itself under its own name (as Windows programs do);
+    // its HTML is framed anew, so the offsets the readers get always hold.
+    QByteArray offered = mime->data(format.mimeType);
+    if (format.mimeType == htmlFormatName()) offered = clipboardmime::htmlOfHtmlFormatBlock(offered);
+    const QString html = clipboardmime::decodeHtml(offered);
     return html.isEmpty() ? QByteArray() : clipboardmime::htmlFormatBlock(html, sourceUrlOf(*mime));
   }
   return mime->data(format.mimeType);

@@ -86,7 +86,12 @@ TEST(HtmlFormatBlock, TheHtmlOfABlockComesBack) {
   EXPECT_EQ(htmlOfHtmlFormatBlock(block), parse(block).html());
   EXPECT_EQ(htmlOfHtmlFormatBlock("<p>no header</p>"), "<p>no header</p>");
   EXPECT_EQ(htmlOfHtmlFormatBlock("Version:0.9\r\nStartHTML:0000000035\r\n<p>a</p>"), "<p>a</p>");
-  EXPECT_EQ(htmlOfHtmlFormatBlock("StartHTML:0000009999\r\n<p>a</p>"), "StartHTML:0000009999\r\n<p>a</p>");
+  // Offsets that lie: the HTML is what follows the header lines.
+  EXPECT_EQ(htmlOfHtmlFormatBlock("StartHTML:0000009999\r\n<p>a</p>"), "<p>a</p>");
+  EXPECT_EQ(htmlOfHtmlFormatBlock("Version:0.9\r\nStartHTML:0000009999\r\nEndHTML:0000000001\r\n"
+                                  "SourceURL:http://a/b\r\n<p>a</p>"),
+            "<p>a</p>");
+  EXPECT_EQ(htmlOfHtmlFormatBlock("Note:x\r\n<p>a</p>"), "Note:x\r\n<p>a</p>") << "no header without StartHTML";
 }
 
 TEST(OfferedHtml, DecodedAsUtf8UnlessItStartsWithAUtf16Mark) {

@@ -334,6 +334,20 @@ TEST(HtmlFormatHeader, TextWithoutTheHeaderComesBackUnchanged) {
   EXPECT_EQ(GetHTMLFormatHeader("SourceURL:http://a/\r\n", "SourceURL"), "http://a/");
 }
 
+TEST(HtmlFormatHeader, AnAbsentHeaderInALargePageGivesTheTextBack) {
+  QString block = "Version:0.9\r\nStartHTML:0000000105\r\n<html><body>";
+  while (block.size() < 2'000'000) block += "<p style=\"margin:0cm;mso-pagination:none\">text</p>\r\n";
+  EXPECT_EQ(GetHTMLFormatHeader(block, "SourceURL"), block);
+  EXPECT_EQ(GetHTMLFormatHeader(block, "StartHTML"), "0000000105");
+  EXPECT_EQ(GetHTMLFormatHeader(block, "mso-pagination"), "none\">text</p>");
+}
+
+TEST(HtmlFormatHeader, TheNameIsPartOfThePattern) {
+  const QString block = "Version:0.9\r\nStartHTML:0000000105\r\nEndHTML:0000000300\r\n";
+  EXPECT_EQ(GetHTMLFormatHeader(block, "End\\w+"), "0000000300");
+  EXPECT_EQ(GetHTMLFormatHeader(block, "S.art(HTML)"), "HTML");
+}
+
 TEST(DropFilesBlock, NamesAreCountedAndFetched) {
   const QByteArray narrow = dropfiles::build({"/a", "/bb"}, /*wideNames=*/false);
   EXPECT_EQ(dropfiles::count(narrow), 2u);
