@@ -5,7 +5,9 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
+#include "cleanup/clsCSS.h"
 #include "cleanup/clsQuickFormat.h"
 #include "clipboard/basClipBoard.h"
 #include "clipboard/clsFlashHeader.h"
@@ -101,6 +103,30 @@ void wordCleanup(const uint8_t* data, size_t size) {
                        QString::fromUtf8(bytesOf(data + 1, size - 1)), options, style, body);
 }
 
+// The Excel clean-up; the first byte picks the source and the mode, and for the WPS
+// variant a shared style sheet.
+void excelCleanup(const uint8_t* data, size_t size) {
+  if (size == 0) return;
+  const uint8_t pick = data[0];
+  Context context;
+  const QString options = pick & 4 ? QStringLiteral("optimizemode:1;opt1vml:1;opt1space:1;opt1table:1;opt1overflow:1;opt1css:1")
+                                   : QStringLiteral("optimizemode:2;opt2image:1;opt2space:1;opt2table:1");
+  const QString extraCss = pick & 1 ? QStringLiteral("td {mso-number-format:General;border:none} .xl65 {color:red}") : QString();
+  QString style, body;
+  ExcelCleanup(context).OptimizeHTML(pick & 2 ? QStringLiteral("paste") : QStringLiteral("import"),
+                                     QString::fromUtf8(bytesOf(data + 1, size - 1)), extraCss, options, style, body);
+}
+
+// Both CSS merges; the text up to the first NUL is the style sheet, the rest the HTML.
+void cssMerge(const uint8_t* data, size_t size) {
+  const QByteArray bytes = bytesOf(data, size);
+  const qsizetype split = bytes.indexOf('\0');
+  const QString css = QString::fromUtf8(split < 0 ? bytes : bytes.left(split));
+  const QString html = split < 0 ? QStringLiteral("<p class=a>x</p>") : QString::fromUtf8(bytes.mid(split + 1));
+  clsCSS().MergeCssQuick(html, css);
+  clsCSS().MergeCss(html, css);
+}
+
 }  // namespace
 
 const std::vector<Target>& targets() {
@@ -113,6 +139,8 @@ const std::vector<Target>& targets() {
       {"file_lists", fileLists},
       {"dialog_buffers", dialogBuffers},
       {"word_cleanup", wordCleanup},
+      {"excel_cleanup", excelCleanup},
+      {"css_merge", cssMerge},
   };
   return all;
 }
