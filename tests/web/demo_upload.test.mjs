@@ -1,6 +1,7 @@
-// The demo's Local upload end to end: the agent in demo mode starts its own receiver, the
-// demo page in headless Chromium puts a local picture into the editor and uploads it, and
-// the editor ends up showing the receiver's copy.
+// The demo's uploads end to end: the agent in demo mode starts its own receiver, the demo
+// page in headless Chromium puts a local picture (Local upload) or the X clipboard's
+// picture (Paste picture) into the editor, and the editor ends up showing the receiver's
+// copy.
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { existsSync, mkdirSync, mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from "node:fs";
@@ -49,12 +50,17 @@ function waitFor(check, what, timeoutMs = 15_000) {
 }
 
 // The agent in demo mode on free ports, offscreen, with a temporary folder of its own.
+// With `display` it uses the X server of the test command, for the clipboard.
 class DemoAgent {
-  constructor(extraArgs = []) {
+  constructor(extraArgs = [], { display = false } = {}) {
     this.scratch = mkdtempSync(path.join(tmpdir(), "velmora-demo-upload-"));
     this.log = "";
     const env = { ...process.env, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch, QT_QPA_PLATFORM: "offscreen" };
-    delete env.DISPLAY;
+    if (display) {
+      env.QT_QPA_PLATFORM = "xcb";
+    } else {
+      delete env.DISPLAY;
+    }
     delete env.WAYLAND_DISPLAY;
     this.process = spawn(agentPath, ["--demo", "--port", "0", "--http-port", "0", "--web-root", webRoot, ...extraArgs],
       { env, stdio: ["ignore", "ignore", "pipe"] });
@@ -141,6 +147,37 @@ test("Local upload puts the receiver's copy of a local picture into the editor",
   assert.equal(await agent.stop(), 0);
   assert.ok(!existsSync(storage), "the receiver's storage goes with the agent");
   assert.ok(await portRefuses(Number(new URL(receiverUrl).port)), "the receiver stops with the agent");
+});
+
+test("Paste picture puts the receiver's copy of the clipboard's picture into the editor", {
+  timeout: 90_000, skip: process.env.DISPLAY ? false : "needs the X server of the test command",
+}, async () => {
+  const agent = await new DemoAgent([], { display: true }).started();
+  const [, receiverUrl] = agent.log.match(/upload receiver on (http:\/\/127\.0\.0\.1:\d+)/);
+  const picture = path.join(agent.scratch, "copied.png");
+  writeFileSync(picture, PICTURE);
+  // Another program owns the clipboard, as an image viewer would after "Copy".
+  const owner = spawn("xclip", ["-selection", "clipboard", "-t", "image/png", "-i", picture, "-quiet"],
+    { stdio: "ignore" });
+  const page = await agent.openDemo();
+  try {
+    await page.waitForSelector("#paste-panel", { state: "visible" });
+    await page.waitForFunction(async () => (await (await window.velmoraDemo.ready).control.GetClipboardFlag())
+      .startsWith("1|"));
+    await page.click("#paste-image");
+    await page.waitForSelector('#paste-result:is([data-outcome="ok"], [data-outcome="error"])');
+    assert.match(await page.textContent("#paste-result"), /^Pasted, uploaded /);
+    const shown = await (await page.waitForFunction(() => {
+      const images = [...document.querySelectorAll("#editor img")];
+      const loaded = images.length === 1 && images[0].complete && images[0].naturalWidth > 0;
+      return loaded && { src: images[0].getAttribute("src"), width: images[0].naturalWidth, height: images[0].naturalHeight };
+    })).jsonValue();
+    assert.match(shown.src, new RegExp(`^${receiverUrl}/files/`));
+    assert.deepEqual([shown.width, shown.height], [3, 2]);
+  } finally {
+    await page.close();
+    owner.kill();
+  }
 });
 
 test("without its receiver the demo still runs, with no Local upload", { timeout: 60_000 }, async () => {
