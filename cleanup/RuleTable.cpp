@@ -13,7 +13,10 @@ QString applyRule(const QString& text, const Rule& rule, RuleTrace* trace) {
   const QString replacement = QString::fromUtf16(rule.replacement);
   QString result = rule.untilStable ? RegExpReplaceAll(text, pattern, replacement)
                                     : RegExpReplace(text, pattern, replacement);
-  if (trace) trace->record(QString::fromUtf16(rule.name), text, result);
+  if (trace) {
+    trace->record(QString::fromUtf16(rule.name), text, result);
+    if (trace->observer) trace->observer(rule, text, result);
+  }
   return result;
 }
 

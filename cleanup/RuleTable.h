@@ -1,5 +1,6 @@
 #pragma once
 #include <QString>
+#include <functional>
 #include <vector>
 
 namespace velmora {
@@ -23,6 +24,9 @@ struct RuleTrace {
     qsizetype sizeAfter;
   };
   std::vector<Step> steps;
+  // Sees every rule applied, changed or not, with its input and output (the benchmark
+  // replays them elsewhere).
+  std::function<void(const Rule&, const QString& before, const QString& after)> observer;
   // Records a step only when the rule changed the text.
   void record(const QString& rule, const QString& before, const QString& after);
 };
