@@ -238,9 +238,7 @@ void WordCleanup::OptimizeHTML(const QString& source, const QString& html, const
   if (switches.on(u"pagewidth")) text = framePage(text, pageSize, pageMargin, switches);
 
   if (modeOne && switches.on(u"opt1css")) {
-    const QString merged = clsCSS().MergeCssQuick(text, styleOut);
-    if (trace) trace->record(QStringLiteral("opt1css"), text, merged);
-    text = merged;
+    text = clsCSS().MergeCssQuick(text, styleOut, trace);
     styleOut.clear();
   }
   if (modeOne && !switches.on(u"pagewidth") && !switches.on(u"opt1grid")) text = pipeline.apply(text, rules.finalUnwrap);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <limits>
 #include <list>
+#include <mutex>
 #include <unordered_map>
 
 #include "support/ScriptError.h"
@@ -14,16 +15,28 @@
 namespace velmora {
 
 namespace detail {
-// One pattern compiled (and JIT-compiled when the machine allows) for this dialect.
+// One pattern compiled (and JIT-compiled when the machine allows) for this dialect, in up
+// to two forms: by code unit, which is faster and serves an ASCII pattern on text without
+// surrogates, and by code point (UTF), which serves everything else and is compiled when
+// first needed.
 struct CompiledPattern {
   QString pattern;
-  pcre2_code* code = nullptr;
+  bool ignoreCase = true;
+  pcre2_code* byUnit = nullptr;
   int groupCount = 0;
 
   CompiledPattern() = default;
   CompiledPattern(const CompiledPattern&) = delete;
   CompiledPattern& operator=(const CompiledPattern&) = delete;
-  ~CompiledPattern() { pcre2_code_free(code); }
+  ~CompiledPattern() {
+    pcre2_code_free(byUnit);
+    pcre2_code_free(byCodePoint_);
+  }
+  pcre2_code* byCodePoint() const;
+
+ private:
+  mutable std::once_flag byCodePointOnce_;
+  mutable pcre2_code* byCodePoint_ = nullptr;
 };
 }  // namespace detail
 
@@ -32,45 +45,113 @@ namespace {
 using detail::CompiledPattern;
 
 // ---------------------------------------------------------------------------------------
-// Unpaired surrogates. The engine works in UTF mode (so that case-insensitive matching folds
-// non-ASCII letters), which needs valid UTF-16. Text from arbitrary data may hold a surrogate
-// without its partner; it is matched as a private-use character of the same length
-// (U+E000 + its offset in the surrogate block), so offsets do not move and every piece of
-// text handed back is cut from the caller's own string. (Only a pattern that names those
-// private-use characters, or surrogates, could tell the two apart.)
+// Stand-ins. Matching by code point needs valid UTF-16, but text from arbitrary data may hold
+// a surrogate without its partner; it is matched as a private-use character of the same
+// length (U+E000 + its offset in the surrogate block), so offsets do not move and every piece
+// of text handed back is cut from the caller's own string. The Kelvin sign and the long s
+// get stand-ins too: PCRE2 folds them with "k" and "s", ECMAScript does not, and the
+// by-unit form (which never folds beyond ASCII) must agree with the by-code-point one.
+// (Only a pattern that names those private-use characters, or a range over the replaced
+// characters, could tell the difference.)
 
 bool isSurrogate(char16_t c) { return (c & 0xF800) == 0xD800; }
 bool isHighSurrogate(char16_t c) { return (c & 0xFC00) == 0xD800; }
 bool isLowSurrogate(char16_t c) { return (c & 0xFC00) == 0xDC00; }
-char16_t standInFor(char16_t surrogate) { return char16_t(0xE000 + (surrogate - 0xD800)); }
+constexpr char16_t kKelvinSign = 0x212A, kLongS = 0x017F;
+char16_t standInFor(char16_t c) {
+  if (c == kKelvinSign) return 0xE800;
+  if (c == kLongS) return 0xE801;
+  return char16_t(0xE000 + (c - 0xD800));
+}
 
 bool isPairAt(const char16_t* s, qsizetype size, qsizetype i) {
   return isHighSurrogate(s[i]) && i + 1 < size && isLowSurrogate(s[i + 1]);
 }
 
-// Offset of the first unpaired surrogate at or after `from`, or `size` when there is none.
-qsizetype findUnpairedSurrogate(const char16_t* s, qsizetype size, qsizetype from = 0) {
+// Whether any code unit is a surrogate; in blocks without a branch per unit, so that the
+// compiler can vectorise the common case (no surrogate at all).
+bool hasSurrogates(const char16_t* s, qsizetype size) {
+  constexpr qsizetype kBlock = 64;
+  qsizetype i = 0;
+  for (; i + kBlock <= size; i += kBlock) {
+    unsigned found = 0;
+    for (qsizetype k = 0; k < kBlock; ++k) found |= unsigned((s[i + k] & 0xF800) == 0xD800);
+    if (found) return true;
+  }
+  for (; i < size; ++i) {
+    if (isSurrogate(s[i])) return true;
+  }
+  return false;
+}
+
+// Offset of the first unit at or after `from` that needs a stand-in, or `size`.
+qsizetype findStandInNeeded(const char16_t* s, qsizetype size, qsizetype from = 0) {
   for (qsizetype i = from; i < size; ++i) {
-    if (!isSurrogate(s[i])) continue;
+    const char16_t c = s[i];
+    if (c == kKelvinSign || c == kLongS) return i;
+    if (!isSurrogate(c)) continue;
     if (!isPairAt(s, size, i)) return i;
     ++i;
   }
   return size;
 }
 
-// The subject as PCRE2 sees it: the caller's text, or a copy with stand-ins when it holds
-// unpaired surrogates.
+// Large texts known to hold no surrogate. A rule list runs hundreds of patterns over the
+// same text, or over what the previous rule made of it; scanning it again each time would
+// cost more than most of the matches. An entry holds a reference to its text, so its data
+// cannot change or be freed while it is remembered; entries that only this list still
+// holds are dropped.
+class SurrogateFreeTexts {
+ public:
+  static SurrogateFreeTexts& get() {
+    thread_local SurrogateFreeTexts texts;
+    return texts;
+  }
+  static bool worthRemembering(const QString& text) { return text.size() >= 4096; }
+  bool contains(const QString& text) const {
+    return std::any_of(std::begin(texts_), std::end(texts_), [&](const QString& known) {
+      return known.constData() == text.constData() && known.size() == text.size();
+    });
+  }
+  void add(const QString& text) {
+    if (!worthRemembering(text) || contains(text)) return;
+    for (QString& known : texts_) {
+      if (known.isDetached()) known.clear();
+    }
+    texts_[next_] = text;
+    next_ = (next_ + 1) % std::size(texts_);
+  }
+
+ private:
+  QString texts_[4];
+  size_t next_ = 0;
+};
+
+bool knownSurrogateFree(const QString& text) {
+  if (!SurrogateFreeTexts::worthRemembering(text)) return !hasSurrogates(reinterpret_cast<const char16_t*>(text.utf16()), text.size());
+  if (SurrogateFreeTexts::get().contains(text)) return true;
+  if (hasSurrogates(reinterpret_cast<const char16_t*>(text.utf16()), text.size())) return false;
+  SurrogateFreeTexts::get().add(text);
+  return true;
+}
+
+// The subject as PCRE2 sees it: the caller's text, matched by code unit when it holds no
+// surrogate and the pattern allows, else by code point, from a copy with stand-ins when
+// the text needs them.
 class Subject {
  public:
-  explicit Subject(const QString& text)
+  Subject(const QString& text, bool unitsWillDo)
       : data_(reinterpret_cast<const char16_t*>(text.utf16())), size_(text.size()) {
-    qsizetype bad = findUnpairedSurrogate(data_, size_);
-    if (bad == size_) return;
+    byUnit_ = unitsWillDo && knownSurrogateFree(text);
+    if (byUnit_) return;
+    qsizetype at = findStandInNeeded(data_, size_);
+    if (at == size_) return;
     valid_ = text;
     char16_t* out = reinterpret_cast<char16_t*>(valid_.data());
-    for (; bad < size_; bad = findUnpairedSurrogate(out, size_, bad + 1)) out[bad] = standInFor(out[bad]);
+    for (; at < size_; at = findStandInNeeded(out, size_, at + 1)) out[at] = standInFor(out[at]);
     data_ = reinterpret_cast<const char16_t*>(valid_.utf16());
   }
+  bool byUnit() const { return byUnit_; }
   PCRE2_SPTR data() const { return reinterpret_cast<PCRE2_SPTR>(data_); }
   qsizetype size() const { return size_; }
   // The offset one character after `pos` (a surrogate pair is one character).
@@ -79,6 +160,7 @@ class Subject {
  private:
   const char16_t* data_;
   qsizetype size_;
+  bool byUnit_ = false;
   QString valid_;
 };
 
@@ -143,6 +225,11 @@ class PatternTranslator {
 
   void translatePlain() {
     const char16_t c = unit(at_);
+    if (c == kKelvinSign || c == kLongS) {
+      put(standInFor(c));
+      ++at_;
+      return;
+    }
     if (isSurrogate(c)) {
       if (isPairAt(reinterpret_cast<const char16_t*>(src_.utf16()), src_.size(), at_)) {
         put(QStringView(src_).sliced(at_, 2));
@@ -191,6 +278,10 @@ class PatternTranslator {
   void translateUnicodeEscape() {
     const int value = hex4(at_ + 2);
     if (value < 0) return putAndSkip(u"u", 2);
+    if (value == kKelvinSign || value == kLongS) {
+      const char16_t standIn = standInFor(char16_t(value));
+      return putAndSkip(QStringView(&standIn, 1), 6);
+    }
     if (!isSurrogate(char16_t(value))) return putAndSkip(QStringView(src_).sliced(at_, 6), 6);
     const int low = unit(at_ + 6) == u'\\' && unit(at_ + 7) == u'u' ? hex4(at_ + 8) : -1;
     if (isHighSurrogate(char16_t(value)) && low >= 0 && isLowSurrogate(char16_t(low))) {
@@ -240,14 +331,26 @@ QString quoted(const QString& pattern) {
   return QStringLiteral("\"%1\"").arg(pattern.size() > kShown ? pattern.left(kShown) + QStringLiteral("...") : pattern);
 }
 
-// UTF so that case-insensitive matching folds non-ASCII letters, but never UCP, so that
-// \s \w \d \b stay ASCII; "$" only at the very end; ECMAScript's \u, \x, empty classes and
-// back-references to unset groups; and "." stops only at a line feed.
-constexpr uint32_t kCompileOptions = PCRE2_UTF | PCRE2_NEVER_UCP | PCRE2_DOLLAR_ENDONLY |
-                                     PCRE2_ALT_BSUX | PCRE2_ALLOW_EMPTY_CLASS |
-                                     PCRE2_MATCH_UNSET_BACKREF;
+// "$" only at the very end; ECMAScript's \u, \x, empty classes and back-references to unset
+// groups; and "." stops only at a line feed. The by-code-point form adds UTF, so that
+// case-insensitive matching folds non-ASCII letters, but never UCP, so that \s \w \d \b
+// stay ASCII.
+constexpr uint32_t kCompileOptions =
+    PCRE2_DOLLAR_ENDONLY | PCRE2_ALT_BSUX | PCRE2_ALLOW_EMPTY_CLASS | PCRE2_MATCH_UNSET_BACKREF;
+constexpr uint32_t kByCodePoint = PCRE2_UTF | PCRE2_NEVER_UCP;
 
-std::shared_ptr<const CompiledPattern> compile(const QString& pattern, bool ignoreCase) {
+// Matching by code unit gives the same answers as by code point when the text has no
+// surrogate and the pattern can only name ASCII characters (PCRE2 then folds case for ASCII
+// letters only, which the stand-ins make true of the by-code-point form as well).
+bool namesOnlyAscii(const QString& pattern) {
+  for (qsizetype i = 0; i < pattern.size(); ++i) {
+    if (pattern[i].unicode() >= 0x80) return false;
+    if (pattern[i] == u'\\' && i + 1 < pattern.size() && (pattern[i + 1] == u'u' || pattern[i + 1] == u'x')) return false;
+  }
+  return true;
+}
+
+pcre2_code* compileForm(const QString& pattern, bool ignoreCase, uint32_t form) {
   PatternTranslator translator(pattern);
   const QString translated = translator.translate();
 
@@ -258,7 +361,7 @@ std::shared_ptr<const CompiledPattern> compile(const QString& pattern, bool igno
   int errorCode = 0;
   PCRE2_SIZE errorOffset = 0;
   pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(translated.utf16()), PCRE2_SIZE(translated.size()),
-                                   kCompileOptions | (ignoreCase ? PCRE2_CASELESS : 0u), &errorCode,
+                                   kCompileOptions | form | (ignoreCase ? PCRE2_CASELESS : 0u), &errorCode,
                                    &errorOffset, context.get());
   if (!code) {
     throw ScriptError(errnum::RegExpSyntax,
@@ -268,12 +371,18 @@ std::shared_ptr<const CompiledPattern> compile(const QString& pattern, bool igno
   }
   // Without JIT (an unsupported machine, a pattern too large) the interpreter runs instead.
   pcre2_jit_compile(code, PCRE2_JIT_COMPLETE);
+  return code;
+}
 
+std::shared_ptr<const CompiledPattern> compile(const QString& pattern, bool ignoreCase) {
   auto compiled = std::make_shared<CompiledPattern>();
   compiled->pattern = pattern;
-  compiled->code = code;
+  compiled->ignoreCase = ignoreCase;
+  // The form compiled first is the one that reports a syntax error.
+  if (namesOnlyAscii(pattern)) compiled->byUnit = compileForm(pattern, ignoreCase, 0);
+  pcre2_code* first = compiled->byUnit ? compiled->byUnit : compiled->byCodePoint();
   uint32_t groups = 0;
-  pcre2_pattern_info(code, PCRE2_INFO_CAPTURECOUNT, &groups);
+  pcre2_pattern_info(first, PCRE2_INFO_CAPTURECOUNT, &groups);
   compiled->groupCount = int(groups);
   return compiled;
 }
@@ -379,7 +488,8 @@ class ThreadMatchState {
 class Matcher {
  public:
   Matcher(const CompiledPattern& pattern, const QString& text)
-      : pattern_(pattern), subject_(text), state_(ThreadMatchState::get()),
+      : pattern_(pattern), subject_(text, pattern.byUnit != nullptr),
+        code_(subject_.byUnit() ? pattern.byUnit : pattern.byCodePoint()), state_(ThreadMatchState::get()),
         data_(state_.dataFor(pattern.groupCount)), ovector_(pcre2_get_ovector_pointer(data_)),
         grownStack_(nullptr, &pcre2_jit_stack_free) {
     pcre2_set_match_limit(state_.context(), matchLimitFor(text.size()));
@@ -403,6 +513,7 @@ class Matcher {
   qsizetype start(int group) const { return offset(2 * group); }
   qsizetype end(int group) const { return offset(2 * group + 1); }
   int groupCount() const { return pattern_.groupCount; }
+  bool byUnit() const { return subject_.byUnit(); }
 
  private:
   qsizetype offset(int index) const {
@@ -412,7 +523,7 @@ class Matcher {
 
   bool run(qsizetype from) {
     for (;;) {
-      const int rc = pcre2_match(pattern_.code, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
+      const int rc = pcre2_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
                                  PCRE2_NO_UTF_CHECK, data_, state_.context());
       if (rc > 0) return true;
       if (rc == PCRE2_ERROR_NOMATCH) return false;
@@ -434,6 +545,7 @@ class Matcher {
 
   const CompiledPattern& pattern_;
   Subject subject_;
+  const pcre2_code* code_;
   ThreadMatchState& state_;
   pcre2_match_data* data_;
   const PCRE2_SIZE* ovector_;
@@ -529,6 +641,11 @@ RegExpMatch makeMatch(const Matcher& matcher, const QString& text) {
 
 // ---------------------------------------------------------------------------------------
 
+pcre2_code* detail::CompiledPattern::byCodePoint() const {
+  std::call_once(byCodePointOnce_, [this] { byCodePoint_ = compileForm(pattern, ignoreCase, kByCodePoint); });
+  return byCodePoint_;
+}
+
 RegExp::RegExp(const QString& pattern, bool ignoreCase, bool global) : global_(global) {
   thread_local PatternCache cache;
   compiled_ = cache.get(pattern, ignoreCase);
@@ -574,6 +691,9 @@ QString RegExp::replace(const QString& text, const QString& replacement) const {
     copied = matcher.end(0);
   } while (global_ && matcher.next());
   out += subject.sliced(copied);
+  // Cut from a text without surrogates, joined by a replacement without them.
+  if (matcher.byUnit() && !hasSurrogates(reinterpret_cast<const char16_t*>(replacement.utf16()), replacement.size()))
+    SurrogateFreeTexts::get().add(out);
   return out;
 }
 

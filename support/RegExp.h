@@ -17,7 +17,8 @@ struct CompiledPattern;
 //   - `$` matches only at the very end of the text (not before a final line feed);
 //   - `.` matches anything but a line feed (a carriage return is matched);
 //   - `\s`, `\w`, `\d`, `\b` are ASCII-only; case-insensitive matching still folds non-ASCII
-//     letters (é matches É);
+//     letters (é matches É), while ASCII letters fold only with each other (as in ECMAScript,
+//     "k" does not match the Kelvin sign, nor "s" the long s);
 //   - in a replacement, `$1`..`$99` insert a group (a group that did not take part inserts
 //     nothing; two digits only when that group exists, so with one group `$10` is group 1
 //     and a "0"), `$&` the whole match, "$`" the text before it, `$'` the text after it,
