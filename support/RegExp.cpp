@@ -483,13 +483,19 @@ class ThreadMatchState {
   uint32_t dataPairs_ = 0;
 };
 
+bool isJitCompiled(const pcre2_code* code) {
+  size_t size = 0;
+  return pcre2_pattern_info(code, PCRE2_INFO_JITSIZE, &size) == 0 && size > 0;
+}
+
 // One pass of a pattern over one text: finds the matches one after another, ECMAScript's
 // way (after an empty match the next search starts one character further on).
 class Matcher {
  public:
   Matcher(const CompiledPattern& pattern, const QString& text)
       : pattern_(pattern), subject_(text, pattern.byUnit != nullptr),
-        code_(subject_.byUnit() ? pattern.byUnit : pattern.byCodePoint()), state_(ThreadMatchState::get()),
+        code_(subject_.byUnit() ? pattern.byUnit : pattern.byCodePoint()), jitCompiled_(isJitCompiled(code_)),
+        state_(ThreadMatchState::get()),
         data_(state_.dataFor(pattern.groupCount)), ovector_(pcre2_get_ovector_pointer(data_)),
         grownStack_(nullptr, &pcre2_jit_stack_free) {
     pcre2_set_match_limit(state_.context(), matchLimitFor(text.size()));
@@ -523,8 +529,12 @@ class Matcher {
 
   bool run(qsizetype from) {
     for (;;) {
-      const int rc = pcre2_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
-                                 PCRE2_NO_UTF_CHECK, data_, state_.context());
+      // The JIT's own entry skips the checks pcre2_match makes on every call: a rule with
+      // thousands of matches calls it thousands of times.
+      const int rc = jitCompiled_ ? pcre2_jit_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()),
+                                                    PCRE2_SIZE(from), PCRE2_NO_UTF_CHECK, data_, state_.context())
+                                  : pcre2_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
+                                                PCRE2_NO_UTF_CHECK, data_, state_.context());
       if (rc > 0) return true;
       if (rc == PCRE2_ERROR_NOMATCH) return false;
       if (rc == PCRE2_ERROR_JIT_STACKLIMIT && growJitStack()) continue;
@@ -546,6 +556,7 @@ class Matcher {
   const CompiledPattern& pattern_;
   Subject subject_;
   const pcre2_code* code_;
+  const bool jitCompiled_;
   ThreadMatchState& state_;
   pcre2_match_data* data_;
   const PCRE2_SIZE* ovector_;
