@@ -12,6 +12,7 @@
 #include <cstdio>
 
 #include "cli/Output.h"
+#include "control/Velmora5.h"
 #include "server/Dispatch.h"
 #include "support/ScriptError.h"
 
@@ -75,18 +76,23 @@ bool showsWindow(const QString& member) {
   return false;
 }
 
-// Runs the event loop until Status reads "ok"; false when the time limit passed first.
-bool waitForStatus(const Dispatch& dispatch, int timeoutSeconds) {
+enum class Waited { Finished, TimedOut, NothingUnderWay };
+
+// Runs the event loop until Status reads "ok", the time limit passes, or the editor control
+// has no work left that could change Status (a paste that found nothing of its kind).
+Waited waitForStatus(const Dispatch& dispatch, const QObject& control, int timeoutSeconds) {
   QDeadlineTimer deadline{std::chrono::seconds(timeoutSeconds)};
+  const auto* editor = qobject_cast<const Velmora5*>(&control);
   // Sleeps until something happens (processEvents with a time limit does not wait at all,
   // so it would spin); the tick makes sure the deadline is looked at.
   QTimer tick;
   tick.start(50);
   while (dispatch.get(QStringLiteral("Status")).toString() != u"ok") {
-    if (deadline.hasExpired()) return false;
+    if (editor && !editor->hasWorkUnderWay()) return Waited::NothingUnderWay;
+    if (deadline.hasExpired()) return Waited::TimedOut;
     QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
   }
-  return true;
+  return Waited::Finished;
 }
 
 }  // namespace
@@ -101,16 +107,22 @@ int runCall(const QStringList& arguments) {
   for (const auto& [property, value] : request.settings) dispatch.put(property, value);
   const MemberInfo& member = dispatch.method(request.member);
   const QVariant result = dispatch.invoke(request.member, request.arguments);
-  const bool finished = !member.pollsStatus || waitForStatus(dispatch, request.timeoutSeconds);
+  const Waited waited =
+      member.pollsStatus ? waitForStatus(dispatch, *control, request.timeoutSeconds) : Waited::Finished;
 
   QJsonObject out;
   out.insert(QStringLiteral("result"), QJsonValue::fromVariant(result));
   out.insert(QStringLiteral("properties"), QJsonObject::fromVariantMap(dispatch.readableProperties()));
   printJson(out);
-  if (!finished) {
+  if (waited == Waited::TimedOut) {
     std::fprintf(stderr, "velmora: %s did not finish within %d s (Status is still \"\")\n",
                  qPrintable(request.member), request.timeoutSeconds);
     return ExitTimedOut;
+  }
+  if (waited == Waited::NothingUnderWay) {
+    std::fprintf(stderr, "velmora: %s started no work (Status stays \"\"; nothing of its kind to take?)\n",
+                 qPrintable(request.member));
+    return ExitWorkFailed;
   }
   return dispatch.get(QStringLiteral("Error")).toString().isEmpty() ? ExitOk : ExitWorkFailed;
 }

@@ -59,6 +59,10 @@ Velmora5::~Velmora5() {
 
 QString Velmora5::Test() { return QStringLiteral("Velmora"); }
 
+bool Velmora5::hasWorkUnderWay() const {
+  return cCapture || (m_oRequest && m_oRequest->readyState() != XmlHttpRequest::Completed);
+}
+
 QString Velmora5::Version() const {
   return QStringLiteral("%1.%2.0.%3")
       .arg(VELMORA_VERSION_MAJOR)

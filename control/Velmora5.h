@@ -74,6 +74,10 @@ class Velmora5 : public QObject {
   Q_INVOKABLE void setLocalExt(const QString& value);
 
   Context& context() const { return context_; }
+  // Whether work of the last call goes on after it returned (an upload request in flight,
+  // a capture window open): only then can Status still change. Not part of the page's
+  // surface; the command line stops waiting when this is false.
+  bool hasWorkUnderWay() const;
 
  signals:
   // The work of a call went on after the call returned (an upload step, a capture) and the

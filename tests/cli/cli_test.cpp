@@ -57,6 +57,14 @@ TEST_F(CommandLine, AFailedFlowExitsWithItsWordInError) {
   EXPECT_EQ(property(run, "Error"), "InvalidFile:doc|docx|wps");
 }
 
+TEST_F(CommandLine, APasteWithNothingToTakeEndsAtOnce) {
+  // The clipboard here is empty: no file list, so no upload starts and Status stays "".
+  const CliRun run = velmora({"call", "PasteFileList", ""});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(property(run, "Status"), "");
+  EXPECT_TRUE(run.err.contains("started no work")) << run.err.toStdString();
+}
+
 TEST_F(CommandLine, RefusesWhatAScriptCouldNotDo) {
   struct Case {
     QStringList args;
