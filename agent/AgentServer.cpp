@@ -10,6 +10,7 @@
 #include "agent/Log.h"
 #include "agent/PageSession.h"
 #include "agent/WebSocketTransport.h"
+#include "support/basPublic.h"
 
 namespace velmora::agent {
 
@@ -125,7 +126,7 @@ void AgentServer::openPage() {
   while (QWebSocket* socket = webSockets_.nextPendingConnection()) {
     // Numbered across the process, so two servers in one program never share a folder.
     static int pagesOpened = 0;
-    const QString name = QStringLiteral("page-%1-%2").arg(QCoreApplication::applicationPid()).arg(++pagesOpened);
+    const QString name = AgentPageFolderName(QCoreApplication::applicationPid(), ++pagesOpened);
     auto* page = new PageConnection(socket, name, hasDisplay_, this);
     pages_.append(page);
     connect(page, &QObject::destroyed, this, [this, page] {

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "support/RegExp.h"
+#include "support/ScriptError.h"
 #include "support/clsCollection.h"
 
 namespace velmora {
@@ -123,9 +124,25 @@ QString MergeStyleIntoTag(const QString& tag, QString declarations) {
   return match->subMatches.value(0) + u'"' + declarations + u';' + own + u'"' + match->subMatches.value(3);
 }
 
-// Replaces every occurrence of `from`, as plain text with its case.
-void replaceText(QString& html, const QString& from, const QString& to) {
-  if (!from.isEmpty() && from != to) html.replace(from, to, Qt::CaseSensitive);
+// Replaces every occurrence of `from`, as plain text with its case. A selector that is no
+// plain name (say "p|") makes a pattern that matches bits of text that the replacement
+// contains again, and the text then doubles with each match: past what the sheet could
+// ever add to the page's start tags, the merge stops with an error instead.
+void replaceText(QString& html, const QString& from, const QString& to, qsizetype largest) {
+  if (from.isEmpty() || from == to) return;
+  const qsizetype occurrences = html.count(from, Qt::CaseSensitive);
+  if (html.size() + occurrences * (to.size() - from.size()) > largest) {
+    throw ScriptError(errnum::OutOfMemory,
+                      QStringLiteral("Out of memory: merging the style sheet would make the HTML larger than %1 "
+                                     "characters (a selector that is not a plain name?)")
+                          .arg(largest));
+  }
+  html.replace(from, to, Qt::CaseSensitive);
+}
+
+// The most a merge can add: every start tag takes every declaration of the sheet once.
+qsizetype largestMerge(const QString& html, const QString& css) {
+  return html.size() + (html.count(u'<') + 1) * (css.size() + 16);
 }
 
 }  // namespace
@@ -155,6 +172,7 @@ QString clsCSS::MergeCssQuick(const QString& html, const QString& css, RuleTrace
 QString clsCSS::MergeCss(const QString& html, const QString& css) {
   const clsCollection table = readRules(css, false);
   QString result = html;
+  const qsizetype largest = largestMerge(html, css);
 
   for (const RegExpMatch& element : RegExp(QString::fromUtf16(kClassedStartTag)).execute(html)) {
     const QStringList& group = element.subMatches;
@@ -164,7 +182,7 @@ QString clsCSS::MergeCss(const QString& html, const QString& css) {
     if (tagClass != -1) tag = MergeStyleIntoTag(tag, table.item(tagClass).toString());
     const int32_t classOnly = table.KeyIndex(u'.' + className.toLower());
     if (classOnly != -1) tag = MergeStyleIntoTag(tag, table.item(classOnly).toString());
-    replaceText(result, element.value, tag);
+    replaceText(result, element.value, tag, largest);
   }
 
   for (int32_t i = 1; i <= table.Count(); ++i) {
@@ -172,7 +190,7 @@ QString clsCSS::MergeCss(const QString& html, const QString& css) {
     if (key.contains(u'.')) continue;
     const QString declarations = table.item(i).toString();
     for (const RegExpMatch& tag : RegExp(u'<' + key + QString::fromUtf16(kStartTagWithAttributesTail)).execute(result))
-      replaceText(result, tag.value, MergeStyleIntoTag(tag.value, declarations));
+      replaceText(result, tag.value, MergeStyleIntoTag(tag.value, declarations), largest);
   }
   return result;
 }

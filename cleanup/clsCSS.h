@@ -9,7 +9,8 @@ namespace velmora {
 // select, so that the content keeps its look without a separate style sheet. Three kinds
 // of selector are applied: tag.class, .class and a bare tag name; every other selector is
 // read and left without effect. Selector names go into the patterns as they are, so a
-// name that is not a valid pattern raises ScriptError.
+// name that is not a valid pattern raises ScriptError (and, in MergeCss, so does one that
+// would make the page grow past what the sheet could add to it).
 class clsCSS {
  public:
   // Rule by rule: every tag.class rule, then every .class rule, then every tag rule is

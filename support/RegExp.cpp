@@ -3,8 +3,10 @@
 #define PCRE2_CODE_UNIT_WIDTH 16
 #include <pcre2.h>
 
+#include <QElapsedTimer>
 #include <QHashFunctions>
 #include <algorithm>
+#include <chrono>
 #include <limits>
 #include <list>
 #include <mutex>
@@ -154,6 +156,10 @@ class Subject {
   bool byUnit() const { return byUnit_; }
   PCRE2_SPTR data() const { return reinterpret_cast<PCRE2_SPTR>(data_); }
   qsizetype size() const { return size_; }
+  // `pos`, or the offset after it when it is the second half of a surrogate pair.
+  qsizetype characterStartAtOrAfter(qsizetype pos) const {
+    return pos > 0 && pos < size_ && isPairAt(data_, size_, pos - 1) ? pos + 1 : pos;
+  }
   // The offset one character after `pos` (a surrogate pair is one character).
   qsizetype after(qsizetype pos) const { return pos + (pos < size_ && isPairAt(data_, size_, pos) ? 2 : 1); }
 
@@ -332,11 +338,11 @@ QString quoted(const QString& pattern) {
 }
 
 // "$" only at the very end; ECMAScript's \u, \x, empty classes and back-references to unset
-// groups; and "." stops only at a line feed. The by-code-point form adds UTF, so that
+// groups; "." stops only at a line feed; and searches over windows of start positions. The by-code-point form adds UTF, so that
 // case-insensitive matching folds non-ASCII letters, but never UCP, so that \s \w \d \b
 // stay ASCII.
 constexpr uint32_t kCompileOptions =
-    PCRE2_DOLLAR_ENDONLY | PCRE2_ALT_BSUX | PCRE2_ALLOW_EMPTY_CLASS | PCRE2_MATCH_UNSET_BACKREF;
+    PCRE2_USE_OFFSET_LIMIT | PCRE2_DOLLAR_ENDONLY | PCRE2_ALT_BSUX | PCRE2_ALLOW_EMPTY_CLASS | PCRE2_MATCH_UNSET_BACKREF;
 constexpr uint32_t kByCodePoint = PCRE2_UTF | PCRE2_NEVER_UCP;
 
 // Matching by code unit gives the same answers as by code point when the text has no
@@ -441,6 +447,21 @@ uint32_t matchLimitFor(qsizetype textSize) {
   return uint32_t(std::min<quint64>(limit, std::numeric_limits<uint32_t>::max()));
 }
 
+// How long one pass of a pattern over a text may run before it gives up: far beyond what
+// any rule takes on a real page (they run at tens of megabytes per second), short of a hang.
+// A thread may set its own (see ScopedRegExpTimeLimit).
+thread_local std::optional<std::chrono::milliseconds> t_timeLimit;
+qint64 timeLimitMs(qsizetype textSize) {
+  if (t_timeLimit) return t_timeLimit->count();
+  return 10'000 + qint64(textSize) / 1000;
+}
+// Start positions tried by one search: few at first (a start position may cost a scan of
+// the whole text), twice as many after a quick window, an eighth after a slow one, so that
+// the time limit is checked often enough.
+constexpr qsizetype kFirstWindow = 256;
+constexpr qsizetype kLargestWindow = qsizetype(1) << 20;
+constexpr qint64 kSlowWindowMs = 20;
+
 using JitStackPtr = std::unique_ptr<pcre2_jit_stack, decltype(&pcre2_jit_stack_free)>;
 JitStackPtr makeJitStack(size_t maxSize) {
   return JitStackPtr(pcre2_jit_stack_create(32 * 1024, maxSize, nullptr), &pcre2_jit_stack_free);
@@ -499,6 +520,7 @@ class Matcher {
         data_(state_.dataFor(pattern.groupCount)), ovector_(pcre2_get_ovector_pointer(data_)),
         grownStack_(nullptr, &pcre2_jit_stack_free) {
     pcre2_set_match_limit(state_.context(), matchLimitFor(text.size()));
+    timer_.start();
   }
   ~Matcher() {
     if (grownStack_) state_.useJitStack(nullptr);
@@ -527,22 +549,53 @@ class Matcher {
     return value == PCRE2_UNSET ? -1 : qsizetype(value);
   }
 
+  // The first match starting at or after `from`. PCRE2's match limit counts afresh at each
+  // start position, so a rule that scans to the end of the text from each of many openers
+  // that never close takes time with the square of the text. The search therefore runs
+  // over windows of start positions, and gives up between two windows once the pass has
+  // run past its time limit; a window that took long is made smaller.
   bool run(qsizetype from) {
-    for (;;) {
-      // The JIT's own entry skips the checks pcre2_match makes on every call: a rule with
-      // thousands of matches calls it thousands of times.
-      const int rc = jitCompiled_ ? pcre2_jit_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()),
-                                                    PCRE2_SIZE(from), PCRE2_NO_UTF_CHECK, data_, state_.context())
-                                  : pcre2_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
-                                                PCRE2_NO_UTF_CHECK, data_, state_.context());
+    for (qsizetype windowStart = from;;) {
+      const qint64 windowStartedMs = timer_.elapsed();
+      checkTimeLimit(windowStartedMs);
+      const qsizetype windowEnd = std::min(windowStart + window_, subject_.size());
+      const int rc = matchFrom(windowStart, windowEnd);
       if (rc > 0) return true;
-      if (rc == PCRE2_ERROR_NOMATCH) return false;
+      if (rc == PCRE2_ERROR_NOMATCH) {
+        if (windowEnd >= subject_.size()) return false;
+        const qint64 tookMs = timer_.elapsed() - windowStartedMs;
+        if (tookMs > kSlowWindowMs) window_ = std::max<qsizetype>(window_ / 8, 1);
+        else if (tookMs == 0) window_ = std::min(window_ * 2, kLargestWindow);
+        windowStart = subject_.characterStartAtOrAfter(windowEnd + 1);
+        continue;
+      }
       if (rc == PCRE2_ERROR_JIT_STACKLIMIT && growJitStack()) continue;
       throw ScriptError(errnum::RegExpGaveUp,
                         QStringLiteral("The regular expression could not finish the match (%1) in %2")
                             .arg(rc == 0 ? QStringLiteral("too many groups") : pcre2Message(rc),
                                  quoted(pattern_.pattern)));
     }
+  }
+
+  // One search whose match may start anywhere from `from` to `lastStart`.
+  int matchFrom(qsizetype from, qsizetype lastStart) {
+    pcre2_set_offset_limit(state_.context(), PCRE2_SIZE(lastStart));
+    // The JIT's own entry skips the checks pcre2_match makes on every call: a rule with
+    // thousands of matches calls it thousands of times.
+    return jitCompiled_ ? pcre2_jit_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
+                                          PCRE2_NO_UTF_CHECK, data_, state_.context())
+                        : pcre2_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
+                                      PCRE2_NO_UTF_CHECK, data_, state_.context());
+  }
+
+  void checkTimeLimit(qint64 elapsedMs) const {
+    const qint64 limitMs = timeLimitMs(subject_.size());
+    if (elapsedMs <= limitMs) return;
+    throw ScriptError(errnum::RegExpGaveUp,
+                      QStringLiteral("The regular expression could not finish the match (it ran past its time "
+                                     "limit of %1 s) in %2")
+                          .arg(double(limitMs) / 1000)
+                          .arg(quoted(pattern_.pattern)));
   }
 
   bool growJitStack() {
@@ -563,6 +616,8 @@ class Matcher {
   JitStackPtr grownStack_;
   size_t grownStackSize_ = 0;
   qsizetype searchFrom_ = 0;
+  qsizetype window_ = kFirstWindow;
+  QElapsedTimer timer_;
 };
 
 // A replacement text read once: literal runs and references to the match.
@@ -738,5 +793,11 @@ QString RegExpSubMatch(const QString& text, const QString& pattern, int index) {
 }
 
 bool RegExpTest(const QString& pattern, const QString& text) { return RegExp(pattern).test(text); }
+
+ScopedRegExpTimeLimit::ScopedRegExpTimeLimit(std::chrono::milliseconds limit) : previous_(t_timeLimit) {
+  t_timeLimit = limit;
+}
+
+ScopedRegExpTimeLimit::~ScopedRegExpTimeLimit() { t_timeLimit = previous_; }
 
 }  // namespace velmora

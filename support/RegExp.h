@@ -1,6 +1,7 @@
 #pragma once
 #include <QString>
 #include <QStringList>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -30,7 +31,8 @@ struct CompiledPattern;
 // Text is matched by code point: a surrogate pair is one character, and an unpaired
 // surrogate is an ordinary character (it never stops or breaks a match). An empty match
 // moves the next search on by one character, as ECMAScript's global replace does.
-// An invalid pattern, or a match the engine cannot finish (match limit, JIT stack), throws
+// An invalid pattern, or a match the engine cannot finish (match limit, JIT stack, or a
+// pass that runs past its time limit: 10 s plus 1 ms per thousand characters), throws
 // ScriptError; it never reads as "no match". Compiled patterns are cached per thread.
 struct RegExpMatch {
   qsizetype start = 0;
@@ -71,5 +73,17 @@ QString RegExpReplaceAll(const QString& text, const QString& pattern, const QStr
 QString RegExpSubMatch(const QString& text, const QString& pattern, int index);
 // Whether `pattern` matches anywhere in `text` (note the argument order).
 bool RegExpTest(const QString& pattern, const QString& text);
+
+// Sets the time limit of every pass on this thread while it lives.
+class ScopedRegExpTimeLimit {
+ public:
+  explicit ScopedRegExpTimeLimit(std::chrono::milliseconds limit);
+  ~ScopedRegExpTimeLimit();
+  ScopedRegExpTimeLimit(const ScopedRegExpTimeLimit&) = delete;
+  ScopedRegExpTimeLimit& operator=(const ScopedRegExpTimeLimit&) = delete;
+
+ private:
+  std::optional<std::chrono::milliseconds> previous_;
+};
 
 }  // namespace velmora

@@ -22,6 +22,7 @@ class ScriptError : public std::runtime_error {
 // Error numbers the automation layer itself uses.
 namespace errnum {
 constexpr long Overflow = 6;
+constexpr long OutOfMemory = 7;
 constexpr long SubscriptOutOfRange = 9;
 constexpr long TypeMismatch = 13;
 constexpr long ArgumentNotOptional = 449;

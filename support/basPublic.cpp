@@ -21,6 +21,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
+#include <limits>
+#include <signal.h>
 #include <cerrno>
 #include <cmath>
 #include <optional>
@@ -43,6 +46,10 @@ QString fileNameOf(const QString& path) {
 // ---------------------------------------------------------------------------------------
 // Working folder and texts
 
+namespace {
+void emptySharedFolder(QString folder);
+}  // namespace
+
 QString GetTempFolder(const QString& subfolder) {
   // A context's folder is one plain name below "Velmora/"; anything else could reach
   // outside it, and this routine deletes what it names.
@@ -53,11 +60,17 @@ QString GetTempFolder(const QString& subfolder) {
   QString folder = QDir::tempPath();
   if (folder.endsWith(u'/')) folder.chop(1);
   folder += QStringLiteral("/Velmora/");
-  if (!subfolder.isEmpty()) folder += subfolder + u'/';
-  DeleteFolder(folder);
+  if (subfolder.isEmpty()) {
+    emptySharedFolder(folder);
+  } else {
+    folder += subfolder + u'/';
+    DeleteFolder(folder);
+  }
   if (!FolderExists(folder)) QDir().mkpath(folder);
   return folder;
 }
+
+QString AgentPageFolderName(qint64 pid, int page) { return QStringLiteral("page-%1-%2").arg(pid).arg(page); }
 
 QString GetTimeStamp() {
   const QDateTime now = QDateTime::currentDateTime();
@@ -181,9 +194,10 @@ QList<QByteArray> entryNames(int folderFd) {
 
 // Deletes everything inside the open folder. Entries are reached relative to the folder's
 // descriptor and never through a link, so a link to a folder elsewhere loses only itself.
-void deleteContents(int folderFd) {
+void deleteContents(int folderFd, const std::function<bool(const QByteArray& name)>& keep = {}) {
   processPendingEvents();
   for (const QByteArray& name : entryNames(folderFd)) {
+    if (keep && keep(name)) continue;
     struct stat info {};
     if (fstatat(folderFd, name.constData(), &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
     if (!S_ISDIR(info.st_mode)) {
@@ -197,6 +211,35 @@ void deleteContents(int folderFd) {
     close(subFd);
     unlinkat(folderFd, name.constData(), AT_REMOVEDIR);
   }
+}
+
+// "page-<pid>-<n>" of a process that still runs: a command run beside an agent must not
+// take the files of the agent's pages.
+bool isLiveAgentPageFolder(const QByteArray& name) {
+  static const QRegularExpression pattern(QStringLiteral("^page-([0-9]+)-[0-9]+$"));
+  const QRegularExpressionMatch match = pattern.match(QString::fromLatin1(name));
+  if (!match.hasMatch()) return false;
+  bool ok = false;
+  const qint64 pid = match.captured(1).toLongLong(&ok);
+  return ok && pid > 0 && pid <= std::numeric_limits<pid_t>::max() &&
+         (kill(pid_t(pid), 0) == 0 || errno == EPERM);
+}
+
+// Empties the shared working folder, leaving running agents' page folders; a link in its
+// place goes, never what it points to.
+void emptySharedFolder(QString folder) {
+  while (folder.endsWith(u'/')) folder.chop(1);
+  const QByteArray native = QFile::encodeName(folder);
+  struct stat info {};
+  if (lstat(native.constData(), &info) != 0) return;
+  if (S_ISLNK(info.st_mode)) {
+    unlink(native.constData());
+    return;
+  }
+  const int folderFd = open(native.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (folderFd < 0) return;
+  deleteContents(folderFd, isLiveAgentPageFolder);
+  close(folderFd);
 }
 
 }  // namespace

@@ -23,8 +23,11 @@ constexpr int Utf32BE = 6;      // 00 00 FE FF
 // Working folder and texts.
 // "<QDir::tempPath()>/Velmora/" (plus `subfolder` + "/" when given): deleted with all it
 // holds, created again empty, returned ending in "/". A subfolder that is not one plain
-// name ("..", "a/b") gives "" and nothing is deleted.
+// name ("..", "a/b") gives "" and nothing is deleted. Emptying "Velmora/" itself leaves
+// the page folders of agents still running.
 QString GetTempFolder(const QString& subfolder = QString());
+// The working folder of a page that the agent in process `pid` serves, below "Velmora/".
+QString AgentPageFolderName(qint64 pid, int page);
 QString GetTimeStamp();
 QString PadNumber(int32_t number, int32_t width, int32_t largest);
 QString ToPoints(const QString& length);

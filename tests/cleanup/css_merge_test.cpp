@@ -105,6 +105,22 @@ TEST(CssMerge, AStyleWhoseQuoteNeverClosesIsLeftAsItIs) {
   EXPECT_TEXT(full(R"(<p class=a style="x>y)", ".a {c:1}"), R"(<p style="x>y)");
 }
 
+TEST(CssMerge, ASelectorThatMatchesItsOwnReplacementStopsInsteadOfDoubling) {
+  // "x|b" makes the tag pattern an alternation that matches "b c>", and the merged text
+  // holds "b c>" again: every match would double the page.
+  QString html;
+  for (int i = 0; i < 60; ++i) html += "<i b c>x</i>";
+  try {
+    full(html, "x|b {d:b c>}");
+    FAIL() << "no error";
+  } catch (const ScriptError& error) {
+    EXPECT_EQ(error.number(), errnum::OutOfMemory);
+  }
+  // A large sheet on many start tags is no such case.
+  const QString sheet = "i {" + QString(2000, u'x') + ":1} .a {y:2}";
+  EXPECT_EQ(full(html.replace("<i b c>", "<i class=a b>"), sheet).count(QString(2000, u'x') + ":1;y:2"), 60);
+}
+
 TEST(CssMerge, WithoutRulesOnlyTheClassesGo) {
   EXPECT_TEXT(full("<p class=a>x</p>", ""), "<p>x</p>");
   EXPECT_TEXT(full("<p>x</p>", "p"), "<p>x</p>");

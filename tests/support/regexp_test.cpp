@@ -256,6 +256,34 @@ TEST(RegExpLimits, DeepMatchesOverLargeTextsSucceed) {
   EXPECT_EQ(RegExpReplace("<b>" + text + "</b>", R"(<b>[\s\S]*?</b>)", "x"), "x");
 }
 
+TEST(RegExpLimits, OpenersThatNeverCloseGiveUpAtTheTimeLimit) {
+  // Each opener scans to the end of the text for its closer: time grows with the square.
+  QString text;
+  for (int i = 0; i < 200'000; ++i) text += QStringLiteral("<![if !vml]>");
+  const ScopedRegExpTimeLimit limit(std::chrono::milliseconds(300));
+  const ScriptError error = errorOf([&] { RegExpReplace(text, R"(<!\[if !vml\]>([^a]|a)*?<!\[endif\]>)", ""); });
+  EXPECT_EQ(error.number(), errnum::RegExpGaveUp);
+  EXPECT_TRUE(error.description().contains("time limit")) << error.description().toStdString();
+}
+
+TEST(RegExpLimits, MatchesAcrossTheSearchWindowsAreFoundWhole) {
+  // The search runs over windows of start positions: matches wherever those windows end,
+  // between plain characters and between surrogate pairs, are found whole and in order.
+  for (const QString& filler : {QString(u'.'), QString::fromUtf16(u"😀")}) {
+    QString text = filler.repeated(300'000 / filler.size());
+    std::vector<qsizetype> starts;
+    for (qsizetype at = text.size() - 4098; at > 0; at -= 4098) {
+      text.insert(at, "<b>k</b>");
+      starts.insert(starts.begin(), at);
+    }
+    for (qsizetype i = 0; i < qsizetype(starts.size()); ++i) starts[i] += 8 * i;
+    std::vector<qsizetype> found;
+    for (const RegExpMatch& match : RegExp("<b>[^<]*</b>").execute(text)) found.push_back(match.start);
+    EXPECT_EQ(found, starts);
+    EXPECT_EQ(RegExpReplace(text, "[^<>]*", ""), QString("<><>").repeated(qsizetype(starts.size())));
+  }
+}
+
 TEST(RegExpText, UnpairedSurrogatesAreOrdinaryCharacters) {
   const QChar high(0xD800), low(0xDC00);
   const QString pair = QString::fromUtf16(u"😀");

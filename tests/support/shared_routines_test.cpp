@@ -1,6 +1,7 @@
 #include "support/basPublic.h"
 #include "tests/common/TestSupport.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -248,6 +249,19 @@ TEST(GetTempFolder, AContextFolderIsEmptiedAlone) {
     EXPECT_EQ(GetTempFolder(bad), u""_s) << qPrintable(bad);
     EXPECT_TRUE(QFileInfo::exists(other));
   }
+}
+
+TEST(GetTempFolder, TheSharedFolderKeepsThePagesOfRunningAgents) {
+  ScopedTempRoot root;
+  const QString folder = GetTempFolder();
+  // This process stands for a running agent; no process has a pid this large.
+  const QString live = root.write(u"Velmora/"_s + AgentPageFolderName(QCoreApplication::applicationPid(), 3) + u"/a.png"_s, "x");
+  const QString gone = root.write(u"Velmora/"_s + AgentPageFolderName(2147483647, 1) + u"/b.png"_s, "x");
+  const QString lookalike = root.write(u"Velmora/page-1x-2/c.png"_s, "x");
+  EXPECT_EQ(GetTempFolder(), folder);
+  EXPECT_TRUE(QFileInfo::exists(live));
+  EXPECT_FALSE(QFileInfo::exists(gone));
+  EXPECT_FALSE(QFileInfo::exists(lookalike));
 }
 
 TEST(ListFiles, KeepsFilesByPrefixAndSuffixInNameOrder) {
