@@ -69,18 +69,19 @@ QString originRefusal(const httplib::Request& request, const QString& ownOrigin)
   return {};
 }
 
-// Reads the body up to the limit; false when it is larger, whatever way it is sent.
-bool readLimitedBody(const httplib::ContentReader& reader, QByteArray& body, bool& tooLarge) {
-  tooLarge = false;
+enum class BodyRead { Whole, TooLarge, Broken };
+
+// Reads the body into `body` up to the limit, whether its length is declared or it comes
+// in chunks.
+BodyRead readLimitedBody(const httplib::ContentReader& reader, const httplib::Response& response, QByteArray& body) {
+  bool tooLarge = false;
   const bool read = reader([&](const char* data, size_t length) {
-    if (body.size() + qsizetype(length) > cleanupBodyLimit) {
-      tooLarge = true;
-      return false;
-    }
-    body.append(data, qsizetype(length));
-    return true;
+    tooLarge = body.size() + qsizetype(length) > cleanupBodyLimit;
+    if (!tooLarge) body.append(data, qsizetype(length));
+    return !tooLarge;
   });
-  return read && !tooLarge;
+  if (tooLarge || response.status == 413) return BodyRead::TooLarge;  // 413: the declared length
+  return read ? BodyRead::Whole : BodyRead::Broken;
 }
 
 }  // namespace
@@ -100,7 +101,7 @@ CleanupAnswer answerCleanup(const QByteArray& requestBody) {
 }
 
 void addCleanupEndpoint(httplib::Server& server, const QString& ownOrigin) {
-  // A body declared larger than the limit is skipped and answered 413 by the server itself.
+  // A body declared larger than the limit is skipped, never stored.
   server.set_payload_max_length(size_t(cleanupBodyLimit));
   server.Post("/clean", [ownOrigin](const httplib::Request& request, httplib::Response& response,
                                     const httplib::ContentReader& reader) {
@@ -109,14 +110,13 @@ void addCleanupEndpoint(httplib::Server& server, const QString& ownOrigin) {
       return reply(response, failure(403, QStringLiteral("only the demo page may clean up here")));
     }
     QByteArray body;
-    bool tooLarge = false;
-    if (!readLimitedBody(reader, body, tooLarge)) {
-      if (tooLarge || response.status == 413)
+    switch (readLimitedBody(reader, response, body)) {
+      case BodyRead::Whole: return reply(response, answerCleanup(body));
+      case BodyRead::TooLarge:
         return reply(response, failure(413, QStringLiteral("the request is larger than %1 MB")
                                                 .arg(cleanupBodyLimit / (1024 * 1024))));
-      return reply(response, failure(400, QStringLiteral("the request body could not be read")));
+      case BodyRead::Broken: return reply(response, failure(400, QStringLiteral("the request body could not be read")));
     }
-    reply(response, answerCleanup(body));
   });
 }
 
