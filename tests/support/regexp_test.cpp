@@ -82,6 +82,9 @@ const Case kSameAsEcmaScript[] = {
     {u"(?=a)", u"aXa", u"^"},
     {u"a|", u"bab", u"-"},
     // lazy quantifiers
+    {uR"(<b>([^a]|a)*?</b>)", u"<b>x\nY</b><B></B><b>a", u"[$1]"},
+    {uR"(<b>([^a]|a)+?</b>)", u"<b></b></b><b>A</b>", u"[$1]"},
+    {uR"(x([^a]|a)*?(y)|z)", u"xzzy z xy", u"[$1$2]"},
     {u"<.+?>", u"<a><b>", u"[$&]"},
     {u"a{2,3}?", u"aaaaa", u"-"},
     {uR"(<b>[\s\S]*?</b>)", u"<b>1</b>x<B>2\n</B>", u"!"},
