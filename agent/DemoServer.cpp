@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <thread>
 
+#include "agent/CleanupEndpoint.h"
 #include "agent/Door.h"
 #include "agent/Log.h"
 
@@ -86,6 +87,7 @@ void DemoServer::start(const QString& agentUrl, const QString& uploadUrl) {
     response.set_header("Cache-Control", "no-store");
     response.set_content(s.agentJson, "application/json");
   });
+  addCleanupEndpoint(s.http, origin());
   s.http.Get(".*", [&s](const httplib::Request& request, httplib::Response& response) {
     answerFile(s.files, request, response);
   });

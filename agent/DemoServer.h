@@ -9,8 +9,9 @@ namespace velmora::agent {
 
 // The demo page's HTTP server on 127.0.0.1: the mounted files, Qt's qwebchannel.js, and
 // "/agent.json" telling the page where the agent's WebSocket is ("agent") and, when the
-// demo has an upload receiver, the address its pictures go to ("upload"). It runs on threads of
-// its own (cpp-httplib's) and touches nothing but those read-only files and texts.
+// demo has an upload receiver, the address its pictures go to ("upload"); and "POST /clean"
+// (CleanupEndpoint.h) for the demo's own page. It runs on threads of its own (cpp-httplib's)
+// and touches nothing but those read-only files and texts and the pure clean-up functions.
 class DemoServer {
  public:
   DemoServer(StaticFiles files, QByteArray qwebchannelJs);

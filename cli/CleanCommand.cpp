@@ -2,11 +2,9 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QJsonObject>
 
-#include "cleanup/ExcelCleanup.h"
-#include "cleanup/WordCleanup.h"
+#include "cleanup/CleanupRun.h"
 #include "cli/Output.h"
 #include "support/basPublic.h"
 
@@ -44,10 +42,9 @@ CleanRequest parse(const QStringList& args) {
     else if (request.file.isEmpty()) request.file = arg;
     else throw UsageError(QStringLiteral("one input file only"));
   }
-  const QStringList engines{"word", "excel", "wps-word", "wps-excel"};
-  if (!engines.contains(request.engine)) throw UsageError(QStringLiteral("--engine wants one of: ") + engines.join(u", "));
-  if (request.source != u"import" && request.source != u"paste")
-    throw UsageError(QStringLiteral("--source wants import or paste"));
+  if (!cleanupEngines().contains(request.engine))
+    throw UsageError(QStringLiteral("--engine wants one of: ") + cleanupEngines().join(u", "));
+  if (!cleanupSources().contains(request.source)) throw UsageError(QStringLiteral("--source wants import or paste"));
   if (request.file.isEmpty()) throw UsageError(QStringLiteral("missing: the HTML file to clean"));
   if (request.styleOut.isEmpty() != request.bodyOut.isEmpty())
     throw UsageError(QStringLiteral("--style-out and --body-out go together"));
@@ -73,32 +70,12 @@ void writeOutput(const QString& path, const QString& text) {
 
 int runClean(const QStringList& arguments) {
   const CleanRequest request = parse(arguments);
-  const QString html = readInput(request.file);
-  Context& context = Context::process();
-  RuleTrace trace;
-  RuleTrace* tracing = request.trace ? &trace : nullptr;
-  QString style, body;
-  if (request.engine == u"word" || request.engine == u"wps-word") {
-    const auto variant = request.engine == u"word" ? WordCleanup::Variant::Word : WordCleanup::Variant::WPS;
-    WordCleanup(context, variant).OptimizeHTML(request.source, html, request.options, style, body, tracing);
-  } else {
-    const QString extraCss = request.extraCssFile.isEmpty() ? QString() : readInput(request.extraCssFile);
-    ExcelCleanup(context).OptimizeHTML(request.source, html, extraCss, request.options, style, body, tracing);
-  }
-
-  QJsonObject out;
-  if (request.styleOut.isEmpty()) {
-    out.insert(QStringLiteral("Style"), style);
-    out.insert(QStringLiteral("Body"), body);
-  } else {
-    writeOutput(request.styleOut, style);
-    writeOutput(request.bodyOut, body);
-  }
-  if (request.trace) {
-    QJsonArray steps;
-    for (const RuleTrace::Step& step : trace.steps)
-      steps.append(QJsonObject{{"rule", step.rule}, {"change", double(step.sizeAfter - step.sizeBefore)}});
-    out.insert(QStringLiteral("trace"), steps);
+  CleanupJob job{request.engine, request.source, request.options, readInput(request.file), {}, request.trace};
+  if (!request.extraCssFile.isEmpty()) job.extraCss = readInput(request.extraCssFile);
+  QJsonObject out = runCleanup(job, Context::process());
+  if (!request.styleOut.isEmpty()) {
+    writeOutput(request.styleOut, out.take(QStringLiteral("Style")).toString());
+    writeOutput(request.bodyOut, out.take(QStringLiteral("Body")).toString());
   }
   if (!out.isEmpty()) printJson(out);
   return ExitOk;

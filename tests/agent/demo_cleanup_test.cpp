@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+
+#include "agent/CleanupEndpoint.h"
+#include "agent/DemoServer.h"
+#include "tests/common/TestSupport.h"
+
+namespace velmora::agent {
+namespace {
+
+struct Reply {
+  int status = 0;
+  QJsonObject json;
+};
+
+// The demo server on a free port of 127.0.0.1, spoken to over real HTTP.
+class DemoCleanupTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    QString error;
+    ASSERT_TRUE(server.bind(0, &error)) << qPrintable(error);
+    server.start(QStringLiteral("ws://127.0.0.1:1"));
+  }
+
+  Reply post(const std::string& body, const httplib::Headers& headers) {
+    httplib::Client client("127.0.0.1", server.port());
+    client.set_read_timeout(60);
+    const httplib::Result result = client.Post("/clean", headers, body, "application/json");
+    if (!result) {
+      ADD_FAILURE() << "no answer: " << httplib::to_string(result.error());
+      return {};
+    }
+    return {result->status, QJsonDocument::fromJson(QByteArray::fromStdString(result->body)).object()};
+  }
+  Reply postFromDemo(const QJsonObject& request) {
+    return post(QJsonDocument(request).toJson().toStdString(), ownOrigin());
+  }
+  httplib::Headers ownOrigin() const { return {{"Origin", server.origin().toStdString()}}; }
+
+  static QJsonObject cleanWithCommandLine(const QString& file, const QStringList& arguments) {
+    QProcess process;
+    process.start(VELMORA_CLI, QStringList{"clean"} + arguments + QStringList{"--trace", file});
+    EXPECT_TRUE(process.waitForFinished(60000));
+    EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    return QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+  }
+
+  test::ScopedTempRoot temp;
+  DemoServer server{StaticFiles({}), QByteArray()};
+};
+
+TEST_F(DemoCleanupTest, TheDemoPageGetsWhatTheCommandLinePrints) {
+  const QString file = test::testData("word/clipboard_format.txt");
+  QFile input(file);
+  ASSERT_TRUE(input.open(QIODevice::ReadOnly));
+  const QString html = QString::fromUtf8(input.readAll());
+
+  struct Case {
+    const char* engine;
+    const char* source;
+    const char* options;
+  };
+  for (const Case& c : {Case{"word", "paste", "optimizemode:2;opt2table:1"}, Case{"wps-word", "paste", "optimizemode:1"},
+                        Case{"excel", "import", "optimizemode:1;opt1css:1"}}) {
+    SCOPED_TRACE(c.engine);
+    const Reply reply = postFromDemo({{"engine", c.engine}, {"source", c.source}, {"opt", c.options}, {"html", html}});
+    ASSERT_EQ(reply.status, 200) << reply.json["error"].toString().toStdString();
+    EXPECT_EQ(reply.json, cleanWithCommandLine(file, {"--engine", c.engine, "--source", c.source, "--opt", c.options}));
+    EXPECT_FALSE(reply.json["trace"].toArray().isEmpty());
+  }
+
+  // Left out, the source is "import" and there are no options (mode 2).
+  const Reply plain = postFromDemo({{"engine", "word"}, {"html", html}});
+  ASSERT_EQ(plain.status, 200);
+  EXPECT_EQ(plain.json, cleanWithCommandLine(file, {"--engine", "word"}));
+  EXPECT_FALSE(plain.json["Body"].toString().contains("mso-"));
+}
+
+TEST_F(DemoCleanupTest, OnlyTheDemosOwnPageMayUseIt) {
+  const std::string request = R"({"engine": "word", "html": "<p>x</p>"})";
+  const std::string localhostOrigin = "http://localhost:" + std::to_string(server.port());
+  for (const httplib::Headers& headers : {httplib::Headers{{"Origin", "http://editor.example"}},
+                                          httplib::Headers{{"Origin", "null"}},
+                                          httplib::Headers{{"Origin", localhostOrigin}}, httplib::Headers{}}) {
+    const Reply reply = post(request, headers);
+    EXPECT_EQ(reply.status, 403);
+    EXPECT_FALSE(reply.json["error"].toString().isEmpty());
+  }
+  EXPECT_EQ(post(request, ownOrigin()).status, 200);
+}
+
+TEST_F(DemoCleanupTest, ABadRequestIsToldWhatIsWrong) {
+  struct Case {
+    std::string body;
+    const char* says;
+  };
+  const std::vector<Case> cases{
+      {R"({"engine": "word", "html": )", "not JSON"},
+      {"", "not JSON"},
+      {R"(["word", "<p>x</p>"])", "JSON object"},
+      {R"({"engine": "pdf", "html": "<p>x</p>"})", R"(unknown engine "pdf")"},
+      {R"({"engine": "WORD", "html": "<p>x</p>"})", R"(unknown engine "WORD")"},
+      {R"({"html": "<p>x</p>"})", "unknown engine (none"},
+      {R"({"engine": 1, "html": "<p>x</p>"})", "unknown engine (none, or not a text)"},
+      {R"({"engine": "word", "source": "clipboard", "html": "<p>x</p>"})", R"("source" wants import or paste)"},
+      {R"({"engine": "word", "opt": {"optimizemode": 1}, "html": "<p>x</p>"})", R"("opt" wants)"},
+      {R"({"engine": "excel"})", R"("html" wants)"},
+      {R"({"engine": "excel", "html": null})", R"("html" wants)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.body);
+    const Reply reply = post(c.body, ownOrigin());
+    EXPECT_EQ(reply.status, 400);
+    EXPECT_TRUE(reply.json["error"].toString().contains(QString::fromUtf8(c.says)))
+        << reply.json["error"].toString().toStdString();
+  }
+}
+
+TEST_F(DemoCleanupTest, ABodyBeyondTheLimitIsRefusedHoweverItIsSent) {
+  const std::string tooLarge(size_t(cleanupBodyLimit) + 1, ' ');
+  EXPECT_EQ(post(tooLarge, ownOrigin()).status, 413);
+
+  // Chunked, the size is known only while reading.
+  httplib::Client client("127.0.0.1", server.port());
+  const httplib::Result chunked = client.Post(
+      "/clean", ownOrigin(),
+      [&](size_t offset, httplib::DataSink& sink) {
+        if (offset >= tooLarge.size()) {
+          sink.done();
+          return true;
+        }
+        const size_t length = std::min<size_t>(1 << 20, tooLarge.size() - offset);
+        return sink.write(tooLarge.data() + offset, length);
+      },
+      "application/json");
+  ASSERT_TRUE(chunked) << httplib::to_string(chunked.error());
+  EXPECT_EQ(chunked->status, 413);
+
+  std::string justFits = R"({"engine": "word", "html": "<p>x</p>"})";
+  justFits.resize(size_t(cleanupBodyLimit), ' ');  // JSON may end in white space
+  EXPECT_EQ(post(justFits, ownOrigin()).status, 200);
+}
+
+}  // namespace
+}  // namespace velmora::agent
