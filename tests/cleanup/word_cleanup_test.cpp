@@ -470,6 +470,34 @@ TEST(WordCleanupBadInput, BacktrackingBaitFinishesOrFailsClearly) {
               "<style>\r\n" + QString("p {color:red;}\r\n").repeated(4999) + "p {color:red;}\r\n</style>");
 }
 
+TEST(WordCleanupBadInput, FiftyMegabytesOfPastedHtml) {
+  // The clipboard fixture's body again and again: mode 2 keeps only permitted tags, and
+  // the text a reader sees is every copy's text.
+  const QString page = fixture("clipboard_format.txt");
+  const QString body = bodyOf(page);
+  const qsizetype copies = 50'000'000 / body.size() + 1;
+  const QString head = page.left(page.indexOf('>', page.indexOf("<body", 0, Qt::CaseInsensitive)) + 1);
+  const Cleaned out = clean("paste", head + body.repeated(copies) + "</body></html>", "optimizemode:2");
+  const QString copyText = visibleText(clean("paste", page, "optimizemode:2").body);
+  EXPECT_EQ(visibleText(out.body).size(), copyText.size() * copies);
+  EXPECT_FALSE(out.body.contains("mso-", Qt::CaseInsensitive));
+  EXPECT_FALSE(out.body.contains("<span", Qt::CaseInsensitive));
+}
+
+TEST(WordCleanupBadInput, OpenersThatNeverCloseStopAtTheEnginesLimit) {
+  // Each conditional opener makes the lazy rules scan to the end of the text: time would
+  // grow with the square of it. The engine gives up instead, with a clear error.
+  const QString bait = "<body>" + QString("<![if !vml]><!--[if gte vml 1]>").repeated(100'000) + "</body>";
+  const ScopedRegExpTimeLimit limit(std::chrono::milliseconds(500));
+  try {
+    clean("paste", bait, "optimizemode:1;opt1vml:1");
+    FAIL() << "expected a ScriptError";
+  } catch (const ScriptError& error) {
+    EXPECT_EQ(error.number(), errnum::RegExpGaveUp);
+    EXPECT_TRUE(error.description().contains("time limit")) << error.description().toStdString();
+  }
+}
+
 // Mutated documents with every option on or off: each call either gives a result or a
 // clear ScriptError.
 TEST(WordCleanupBadInput, MutatedDocumentsSurvive) {
