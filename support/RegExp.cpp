@@ -120,8 +120,13 @@ class SurrogateFreeTexts {
     for (QString& known : texts_) {
       if (known.isDetached()) known.clear();
     }
-    texts_[next_] = text;
-    next_ = (next_ + 1) % std::size(texts_);
+    // A free place first, so that texts still in use stay known; else the oldest goes.
+    auto place = std::find_if(std::begin(texts_), std::end(texts_), [](const QString& known) { return known.isNull(); });
+    if (place == std::end(texts_)) {
+      place = std::begin(texts_) + next_;
+      next_ = (next_ + 1) % std::size(texts_);
+    }
+    *place = text;
   }
 
  private:
@@ -477,6 +482,8 @@ qint64 timeLimitMs(qsizetype textSize) {
 constexpr qsizetype kFirstWindow = 256;
 constexpr qsizetype kLargestWindow = qsizetype(1) << 20;
 constexpr qint64 kSlowWindowMs = 20;
+// A pass that keeps finding matches looks at the clock once every so many.
+constexpr quint64 kRunsBetweenClockReads = 64;
 
 using JitStackPtr = std::unique_ptr<pcre2_jit_stack, decltype(&pcre2_jit_stack_free)>;
 JitStackPtr makeJitStack(size_t maxSize) {
@@ -571,15 +578,14 @@ class Matcher {
   // over windows of start positions, and gives up between two windows once the pass has
   // run past its time limit; a window that took long is made smaller.
   bool run(qsizetype from) {
+    if (++runs_ % kRunsBetweenClockReads == 0) readClock();
     for (qsizetype windowStart = from;;) {
-      const qint64 windowStartedMs = timer_.elapsed();
-      checkTimeLimit(windowStartedMs);
       const qsizetype windowEnd = std::min(windowStart + window_, subject_.size());
       const int rc = matchFrom(windowStart, windowEnd);
       if (rc > 0) return true;
       if (rc == PCRE2_ERROR_NOMATCH) {
         if (windowEnd >= subject_.size()) return false;
-        const qint64 tookMs = timer_.elapsed() - windowStartedMs;
+        const qint64 tookMs = readClock();
         if (tookMs > kSlowWindowMs) window_ = std::max<qsizetype>(window_ / 8, 1);
         else if (tookMs == 0) window_ = std::min(window_ * 2, kLargestWindow);
         windowStart = subject_.characterStartAtOrAfter(windowEnd + 1);
@@ -591,6 +597,16 @@ class Matcher {
                             .arg(rc == 0 ? QStringLiteral("too many groups") : pcre2Message(rc),
                                  quoted(pattern_.pattern)));
     }
+  }
+
+  // Checks the time limit; answers the milliseconds since the clock was last read (the
+  // window just searched, and any matches found before it).
+  qint64 readClock() {
+    const qint64 now = timer_.elapsed();
+    checkTimeLimit(now);
+    const qint64 took = now - lastClockMs_;
+    lastClockMs_ = now;
+    return took;
   }
 
   // One search whose match may start anywhere from `from` to `lastStart`.
@@ -634,6 +650,8 @@ class Matcher {
   qsizetype searchFrom_ = 0;
   qsizetype window_ = kFirstWindow;
   QElapsedTimer timer_;
+  qint64 lastClockMs_ = 0;
+  quint64 runs_ = 0;
 };
 
 // A replacement text read once: literal runs and references to the match.
