@@ -134,11 +134,24 @@ QVariantMap PageSession::typeLibrary() const {
   return {{"name", library.name}, {"libid", library.libid}, {"classes", classes}};
 }
 
+// A page is untrusted: it gets a control only if the control says it is safe to script
+// and to initialise from page data.
+void PageSession::refuseUnlessSafe(const QString& className) const {
+  const auto asks = [&](const QString& interfaceId, uint32_t option) {
+    return safety_.SetInterfaceSafetyOptions(interfaceId, option, option) == hresult::S_OK;
+  };
+  if (!asks(iid::IDispatch, safety::SafeForUntrustedCaller) || !asks(iid::IPersistPropertyBag, safety::SafeForUntrustedData))
+    throw ScriptError(429, QStringLiteral("ActiveX component can't create object: %1 is not marked safe for "
+                                          "scripting and initialising from a page")
+                               .arg(className));
+}
+
 QVariantMap PageSession::create(const QString& className) {
   CallScope scope(*this);
   auto entry = std::make_shared<Entry>();
   try {
     const ClassInfo* cls = findClass(className);
+    if (cls) refuseUnlessSafe(className);
     entry->control = factory_(className, context_);
     if (!cls || !entry->control) throw ScriptError(429, QStringLiteral("ActiveX component can't create object: ") + className);
     entry->dispatch = std::make_unique<Dispatch>(*entry->control, *cls);

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "control/Context.h"
+#include "server/ObjectSafety.h"
 
 namespace velmora {
 struct ClassInfo;
@@ -42,6 +43,9 @@ class PageSession : public QObject {
   // Without a display, members that show a window (dialogs, capture) fail at once with
   // a clear error instead of waiting for a user who cannot see them.
   void setHasDisplay(bool hasDisplay) { hasDisplay_ = hasDisplay; }
+  // What the controls answer when asked whether a page may script them and hand them its
+  // data; the session asks, as a browser does, before it gives a page a control.
+  void setSafetyAnswers(const ObjectSafety& answers) { safety_ = answers; }
   // Runs `done` once no call of this session is on the stack any more: a page that goes
   // while a call still runs (the control lets the event loop run) is torn down after it.
   void whenIdle(std::function<void()> done);
@@ -80,6 +84,9 @@ class PageSession : public QObject {
   std::map<int, std::shared_ptr<Entry>> objects_;
   int nextId_ = 1;
   int callDepth_ = 0;
+  void refuseUnlessSafe(const QString& className) const;
+
+  ObjectSafety safety_;
   bool hasDisplay_ = true;
   std::vector<std::function<void()>> idleWaiters_;
 };

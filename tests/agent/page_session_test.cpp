@@ -140,6 +140,21 @@ TEST_F(PageSessionTest, ScriptErrorsComeBackAsErrorMaps) {
   EXPECT_EQ(session->objectCount(), 1);
 }
 
+TEST_F(PageSessionTest, AControlNotSafeForPagesIsNeverCreated) {
+  for (const bool scripting : {false, true}) {
+    ObjectSafety answers;
+    answers.safeForScripting = scripting;
+    answers.safeForInitializing = !scripting;
+    session->setSafetyAnswers(answers);
+    const QVariantMap refused = session->create("Velmora5");
+    EXPECT_EQ(errorOf(refused).value("number").toLongLong(), 429);
+    EXPECT_TRUE(errorOf(refused).value("description").toString().contains("not marked safe")) << scripting;
+  }
+  EXPECT_EQ(session->objectCount(), 0);
+  session->setSafetyAnswers(ObjectSafety());
+  create(*session);
+}
+
 TEST_F(PageSessionTest, ChangesReachThePageOnceAndTheSharedErrorTextReachesEveryControl) {
   const int first = create(*session);
   const int second = create(*session);
