@@ -16,6 +16,7 @@
 #include "agent/DemoReceiver.h"
 #include "agent/DemoServer.h"
 #include "agent/Log.h"
+#include "platform/LargeBlocks.h"
 
 namespace {
 
@@ -177,6 +178,7 @@ int main(int argc, char** argv) {
   // Without a display the agent still serves everything that shows no window.
   if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
     qputenv("QT_QPA_PLATFORM", "offscreen");
+  velmora::KeepLargeBlocksForReuse();
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("velmora-agent"));
   QApplication::setQuitOnLastWindowClosed(false);

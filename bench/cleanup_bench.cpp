@@ -14,6 +14,7 @@
 
 #include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
+#include "platform/LargeBlocks.h"
 
 using namespace velmora;
 
@@ -66,6 +67,7 @@ double runLogged(const std::function<void(RuleTrace*)>& pipeline, const QString&
 }  // namespace
 
 int main(int argc, char** argv) {
+  KeepLargeBlocksForReuse();  // as the hosts run
   QCoreApplication app(argc, argv);
   if (argc != 4) {
     std::fprintf(stderr, "usage: cleanup_bench DATA_DIR SIZE_BYTES OUT_DIR\n");

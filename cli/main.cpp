@@ -5,6 +5,7 @@
 #include "cli/CleanCommand.h"
 #include "cli/Output.h"
 #include "support/ScriptError.h"
+#include "platform/LargeBlocks.h"
 
 namespace {
 
@@ -31,6 +32,7 @@ int main(int argc, char** argv) {
   // Without a display the non-graphical members still run.
   if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
     qputenv("QT_QPA_PLATFORM", "offscreen");
+  velmora::KeepLargeBlocksForReuse();
   QApplication app(argc, argv);
   try {
     return run(app.arguments().mid(1));
