@@ -359,7 +359,8 @@ QString quoted(const QString& pattern) {
 }
 
 // "$" only at the very end; ECMAScript's \u, \x, empty classes and back-references to unset
-// groups; "." stops only at a line feed; and searches over windows of start positions. The by-code-point form adds UTF, so that
+// groups; "." stops only at a line feed; and a limit on where a match may start, for the
+// search over windows of start positions. The by-code-point form adds UTF, so that
 // case-insensitive matching folds non-ASCII letters, but never UCP, so that \s \w \d \b
 // stay ASCII.
 constexpr uint32_t kCompileOptions =
