@@ -51,7 +51,10 @@ std::variant<CleanupJob, QString> readJob(const QByteArray& requestBody) {
   if (!options) return QStringLiteral("\"opt\" wants a text of key:value pairs");
   const auto html = textMember(request, QStringLiteral("html"));
   if (!html) return QStringLiteral("\"html\" wants the text to clean");
-  return CleanupJob{*engine, *source, *options, *html, {}, true};
+  const auto extraCss = textMember(request, QStringLiteral("extraCss"), QString());
+  if (!extraCss) return QStringLiteral("\"extraCss\" wants the text of a style sheet");
+  if (!extraCss->isEmpty() && *engine != u"wps-excel") return QStringLiteral("\"extraCss\" belongs to engine wps-excel");
+  return CleanupJob{*engine, *source, *options, *html, *extraCss, true};
 }
 
 void reply(httplib::Response& response, const CleanupAnswer& answer) {

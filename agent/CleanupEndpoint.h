@@ -9,8 +9,9 @@ class Server;
 namespace velmora::agent {
 
 // "POST /clean" of the demo server: the demo page hands it Word or Excel HTML and gets back
-// what the clean-up makes of it. In: {"engine", "source", "opt", "html"} ("source" and
-// "opt" may be left out: "import" and no options). Out: {"Style", "Body", "trace"}, the
+// what the clean-up makes of it. In: {"engine", "source", "opt", "html", "extraCss"}
+// ("source" and "opt" may be left out: "import" and no options; "extraCss", the workbook's
+// shared style sheet, belongs to "wps-excel" only). Out: {"Style", "Body", "trace"}, the
 // same as `velmora clean --trace`; on failure {"error": text} with 400 (bad request), 403
 // (a page of another origin), 413 (more than cleanupBodyLimit bytes) or 422 (the clean-up
 // could not finish).

@@ -9,6 +9,7 @@
 
 #include "agent/CleanupEndpoint.h"
 #include "agent/DemoServer.h"
+#include "support/basPublic.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora::agent {
@@ -75,6 +76,14 @@ TEST_F(DemoCleanupTest, TheDemoPageGetsWhatTheCommandLinePrints) {
     EXPECT_FALSE(reply.json["trace"].toArray().isEmpty());
   }
 
+  // A WPS sheet with its workbook's shared style sheet.
+  const QString sheet = test::testData("excel/wps_sheet002.htm"), css = test::testData("excel/wps_stylesheet.css");
+  const Reply wps = postFromDemo({{"engine", "wps-excel"}, {"opt", "optimizemode:1;opt1css:1"},
+                                  {"html", ReadTextFile(sheet)}, {"extraCss", ReadTextFile(css)}});
+  ASSERT_EQ(wps.status, 200) << wps.json["error"].toString().toStdString();
+  EXPECT_EQ(wps.json, cleanWithCommandLine(sheet, {"--engine", "wps-excel", "--opt", "optimizemode:1;opt1css:1",
+                                                   "--extra-css", css}));
+
   // Left out, the source is "import" and there are no options (mode 2).
   const Reply plain = postFromDemo({{"engine", "word"}, {"html", html}});
   ASSERT_EQ(plain.status, 200);
@@ -112,6 +121,8 @@ TEST_F(DemoCleanupTest, ABadRequestIsToldWhatIsWrong) {
       {R"({"engine": "word", "opt": {"optimizemode": 1}, "html": "<p>x</p>"})", R"("opt" wants)"},
       {R"({"engine": "excel"})", R"("html" wants)"},
       {R"({"engine": "excel", "html": null})", R"("html" wants)"},
+      {R"({"engine": "excel", "html": "x", "extraCss": "td {}"})", R"("extraCss" belongs to engine wps-excel)"},
+      {R"({"engine": "wps-excel", "html": "x", "extraCss": 3})", R"("extraCss" wants)"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.body);

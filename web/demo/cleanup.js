@@ -36,6 +36,7 @@ function composeOptions() {
 
 // One check box per switch of the chosen engine and mode; a switch that stays keeps its state.
 function showSwitches() {
+  $("cleanup-extra-css").hidden = $("cleanup-engine").value !== "wps-excel";
   const holder = $("cleanup-switches");
   const wasOn = new Set([...holder.querySelectorAll("input:checked")].map((box) => box.name));
   const names = [...SWITCHES[family()][mode()], ...SWITCHES[family()].both];
@@ -81,6 +82,7 @@ function showTrace(trace) {
 async function cleanUp(editor) {
   const request = { engine: $("cleanup-engine").value, source: $("cleanup-source").value,
     opt: $("cleanup-opt").value, html: $("cleanup-html").value };
+  if (request.engine === "wps-excel") request.extraCss = $("cleanup-extra-css").value;
   report("busy", "Cleaning up…");
   $("cleanup-run").disabled = true;
   try {
