@@ -11,6 +11,7 @@
 #include <QJsonObject>
 #include <cstdio>
 #include <functional>
+#include <limits>
 
 #include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
@@ -19,6 +20,9 @@
 using namespace velmora;
 
 namespace {
+
+// Timed runs per case (the machine is shared; the fastest run is the least disturbed).
+constexpr int kRounds = 3;
 
 QString readText(const QString& path) {
   QFile file(path);
@@ -58,10 +62,15 @@ double runLogged(const std::function<void(RuleTrace*)>& pipeline, const QString&
     previous = after;
   };
   pipeline(&trace);  // logged run: what the replay needs
-  QElapsedTimer timer;
-  timer.start();
-  pipeline(nullptr);  // timed run: the pipeline as the control runs it
-  return double(timer.nsecsElapsed()) / 1e6;
+  // Timed runs, the pipeline as the control runs it; the fastest counts, as in the replay.
+  double fastest = std::numeric_limits<double>::max();
+  for (int round = 0; round < kRounds; ++round) {
+    QElapsedTimer timer;
+    timer.start();
+    pipeline(nullptr);
+    fastest = std::min(fastest, double(timer.nsecsElapsed()) / 1e6);
+  }
+  return fastest;
 }
 
 }  // namespace
