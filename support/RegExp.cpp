@@ -12,6 +12,7 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "support/RequiredLiteral.h"
 #include "support/ScriptError.h"
 
 namespace velmora {
@@ -25,6 +26,8 @@ struct CompiledPattern {
   QString pattern;
   bool ignoreCase = true;
   pcre2_code* byUnit = nullptr;
+  // By unit as well: the run of characters every match contains, when it is worth a search.
+  pcre2_code* requiredRun = nullptr;
   int groupCount = 0;
 
   CompiledPattern() = default;
@@ -32,6 +35,7 @@ struct CompiledPattern {
   CompiledPattern& operator=(const CompiledPattern&) = delete;
   ~CompiledPattern() {
     pcre2_code_free(byUnit);
+    pcre2_code_free(requiredRun);
     pcre2_code_free(byCodePoint_);
   }
   pcre2_code* byCodePoint() const;
@@ -402,12 +406,29 @@ pcre2_code* compileForm(const QString& pattern, bool ignoreCase, uint32_t form) 
   return code;
 }
 
+// A search for the run of plain characters every match contains: a text without it cannot
+// match, and finding that out costs one quick scan instead of the pattern's own search.
+// Runs shorter than three characters are too common to be worth it.
+pcre2_code* compileRequiredRun(const QString& pattern, bool ignoreCase) {
+  const QString run = RequiredLiteral(pattern);
+  if (run.size() < 3) return nullptr;
+  QString escaped;
+  for (const QChar c : run) {
+    if (!c.isLetterOrNumber()) escaped += u'\\';
+    escaped += c;
+  }
+  return compileForm(escaped, ignoreCase, 0);
+}
+
 std::shared_ptr<const CompiledPattern> compile(const QString& pattern, bool ignoreCase) {
   auto compiled = std::make_shared<CompiledPattern>();
   compiled->pattern = pattern;
   compiled->ignoreCase = ignoreCase;
   // The form compiled first is the one that reports a syntax error.
-  if (namesOnlyAscii(pattern)) compiled->byUnit = compileForm(pattern, ignoreCase, 0);
+  if (namesOnlyAscii(pattern)) {
+    compiled->byUnit = compileForm(pattern, ignoreCase, 0);
+    compiled->requiredRun = compileRequiredRun(pattern, ignoreCase);
+  }
   pcre2_code* first = compiled->byUnit ? compiled->byUnit : compiled->byCodePoint();
   uint32_t groups = 0;
   pcre2_pattern_info(first, PCRE2_INFO_CAPTURECOUNT, &groups);
@@ -483,6 +504,8 @@ qint64 timeLimitMs(qsizetype textSize) {
 constexpr qsizetype kFirstWindow = 256;
 constexpr qsizetype kLargestWindow = qsizetype(1) << 20;
 constexpr qint64 kSlowWindowMs = 20;
+// Texts this long are searched for a pattern's required run first.
+constexpr qsizetype kRequiredRunSearchFrom = 16 * 1024;
 // A pass that keeps finding matches looks at the clock once every so many.
 constexpr quint64 kRunsBetweenClockReads = 64;
 
@@ -545,6 +568,9 @@ class Matcher {
         grownStack_(nullptr, &pcre2_jit_stack_free) {
     pcre2_set_match_limit(state_.context(), matchLimitFor(text.size()));
     timer_.start();
+    if (subject_.byUnit() && pattern.requiredRun && text.size() >= kRequiredRunSearchFrom &&
+        !holdsRequiredRun(pattern.requiredRun))
+      searchFrom_ = subject_.size() + 1;  // nothing to find
   }
   ~Matcher() {
     if (grownStack_) state_.useJitStack(nullptr);
@@ -608,6 +634,15 @@ class Matcher {
     const qint64 took = now - lastClockMs_;
     lastClockMs_ = now;
     return took;
+  }
+
+  bool holdsRequiredRun(const pcre2_code* run) {
+    pcre2_set_offset_limit(state_.context(), PCRE2_UNSET);
+    const int rc = isJitCompiled(run) ? pcre2_jit_match(run, subject_.data(), PCRE2_SIZE(subject_.size()), 0, 0, data_,
+                                                        state_.context())
+                                      : pcre2_match(run, subject_.data(), PCRE2_SIZE(subject_.size()), 0, 0, data_,
+                                                    state_.context());
+    return rc != PCRE2_ERROR_NOMATCH;  // an error: search with the pattern itself
   }
 
   // One search whose match may start anywhere from `from` to `lastStart`.
