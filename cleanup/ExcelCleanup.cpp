@@ -69,7 +69,7 @@ class Pipeline {
 // `text`. Without "</head>" the whole text is both.
 QString Pipeline::splitOffHead(QString& text) const {
   QString head = text;
-  const qsizetype headEnd = text.indexOf(u"</head>", 0, Qt::CaseInsensitive);
+  const qsizetype headEnd = RegExpIndexOf(text, QStringLiteral("</head>"));
   if (headEnd >= 0) {
     head = text.left(headEnd);
     text = text.mid(headEnd + 7);
@@ -107,7 +107,7 @@ QString Pipeline::applyModeTwo(QString body) const {
 
 // Keeps what lies between the body's start tag and its end tag.
 void cutOutBody(QString& text) {
-  qsizetype at = text.indexOf(u"<body", 0, Qt::CaseInsensitive);
+  qsizetype at = RegExpIndexOf(text, QStringLiteral("<body"));
   if (at >= 0) {
     text.remove(0, at + 5);
     at = text.indexOf(u'>');

@@ -100,10 +100,10 @@ class Pipeline {
 // Drops the title and everything before it; returns the head without Word's own
 // conditional blocks and leaves the rest in `text`. Without "</head>" the whole text is both.
 QString Pipeline::splitOffHead(QString& text) const {
-  const qsizetype titleEnd = text.indexOf(u"</title>", 0, Qt::CaseInsensitive);
+  const qsizetype titleEnd = RegExpIndexOf(text, QStringLiteral("</title>"));
   if (titleEnd >= 0) text.remove(0, titleEnd + 8);
   QString head = text;
-  const qsizetype headEnd = text.indexOf(u"</head>", 0, Qt::CaseInsensitive);
+  const qsizetype headEnd = RegExpIndexOf(text, QStringLiteral("</head>"));
   if (headEnd >= 0) {
     head = text.left(headEnd);
     text = text.mid(headEnd + 7);
@@ -152,7 +152,7 @@ QString Pipeline::applyModeTwo(QString text) const {
 
 // Keeps what lies between the body's start tag and its end tag.
 void cutOutBody(QString& text) {
-  qsizetype at = text.indexOf(u"<body", 0, Qt::CaseInsensitive);
+  qsizetype at = RegExpIndexOf(text, QStringLiteral("<body"));
   if (at >= 0) {
     text.remove(0, at + 5);
     at = text.indexOf(u'>');

@@ -864,6 +864,11 @@ QString RegExpSubMatch(const QString& text, const QString& pattern, int index) {
 
 bool RegExpTest(const QString& pattern, const QString& text) { return RegExp(pattern).test(text); }
 
+qsizetype RegExpIndexOf(const QString& text, const QString& pattern) {
+  const std::optional<RegExpMatch> match = RegExp(pattern).firstMatch(text);
+  return match ? match->start : -1;
+}
+
 ScopedRegExpTimeLimit::ScopedRegExpTimeLimit(std::chrono::milliseconds limit) : previous_(t_timeLimit) {
   t_timeLimit = limit;
 }

@@ -73,6 +73,9 @@ QString RegExpReplaceAll(const QString& text, const QString& pattern, const QStr
 QString RegExpSubMatch(const QString& text, const QString& pattern, int index);
 // Whether `pattern` matches anywhere in `text` (note the argument order).
 bool RegExpTest(const QString& pattern, const QString& text);
+// Where the first match of `pattern` starts, or -1. For a plain word this is a
+// case-insensitive search many times faster than QString's.
+qsizetype RegExpIndexOf(const QString& text, const QString& pattern);
 
 // Sets the time limit of every pass on this thread while it lives.
 class ScopedRegExpTimeLimit {
