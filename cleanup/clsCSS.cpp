@@ -1,5 +1,6 @@
 #include "cleanup/clsCSS.h"
 
+#include <algorithm>
 #include <functional>
 
 #include "support/RegExp.h"
@@ -140,9 +141,12 @@ void replaceText(QString& html, const QString& from, const QString& to, qsizetyp
   html.replace(from, to, Qt::CaseSensitive);
 }
 
-// The most a merge can add: every start tag takes every declaration of the sheet once.
-qsizetype largestMerge(const QString& html, const QString& css) {
-  return html.size() + (html.count(u'<') + 1) * (css.size() + 16);
+// The most a merge can add: every start tag takes the declarations of at most three rules
+// (tag.class, .class and its tag), with their quotes and separators.
+qsizetype largestMerge(const QString& html, const clsCollection& table) {
+  qsizetype longest = 0;
+  for (int32_t i = 1; i <= table.Count(); ++i) longest = std::max(longest, table.item(i).toString().size());
+  return html.size() + (html.count(u'<') + 1) * 3 * (longest + 16);
 }
 
 }  // namespace
@@ -172,7 +176,7 @@ QString clsCSS::MergeCssQuick(const QString& html, const QString& css, RuleTrace
 QString clsCSS::MergeCss(const QString& html, const QString& css) {
   const clsCollection table = readRules(css, false);
   QString result = html;
-  const qsizetype largest = largestMerge(html, css);
+  const qsizetype largest = largestMerge(html, table);
 
   for (const RegExpMatch& element : RegExp(QString::fromUtf16(kClassedStartTag)).execute(html)) {
     const QStringList& group = element.subMatches;
