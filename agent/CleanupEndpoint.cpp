@@ -9,7 +9,7 @@
 
 #include "agent/Log.h"
 #include "cleanup/CleanupRun.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora::agent {
 

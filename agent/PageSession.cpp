@@ -4,9 +4,10 @@
 #include <stdexcept>
 
 #include "agent/EventRelay.h"
+#include "host/StandardProducers.h"
 #include "server/Dispatch.h"
 #include "server/TypeLibrary.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora::agent {
 
@@ -75,6 +76,10 @@ QVariantList withDefaults(const MemberInfo& member, QVariantList args) {
   return args;
 }
 
+std::unique_ptr<QObject> standardControls(const QString& className, Context& context) {
+  return CreateControl(className, context, standardProducers());
+}
+
 bool isPlainName(const QString& name) {
   return !name.isEmpty() && !name.contains(u'/') && !name.contains(u'\\') && name != u"." && name != u"..";
 }
@@ -104,7 +109,7 @@ class PageSession::CallScope {
 };
 
 PageSession::PageSession(const QString& workingSubfolder, ControlFactory factory, QObject* parent)
-    : QObject(parent), factory_(factory ? std::move(factory) : ControlFactory(CreateControl)) {
+    : QObject(parent), factory_(factory ? std::move(factory) : standardControls) {
   if (!isPlainName(workingSubfolder)) throw std::invalid_argument("a page's working subfolder must be a plain name");
   context_.workingSubfolder = workingSubfolder;
 }

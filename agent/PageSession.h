@@ -8,7 +8,7 @@
 #include <map>
 #include <memory>
 
-#include "control/Context.h"
+#include "core/Context.h"
 #include "server/ObjectSafety.h"
 
 namespace velmora {

@@ -16,7 +16,7 @@
 #include "agent/DemoReceiver.h"
 #include "agent/DemoServer.h"
 #include "agent/Log.h"
-#include "platform/LargeBlocks.h"
+#include "host/HostProcess.h"
 
 namespace {
 
@@ -152,7 +152,7 @@ int run(QApplication& app) {
   }
 
   AgentServer agent(origins);
-  agent.setHasDisplay(QGuiApplication::platformName() != u"offscreen");
+  agent.setHasDisplay(velmora::HostHasDisplay());
   QString error;
   if (!agent.listen(options.port, &error))
     throw std::runtime_error(QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(options.port).arg(error).toStdString());
@@ -175,15 +175,10 @@ int run(QApplication& app) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Without a display the agent still serves everything that shows no window.
-  if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-  velmora::KeepLargeBlocksForReuse();
-  QApplication app(argc, argv);
-  QApplication::setApplicationName(QStringLiteral("velmora-agent"));
+  const std::unique_ptr<QApplication> app = velmora::StartHostProcess(argc, argv, QStringLiteral("velmora-agent"));
   QApplication::setQuitOnLastWindowClosed(false);
   try {
-    return run(app);
+    return run(*app);
   } catch (const std::exception& error) {
     log(QString::fromUtf8(error.what()));
     return kExitUsage;

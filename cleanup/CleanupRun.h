@@ -3,7 +3,7 @@
 #include <QString>
 #include <QStringList>
 
-#include "control/Context.h"
+#include "core/Context.h"
 
 namespace velmora {
 

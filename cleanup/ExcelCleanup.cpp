@@ -5,7 +5,7 @@
 
 #include "cleanup/ExcelRules.h"
 #include "cleanup/clsCSS.h"
-#include "control/OptionString.h"
+#include "core/OptionString.h"
 #include "support/RegExp.h"
 
 namespace velmora {

@@ -2,7 +2,7 @@
 #include <QString>
 
 #include "cleanup/RuleTable.h"
-#include "control/Context.h"
+#include "core/Context.h"
 
 namespace velmora {
 

@@ -5,10 +5,11 @@
 
 #include "cleanup/WordRules.h"
 #include "cleanup/clsCSS.h"
-#include "control/OptionString.h"
+#include "core/OptionString.h"
 #include "support/AutomationNumber.h"
 #include "support/RegExp.h"
 #include "support/basPublic.h"
+#include "core/Text.h"
 
 namespace velmora {
 
@@ -31,13 +32,6 @@ class Switches {
   const QString& options_;
 };
 
-// Only blanks are trimmed, as the page texts of the style sheet are trimmed.
-QString trimBlanks(const QString& text) {
-  qsizetype first = 0, last = text.size();
-  while (first < last && text[first] == u' ') ++first;
-  while (last > first && text[last - 1] == u' ') --last;
-  return text.mid(first, last - first);
-}
 
 // Numbers in page texts are written with up to 15 significant digits, a "." and no
 // trailing zeros, and never with an exponent, which CSS would not read.
@@ -168,12 +162,12 @@ void cutOutBody(QString& text) {
 QString framePage(const QString& body, const QString& pageSizeText, const QString& pageMarginText,
                   const Switches& switches) {
   QString width, leftMargin, rightMargin;
-  const QString pageSize = trimBlanks(pageSizeText);
+  const QString pageSize = TrimBlanks(pageSizeText);
   if (!pageSize.isEmpty()) {
     const QStringList parts = pageSize.split(u' ');
     if (parts.size() == 2) width = ToPoints(parts[0]);
   }
-  const QString pageMargin = trimBlanks(pageMarginText);
+  const QString pageMargin = TrimBlanks(pageMarginText);
   if (!pageMargin.isEmpty()) {
     const QStringList parts = pageMargin.split(u' ');
     if (parts.size() == 4) {

@@ -4,8 +4,9 @@
 #include <functional>
 
 #include "support/RegExp.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 #include "support/clsCollection.h"
+#include "core/Text.h"
 
 namespace velmora {
 
@@ -77,12 +78,6 @@ const char16_t kStyleAttribute[] = uR"re(([^>]+?\sstyle\s*=)\s*(['"])([^>]*?)\2(
 
 // ---------------------------------------------------------------------------------------
 
-QString trimBlanks(const QString& text) {
-  qsizetype first = 0, last = text.size();
-  while (first < last && text[first] == u' ') ++first;
-  while (last > first && text[last - 1] == u' ') --last;
-  return text.mid(first, last - first);
-}
 
 // A rule whose pattern or replacement is built from the sheet; `name`, `pattern` and
 // `replacement` must outlive the call.
@@ -100,11 +95,11 @@ clsCollection readRules(QString css, bool singleQuotes) {
   if (singleQuotes) css.replace(u'"', u'\'');
   clsCollection table;
   for (const RegExpMatch& match : RegExp(QString::fromUtf16(kCssRule)).execute(css)) {
-    QString declarations = trimBlanks(applyRule(match.subMatches.value(1), kDeclarationBreaks));
+    QString declarations = TrimBlanks(applyRule(match.subMatches.value(1), kDeclarationBreaks));
     if (declarations.endsWith(u';')) declarations.chop(1);
     for (QString selector : match.subMatches.value(0).split(u',')) {
       selector = applyRule(selector, kSelectorTabs);
-      selector = trimBlanks(applyRule(selector, kSelectorBreaks)).toLower();
+      selector = TrimBlanks(applyRule(selector, kSelectorBreaks)).toLower();
       if (selector.isEmpty()) continue;
       const int32_t at = table.KeyIndex(selector);
       if (at != -1) table.setItem(at, table.item(at).toString() + u';' + declarations);

@@ -1,7 +1,7 @@
 #pragma once
 #include <QString>
 
-#include "control/Producers.h"
+#include "core/Producers.h"
 
 namespace velmora {
 

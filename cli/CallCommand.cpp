@@ -13,8 +13,10 @@
 
 #include "cli/Output.h"
 #include "control/Velmora5.h"
+#include "host/HostProcess.h"
+#include "host/StandardProducers.h"
 #include "server/Dispatch.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora::cli {
 
@@ -99,10 +101,10 @@ Waited waitForStatus(const Dispatch& dispatch, const QObject& control, int timeo
 
 int runCall(const QStringList& arguments) {
   const CallRequest request = parse(arguments);
-  if (showsWindow(request.member) && QGuiApplication::platformName() == u"offscreen")
+  if (showsWindow(request.member) && !HostHasDisplay())
     throw UsageError(request.member + QStringLiteral(" shows a window and needs a display (set DISPLAY)"));
 
-  std::unique_ptr<QObject> control = CreateControl(request.className, Context::process());
+  std::unique_ptr<QObject> control = CreateControl(request.className, Context::process(), standardProducers());
   Dispatch dispatch(*control, *findClass(request.className));
   for (const auto& [property, value] : request.settings) dispatch.put(property, value);
   const MemberInfo& member = dispatch.method(request.member);

@@ -4,8 +4,8 @@
 #include "cli/CallCommand.h"
 #include "cli/CleanCommand.h"
 #include "cli/Output.h"
-#include "support/ScriptError.h"
-#include "platform/LargeBlocks.h"
+#include "host/HostProcess.h"
+#include "core/ScriptError.h"
 
 namespace {
 
@@ -29,13 +29,9 @@ int run(const QStringList& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Without a display the non-graphical members still run.
-  if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-  velmora::KeepLargeBlocksForReuse();
-  QApplication app(argc, argv);
+  const std::unique_ptr<QApplication> app = velmora::StartHostProcess(argc, argv, QStringLiteral("velmora"));
   try {
-    return run(app.arguments().mid(1));
+    return run(app->arguments().mid(1));
   } catch (const velmora::cli::UsageError& error) {
     std::fprintf(stderr, "velmora: %s\n%s", error.what(), kUsage);
   } catch (const velmora::ScriptError& error) {

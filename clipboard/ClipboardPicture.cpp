@@ -6,8 +6,9 @@
 
 #include "clipboard/clsClipboard.h"
 #include "clipboard/clsSaveBitmapAs.h"
-#include "control/OptionString.h"
+#include "core/OptionString.h"
 #include "support/basPublic.h"
+#include "core/Text.h"
 
 namespace velmora {
 
@@ -62,7 +63,7 @@ bool WordPaste2Image(Context& context, const QString& options, QString& html) {
   clsSaveBitmapAs saver;
   if (!saver.SavePictureFromHDC(picture, fileName))
     return fail(context, QStringLiteral("cannot save ") + fileName + QStringLiteral(": ") + saver.lastError());
-  html = QStringLiteral("<img src=\"") + fileName + QStringLiteral("\" border=0><br>");
+  html = PictureFragment(fileName);
   return true;
 }
 

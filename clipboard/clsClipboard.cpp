@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "platform/DropFiles.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 

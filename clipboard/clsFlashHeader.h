@@ -2,7 +2,7 @@
 #include <QByteArray>
 #include <QString>
 
-#include "control/Producers.h"
+#include "core/Producers.h"
 
 namespace velmora {
 

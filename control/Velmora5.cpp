@@ -5,14 +5,14 @@
 #include "Version.h"
 #include "clipboard/basClipBoard.h"
 #include "clipboard/clsClipboard.h"
-#include "control/clsFileList.h"
-#include "control/OptionString.h"
+#include "clipboard/clsFileList.h"
+#include "core/OptionString.h"
 #include "support/AutomationNumber.h"
 #include "support/RegExp.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 #include "support/basPublic.h"
-#include "support/clsCommonDialog.h"
-#include "upload/UploadTransport.h"
+#include "dialogs/clsCommonDialog.h"
+#include "upload/UploadBatch.h"
 
 namespace velmora {
 
@@ -50,17 +50,14 @@ Velmora5::Velmora5(Context& context, ProducerFactory& producers, QObject* parent
 }
 
 Velmora5::~Velmora5() {
-  MyOnReadyStateWrapper.reset();
-  dropRequest(/*abortOpenRequest=*/false);
-  m_asOriginal.clear();
-  m_asSaved.clear();
+  batch_.reset();
   cCapture.reset();
 }
 
 QString Velmora5::Test() { return QStringLiteral("Velmora"); }
 
 bool Velmora5::hasWorkUnderWay() const {
-  return cCapture || (m_oRequest && m_oRequest->readyState() != XmlHttpRequest::Completed);
+  return cCapture || (batch_ && batch_->isSending());
 }
 
 QString Velmora5::Version() const {
@@ -272,9 +269,27 @@ void Velmora5::LocalUpload(const QString& s_HTML) {
   startUpload(QStringLiteral("local"));
 }
 
+// A new batch replaces a running one: its request is aborted, so no answer of the old
+// batch lands in the new lists. Each file's request clears the error text; a failed step
+// leaves its word there and Status reads "ok".
 void Velmora5::startUpload(const QString& uploadMode) {
-  m_sUploadMode = uploadMode;
-  if (CollectLocalFiles()) UploadNext();
+  if (batch_) batch_->cancel();
+  m_bFinished = false;
+  UploadSettings settings{m_sSendUrl, m_sCharset, m_lLocalSize, m_sLocalExt, context_.g_sTempFolder};
+  batch_ = std::make_unique<UploadBatch>(std::move(settings), uploadMode, m_sBody);
+  connect(batch_.get(), &UploadBatch::sending, this, [this] { context_.g_sError.clear(); });
+  connect(batch_.get(), &UploadBatch::failed, this, [this](const Failure& failure) { context_.g_sError = failure.text(); });
+  connect(batch_.get(), &UploadBatch::stepped, this, &Velmora5::resultChanged);
+  connect(batch_.get(), &UploadBatch::finished, this, &Velmora5::uploadFinished);
+  batch_->start();
+}
+
+void Velmora5::uploadFinished() {
+  m_sBody = batch_->body();
+  m_sOriginalFiles = batch_->originalFiles().join(u'|');
+  m_sSavedFiles = batch_->savedFiles().join(u'|');
+  m_bFinished = true;
+  emit resultChanged();
 }
 
 void Velmora5::QuickFormat() { producers_.createQuickFormatter(context_)->QuickFormat(m_sStyle, m_sBody); }

@@ -5,13 +5,13 @@
 #include <QStringList>
 #include <memory>
 
-#include "control/Context.h"
-#include "control/Producers.h"
-#include "platform/XmlHttpRequest.h"
+#include "core/Context.h"
+#include "core/Producers.h"
+#include "core/Result.h"
 
 namespace velmora {
 
-class clsReadyStateHandler;
+class UploadBatch;
 
 // The editor control: the object a page's script creates and drives. Each method hands the
 // page's request to the producer that does the work and then, for every flow that produces
@@ -33,8 +33,7 @@ class Velmora5 : public QObject {
   Q_PROPERTY(QString Error READ Error)
 
  public:
-  explicit Velmora5(Context& context = Context::process(), ProducerFactory& producers = ProducerFactory::standard(),
-                    QObject* parent = nullptr);
+  Velmora5(Context& context, ProducerFactory& producers, QObject* parent = nullptr);
   ~Velmora5() override;
 
   Q_INVOKABLE QString Test();
@@ -91,43 +90,26 @@ class Velmora5 : public QObject {
   bool GetSheetNamesWith(const QString& engine, const QString& s_File, QString& names);
   void pasteOfficeContent(const QString& s_Opt, bool excel);
   void startUpload(const QString& uploadMode);
+  void uploadFinished();
   QString sourceProgramDigit();
   void cCapture_ReturnValue(const QString& value);
-
-  // The local-file upload batch. CollectLocalFiles is false when the page started another
-  // batch while it let pending events run; that batch then owns the lists.
-  bool CollectLocalFiles();
-  void UploadNext();
-  void UploadOneFile(const QString& path, const QString& address);
-  void MyOnReadyStateWrapper_OnStateChange();
-  void FinishUpload();
-  void dropRequest(bool abortOpenRequest);
-  QString filePathOf(const QString& reference) const;
-  bool isAcceptable(const QString& path) const;
 
   Context& context_;
   ProducerFactory& producers_;
 
   QString m_sCaptureOpt;
-  XmlHttpRequestPtr m_oRequest;
   QString m_sStyle;
   QString m_sBody;
   QString m_sOriginalFiles;
   QString m_sSavedFiles;
-  QStringList m_asOriginal;
-  QStringList m_asSaved;
-  int32_t m_lUploadIndex = 0;
-  QString m_sUploadMode;
   bool m_bFinished = false;
   QString m_sSendUrl;
   QString m_sCharset;
   int32_t m_lLocalSize = 0;
   QString m_sLocalExt;
   std::unique_ptr<CaptureTool> cCapture;
-  // Dropped from inside their own signals, so deleted once back in the event loop.
-  std::unique_ptr<clsReadyStateHandler, DeleteLater> MyOnReadyStateWrapper;
-  // Counts the batches, so a step of a batch that the page replaced while events ran stops.
-  quint64 m_lBatch = 0;
+  // The upload of the last flow's pictures; replaced (and so stopped) by the next flow's.
+  std::unique_ptr<UploadBatch> batch_;
 };
 
 }  // namespace velmora

@@ -11,11 +11,11 @@
 #include "cleanup/clsQuickFormat.h"
 #include "clipboard/basClipBoard.h"
 #include "clipboard/clsFlashHeader.h"
-#include "control/OptionString.h"
+#include "core/OptionString.h"
 #include "platform/ClipboardMime.h"
 #include "platform/DropFiles.h"
 #include "support/basPublic.h"
-#include "support/clsCommonDialog.h"
+#include "dialogs/clsCommonDialog.h"
 
 namespace velmora::fuzz {
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "fuzz/FuzzTargets.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace {
 

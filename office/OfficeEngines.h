@@ -1,7 +1,7 @@
 #pragma once
 #include <memory>
 
-#include "control/Producers.h"
+#include "core/Producers.h"
 
 namespace velmora {
 

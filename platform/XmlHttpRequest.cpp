@@ -115,21 +115,18 @@ void setNoDelayTowards(const QUrl& url) {
 
 }  // namespace
 
-XmlHttpRequestPtr XmlHttpRequest::create(QString& error) {
-  if (!QCoreApplication::instance()) {
-    error = QStringLiteral("no Qt application object exists, so no request can run");
-    return nullptr;
-  }
-  if (!QAbstractEventDispatcher::instance()) {
-    error = QStringLiteral("no event loop runs on this thread, so an asynchronous request could never report back");
-    return nullptr;
-  }
+Result<XmlHttpRequestPtr> XmlHttpRequest::create() {
+  if (!QCoreApplication::instance())
+    return Failure{{}, QStringLiteral("no Qt application object exists, so no request can run")};
+  if (!QAbstractEventDispatcher::instance())
+    return Failure{
+        {}, QStringLiteral("no event loop runs on this thread, so an asynchronous request could never report back")};
   return XmlHttpRequestPtr(new XmlHttpRequest);
 }
 
 XmlHttpRequest::~XmlHttpRequest() { abort(); }
 
-bool XmlHttpRequest::Open(const QString& method, const QString& url, bool async, QString& error) {
+Outcome XmlHttpRequest::Open(const QString& method, const QString& url, bool async) {
   abort();
   const QUrl parsed(url, QUrl::TolerantMode);
   QString problem;
@@ -144,10 +141,7 @@ bool XmlHttpRequest::Open(const QString& method, const QString& url, bool async,
   } else if (parsed.host().isEmpty()) {
     problem = QStringLiteral("invalid address \"%1\": no host").arg(url);
   }
-  if (!problem.isEmpty()) {
-    error = problem;
-    return false;
-  }
+  if (!problem.isEmpty()) return Failure{{}, problem};
 
   method_ = method.toUpper().toLatin1();
   url_ = parsed;
@@ -157,27 +151,21 @@ bool XmlHttpRequest::Open(const QString& method, const QString& url, bool async,
   responseBody_.clear();
   responseContentType_.clear();
   setReadyState(Loading);
-  return true;
+  return {};
 }
 
-bool XmlHttpRequest::setRequestHeader(const QString& name, const QString& value, QString& error) {
-  if (readyState_ != Loading || reply_) {
-    error = QStringLiteral("the request is not open: call Open before setRequestHeader");
-    return false;
-  }
-  if (!isToken(name) || value.contains(u'\r') || value.contains(u'\n') || value.contains(QChar(0))) {
-    error = QStringLiteral("invalid header \"%1\"").arg(name);
-    return false;
-  }
+Outcome XmlHttpRequest::setRequestHeader(const QString& name, const QString& value) {
+  if (readyState_ != Loading || reply_)
+    return Failure{{}, QStringLiteral("the request is not open: call Open before setRequestHeader")};
+  if (!isToken(name) || value.contains(u'\r') || value.contains(u'\n') || value.contains(QChar(0)))
+    return Failure{{}, QStringLiteral("invalid header \"%1\"").arg(name)};
   headers_.append({name.toLatin1(), value.toUtf8()});
-  return true;
+  return {};
 }
 
-bool XmlHttpRequest::send(const QByteArray& body, QString& error) {
-  if (readyState_ != Loading || reply_) {
-    error = QStringLiteral("the request is not open: call Open before send, once per request");
-    return false;
-  }
+Outcome XmlHttpRequest::send(const QByteArray& body) {
+  if (readyState_ != Loading || reply_)
+    return Failure{{}, QStringLiteral("the request is not open: call Open before send, once per request")};
   QNetworkRequest request(url_);
   for (const auto& [name, value] : headers_) request.setRawHeader(name, value);
   QNetworkAccessManager& manager = threadManager();
@@ -185,10 +173,7 @@ bool XmlHttpRequest::send(const QByteArray& body, QString& error) {
   QNetworkReply* reply = method_ == "GET"    ? manager.get(request)
                          : method_ == "POST" ? manager.post(request, body)
                                              : manager.sendCustomRequest(request, method_, body);
-  if (!reply) {
-    error = QStringLiteral("the network layer made no request");
-    return false;
-  }
+  if (!reply) return Failure{{}, QStringLiteral("the network layer made no request")};
   reply_ = reply;
   connect(reply, &QNetworkReply::metaDataChanged, this, [this] { setReadyState(Interactive); });
   connect(reply, &QNetworkReply::uploadProgress, this, [this, noDelaySet = false]() mutable {
@@ -205,7 +190,7 @@ bool XmlHttpRequest::send(const QByteArray& body, QString& error) {
     });
     loop.exec();
   }
-  return true;
+  return {};
 }
 
 void XmlHttpRequest::abort() {

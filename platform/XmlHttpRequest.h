@@ -8,6 +8,8 @@
 #include <QUrl>
 #include <memory>
 
+#include "core/Result.h"
+
 class QNetworkReply;
 
 namespace velmora {
@@ -46,18 +48,18 @@ class XmlHttpRequest : public QObject {
   static constexpr int StatusRedirectFailed = 12156;
   static constexpr int StatusSecureFailure = 12175;
 
-  // A request object for this thread; none, with `error` set, when the thread runs no Qt
-  // event loop: an asynchronous request there could never report back.
-  static XmlHttpRequestPtr create(QString& error);
+  // A request object for this thread; a failure when the thread runs no Qt event loop: an
+  // asynchronous request there could never report back. Failures of this adapter carry a
+  // description only (never empty); the caller names the stage.
+  static Result<XmlHttpRequestPtr> create();
   ~XmlHttpRequest() override;
 
-  // Each of these returns false with `error` set (a description, never empty) on failure.
   // Open takes an absolute http or https address; a malformed one fails here.
-  bool Open(const QString& method, const QString& url, bool async, QString& error);
-  bool setRequestHeader(const QString& name, const QString& value, QString& error);
+  Outcome Open(const QString& method, const QString& url, bool async);
+  Outcome setRequestHeader(const QString& name, const QString& value);
   // Sends `body` (shared, not copied). Asynchronous requests return at once; a
   // synchronous one returns when it is complete, the event loop running meanwhile.
-  bool send(const QByteArray& body, QString& error);
+  Outcome send(const QByteArray& body);
   // Stops the request; no further OnReadyStateChange, ready state back to Uninitialized.
   void abort();
   // Gives up the request without stopping it: it runs to its end, unheard.

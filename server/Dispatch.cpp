@@ -4,7 +4,7 @@
 
 #include "control/Velmora5.h"
 #include "support/AutomationNumber.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 
@@ -162,9 +162,9 @@ QVariantMap Dispatch::readableProperties() const {
   return properties;
 }
 
-std::unique_ptr<QObject> CreateControl(const QString& className, Context& context) {
+std::unique_ptr<QObject> CreateControl(const QString& className, Context& context, ProducerFactory& producers) {
   const ClassInfo* cls = findClass(className);
-  if (cls && QLatin1String(cls->name) == QLatin1String("Velmora5")) return std::make_unique<Velmora5>(context);
+  if (cls && QLatin1String(cls->name) == QLatin1String("Velmora5")) return std::make_unique<Velmora5>(context, producers);
   fail(429, QStringLiteral("ActiveX component can't create object: ") + className);
 }
 

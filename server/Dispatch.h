@@ -5,7 +5,8 @@
 #include <QVariantMap>
 #include <memory>
 
-#include "control/Context.h"
+#include "core/Context.h"
+#include "core/Producers.h"
 #include "server/TypeLibrary.h"
 
 namespace velmora {
@@ -38,8 +39,8 @@ class Dispatch {
 // range), "true"/"false" and numbers to booleans, anything to text. Throws ScriptError.
 QVariant coerce(const QVariant& value, VarType type);
 
-// Creates the control named `className` ("Velmora5", "VelmoraMFU5") in `context`; throws
-// ScriptError when the class cannot be created.
-std::unique_ptr<QObject> CreateControl(const QString& className, Context& context);
+// Creates the control named `className` ("Velmora5", "VelmoraMFU5") in `context`, its flows
+// served by `producers`; throws ScriptError when the class cannot be created.
+std::unique_ptr<QObject> CreateControl(const QString& className, Context& context, ProducerFactory& producers);
 
 }  // namespace velmora

@@ -4,7 +4,7 @@
 #include <limits>
 #include <optional>
 
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 

@@ -13,7 +13,7 @@
 #include <unordered_map>
 
 #include "support/RequiredLiteral.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 

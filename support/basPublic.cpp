@@ -1,5 +1,6 @@
 #include "support/basPublic.h"
 
+#include "core/Text.h"
 #include "platform/Charset.h"
 
 #include <QCoreApplication>
@@ -33,12 +34,6 @@ namespace {
 
 void processPendingEvents() {
   if (QCoreApplication::instance()) QCoreApplication::processEvents();
-}
-
-// The name part of a path: the text after its last "/" or "\".
-QString fileNameOf(const QString& path) {
-  const qsizetype slash = std::max(path.lastIndexOf(u'/'), path.lastIndexOf(u'\\'));
-  return path.mid(slash + 1);
 }
 
 }  // namespace
@@ -148,7 +143,7 @@ bool FolderExists(const QString& path) {
 
 // Taken from the name part of the path, so a "." in a folder name is not an extension.
 QString GetFileExt(const QString& path) {
-  const QString name = fileNameOf(path);
+  const QString name = FileNameOf(path);
   const qsizetype dot = name.lastIndexOf(u'.');
   return dot < 0 ? QString() : name.mid(dot + 1);
 }

@@ -5,7 +5,7 @@
 #include <QSaveFile>
 #include <utility>
 
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 

@@ -15,6 +15,9 @@ constexpr qsizetype kChunk = 64 * 1024;  // reads from a device whose size is no
 
 }  // namespace
 
+const QString clsXmlHttpPost::kSendWord = QStringLiteral("XMLHTTP-Send:");
+const QString clsXmlHttpPost::kReadWord = QStringLiteral("CreateObject(ADODB.Stream):");
+
 clsXmlHttpPost::clsXmlHttpPost()
     : m_sBoundary(GenerateBoundary()), m_sContentType(QStringLiteral("multipart/form-data; boundary=") + m_sBoundary) {}
 
@@ -26,24 +29,25 @@ QString clsXmlHttpPost::GenerateBoundary() {
   return QStringLiteral("---------------------------7d51") + QString::asprintf("%05lld%05lld", a, b);
 }
 
-QByteArray clsXmlHttpPost::StringToBytes(const QString& text) const {
+// Appends `text` in the body's charset, without a byte-order mark.
+Outcome clsXmlHttpPost::appendText(const QString& text) {
   const QString upper = m_sCharset.toUpper();
   // "unicode" is the stream's name for UTF-16 little-endian.
   const QString charset = upper == u"UNICODE" ? QStringLiteral("utf-16le") : m_sCharset;
   QByteArray bytes;
   QString error;
   if (!Charset::encode(text, charset, bytes, &error))
-    throw Failure{Failure::Kind::Text, error.isEmpty() ? QStringLiteral("cannot write text in ") + m_sCharset : error};
-  // The body carries no byte-order mark.
-  if (upper == u"UTF-8" && bytes.startsWith("\xEF\xBB\xBF")) bytes.remove(0, 3);
-  if (upper == u"UNICODE" && bytes.startsWith("\xFF\xFE")) bytes.remove(0, 2);
-  return bytes;
+    return Failure{kSendWord, error.isEmpty() ? QStringLiteral("cannot write text in ") + m_sCharset : error};
+  qsizetype mark = 0;
+  if (upper == u"UTF-8" && bytes.startsWith("\xEF\xBB\xBF")) mark = 3;
+  if (upper == u"UNICODE" && bytes.startsWith("\xFF\xFE")) mark = 2;
+  m_oStream.append(QByteArrayView(bytes).sliced(mark));
+  return {};
 }
 
-void clsXmlHttpPost::AddForm(const QString& name, const QString& value) {
-  m_oStream += StringToBytes(kCrLf + QStringLiteral("--") + m_sBoundary + kCrLf +
-                             QStringLiteral("Content-Disposition: form-data; name=\"") + name + u'"' + kCrLf + kCrLf +
-                             value);
+Outcome clsXmlHttpPost::AddForm(const QString& name, const QString& value) {
+  return appendText(kCrLf + QStringLiteral("--") + m_sBoundary + kCrLf +
+                    QStringLiteral("Content-Disposition: form-data; name=\"") + name + u'"' + kCrLf + kCrLf + value);
 }
 
 QString clsXmlHttpPost::fileHead(const QString& name, const QString& fileName) const {
@@ -52,19 +56,19 @@ QString clsXmlHttpPost::fileHead(const QString& name, const QString& fileName) c
          QStringLiteral("Content-Type: application/octet-stream") + kCrLf + kCrLf;
 }
 
-void clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, const QByteArray& data) {
-  m_oStream += StringToBytes(fileHead(name, fileName));
-  m_oStream += data;
+Outcome clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, const QByteArray& data) {
+  Outcome head = appendText(fileHead(name, fileName));
+  if (head) m_oStream += data;
+  return head;
 }
 
-void clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, QIODevice& content) {
-  m_oStream += StringToBytes(fileHead(name, fileName));
+Outcome clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, QIODevice& content) {
+  if (Outcome head = appendText(fileHead(name, fileName)); !head) return head;
   const auto readInto = [&](qsizetype count) {
     const qsizetype at = m_oStream.size();
     m_oStream.resize(at + count);
     const qint64 got = content.read(m_oStream.data() + at, count);
     m_oStream.resize(at + std::max<qint64>(got, 0));
-    if (got < 0) throw Failure{Failure::Kind::Content, content.errorString()};
     return got;
   };
   if (!content.isSequential()) {
@@ -72,23 +76,27 @@ void clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, QIODe
     // charset (up to four bytes a character), and one read.
     const qsizetype size = std::max<qint64>(content.size() - content.pos(), 0);
     m_oStream.reserve(m_oStream.size() + size + 4 * (m_sBoundary.size() + 8));
-    readInto(size);
-    return;
+    if (readInto(size) < 0) return Failure{kReadWord, content.errorString()};
+    return {};
   }
-  while (readInto(kChunk) > 0) {
+  qint64 got = 0;
+  while ((got = readInto(kChunk)) > 0) {
   }
+  if (got < 0) return Failure{kReadWord, content.errorString()};
+  return {};
 }
 
-void clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, const QString& path) {
+Outcome clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, const QString& path) {
   QFile file(path);
-  if (!file.open(QIODevice::ReadOnly)) throw Failure{Failure::Kind::Content, file.errorString()};
-  AddFile(name, fileName, file);
+  if (!file.open(QIODevice::ReadOnly)) return Failure{kReadWord, file.errorString()};
+  return AddFile(name, fileName, file);
 }
 
-void clsXmlHttpPost::AddEnd() {
-  m_oStream += StringToBytes(kCrLf + QStringLiteral("--") + m_sBoundary + QStringLiteral("--") + kCrLf);
+Outcome clsXmlHttpPost::AddEnd() {
+  Outcome end = appendText(kCrLf + QStringLiteral("--") + m_sBoundary + QStringLiteral("--") + kCrLf);
   m_vData = std::move(m_oStream);
   m_oStream = QByteArray();
+  return end;
 }
 
 }  // namespace velmora

@@ -2,6 +2,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include "core/Result.h"
+
 class QIODevice;
 
 namespace velmora {
@@ -13,13 +15,11 @@ namespace velmora {
 //   Charset, any number of AddForm/AddFile, AddEnd, then ContentType and Data.
 class clsXmlHttpPost {
  public:
-  // Thrown by the Add members when the body cannot take a part: text that the charset
-  // cannot write (or an unknown charset), or file content that cannot be read.
-  struct Failure {
-    enum class Kind { Text, Content };
-    Kind kind;
-    QString description;
-  };
+  // The Add members fail when the body cannot take a part: with kSendWord for text that
+  // the charset cannot write (or an unknown charset), with kReadWord for file content that
+  // cannot be read. The body is then of no use.
+  static const QString kSendWord;
+  static const QString kReadWord;
 
   clsXmlHttpPost();
 
@@ -28,20 +28,20 @@ class clsXmlHttpPost {
   // The finished body; empty before AddEnd.
   const QByteArray& Data() const { return m_vData; }
 
-  void AddForm(const QString& name, const QString& value);
-  void AddFile(const QString& name, const QString& fileName, const QByteArray& data);
+  Outcome AddForm(const QString& name, const QString& value);
+  Outcome AddFile(const QString& name, const QString& fileName, const QByteArray& data);
   // The content is read from `content` (from its position to its size) straight into the
   // body, so a file is held in memory once.
-  void AddFile(const QString& name, const QString& fileName, QIODevice& content);
+  Outcome AddFile(const QString& name, const QString& fileName, QIODevice& content);
   // The content is the file at `path`.
-  void AddFile(const QString& name, const QString& fileName, const QString& path);
-  void AddEnd();
+  Outcome AddFile(const QString& name, const QString& fileName, const QString& path);
+  Outcome AddEnd();
 
   // 27 hyphens, "7d51", then two random numbers from 0 to 100000, each of at least five digits.
   static QString GenerateBoundary();
 
  private:
-  QByteArray StringToBytes(const QString& text) const;
+  Outcome appendText(const QString& text);
   QString fileHead(const QString& name, const QString& fileName) const;
 
   QString m_sBoundary;

@@ -7,7 +7,7 @@
 #include "agent/PageSession.h"
 #include "control/Velmora5.h"
 #include "server/Dispatch.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 #include "tests/common/TestSupport.h"
 #include "tests/control/FakeProducers.h"
 
@@ -65,7 +65,7 @@ class PageSessionTest : public ::testing::Test {
         return control;
       }
       if (className == u"Velmora5") return std::make_unique<Velmora5>(context, producers);
-      return CreateControl(className, context);
+      return CreateControl(className, context, standardProducers());
     });
   }
   int create(PageSession& session, const QString& className = "Velmora5") {

@@ -3,7 +3,7 @@
 #include <QStringList>
 
 #include "cleanup/clsCSS.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 namespace {

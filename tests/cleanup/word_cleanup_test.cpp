@@ -9,7 +9,7 @@
 #include "cleanup/WordCleanup.h"
 #include "cleanup/WordRules.h"
 #include "support/RegExp.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 #include "support/basPublic.h"
 #include "tests/common/TestSupport.h"
 

@@ -6,7 +6,7 @@
 #include "clipboard/clsClipboard.h"
 #include "platform/DropFiles.h"
 #include "platform/MemoryClipboard.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 namespace {

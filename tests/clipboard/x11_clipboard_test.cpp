@@ -13,7 +13,7 @@
 #include "clipboard/basClipBoard.h"
 #include "clipboard/clsClipboard.h"
 #include "platform/DropFiles.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora {

@@ -3,13 +3,14 @@
 #include <QSet>
 #include <QStringList>
 
-#include "control/Producers.h"
+#include "host/StandardProducers.h"
 
 namespace velmora::test {
 
 // Producers that record what the control asked of them and succeed or fail as told: an
-// engine named in `failing` returns false with "<engine>:failed" in the error text.
-class FakeProducers : public ProducerFactory {
+// engine named in `failing` returns false with "<engine>:failed" in the error text. The
+// Flash reader and quick format are the standard ones.
+class FakeProducers : public StandardProducers {
  public:
   QStringList calls;
   QSet<QString> failing;

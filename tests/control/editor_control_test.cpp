@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "control/Velmora5.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 #include "tests/common/TestSupport.h"
 #include "tests/control/FakeProducers.h"
 
@@ -176,7 +176,7 @@ TEST_F(EditorControl, AFlowWithoutLocalPicturesFinishesInsideTheCall) {
 }
 
 TEST_F(EditorControl, UnbuiltEnginesFailWithTheCreationWord) {
-  Velmora5 control(context);  // the standard producers
+  Velmora5 control(context, standardProducers());
   control.ImportWord(file("a.doc"), "mode:html;api:2");
   EXPECT_TRUE(control.Error().startsWith("CreateObject:WPS.Application")) << control.Error().toStdString();
   EXPECT_EQ(control.Status(), "ok");

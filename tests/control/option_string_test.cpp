@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "control/OptionString.h"
+#include "core/OptionString.h"
 
 using velmora::GetOptValue;
 

@@ -14,6 +14,7 @@
 
 #include "clipboard/basClipBoard.h"
 #include "control/Velmora5.h"
+#include "host/StandardProducers.h"
 #include "tests/common/TestSupport.h"
 #include "tests/upload/ReceiverProcess.h"
 
@@ -78,7 +79,7 @@ class PasteFlows : public ::testing::Test {
     if (qEnvironmentVariableIsEmpty("DISPLAY") || QGuiApplication::platformName() != u"xcb")
       GTEST_SKIP() << "needs an X server: run under xvfb-run";
     changes_ = QObject::connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, [this] { ++changeCount_; });
-    control = std::make_unique<Velmora5>(context);  // the standard producers
+    control = std::make_unique<Velmora5>(context, standardProducers());
     control->setSendUrl(receiver.url("/upload?page=paste"));
     control->setLocalExt("png|jpg|gif");
     control->setLocalSize("4096");

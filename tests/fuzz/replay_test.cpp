@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "fuzz/FuzzTargets.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 namespace {

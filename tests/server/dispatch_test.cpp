@@ -4,7 +4,7 @@
 #include "control/Velmora5.h"
 #include "server/Dispatch.h"
 #include "server/ObjectSafety.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 #include "tests/common/TestSupport.h"
 #include "tests/control/FakeProducers.h"
 
@@ -86,7 +86,7 @@ TEST(TypeLibrary, DescribesBothControlsAndTheUploadEvents) {
   // Every member of the editor's interface is reachable on the object.
   Context context;
   test::ScopedTempRoot temp;
-  Velmora5 control(context);
+  Velmora5 control(context, standardProducers());
   for (const MemberInfo& member : editor->dispatch.members) {
     const QByteArray name = member.kind == MemberKind::PropertyPut ? QByteArray("set") + member.name : QByteArray(member.name);
     const bool found = member.kind == MemberKind::PropertyGet
@@ -103,8 +103,8 @@ TEST(TypeLibrary, DescribesBothControlsAndTheUploadEvents) {
 TEST(ClassFactory, CreatesTheEditorAndRefusesUnknownClasses) {
   test::ScopedTempRoot temp;
   Context context;
-  EXPECT_NE(qobject_cast<Velmora5*>(CreateControl("velmora5", context).get()), nullptr);
-  EXPECT_EQ(errorNumberOf([&] { CreateControl("Shell.Application", context); }), 429);
+  EXPECT_NE(qobject_cast<Velmora5*>(CreateControl("velmora5", context, standardProducers()).get()), nullptr);
+  EXPECT_EQ(errorNumberOf([&] { CreateControl("Shell.Application", context, standardProducers()); }), 429);
 }
 
 TEST(ObjectSafety, DeclaresTheControlsSafeForScriptingAndInitialising) {

@@ -3,7 +3,7 @@
 #include <QFile>
 #include <functional>
 
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 #include "support/clsCollection.h"
 #include "tests/common/TestSupport.h"
 

@@ -10,7 +10,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-#include "support/clsCommonDialog.h"
+#include "dialogs/clsCommonDialog.h"
 #include "tests/common/TestSupport.h"
 
 // Readable failures: gtest shows a QString as its text.

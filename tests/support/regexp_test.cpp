@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "support/RegExp.h"
-#include "support/ScriptError.h"
+#include "core/ScriptError.h"
 
 namespace velmora {
 namespace {

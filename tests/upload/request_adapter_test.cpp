@@ -20,9 +20,9 @@ struct Recorded {
   QList<int> states;
 
   Recorded() {
-    QString error;
-    request = XmlHttpRequest::create(error);
-    if (!request) ADD_FAILURE() << error.toStdString();
+    Result<XmlHttpRequestPtr> created = XmlHttpRequest::create();
+    if (!created) ADD_FAILURE() << created.failure().description.toStdString();
+    request = std::move(created.value());
     QObject::connect(request.get(), &XmlHttpRequest::OnReadyStateChange, [this] { states << request->readyState(); });
   }
   bool complete() const { return request->readyState() == XmlHttpRequest::Completed; }
@@ -31,13 +31,12 @@ struct Recorded {
 // Posts a one-file form to `url` and waits for the answer.
 void postForm(Recorded& r, const QString& url) {
   clsXmlHttpPost post;
-  post.AddForm("originalfile", "/pics/a.png");
-  post.AddFile("uploadfile", "/pics/a.png", QByteArray("png bytes"));
-  post.AddEnd();
-  QString error;
-  ASSERT_TRUE(r.request->Open("POST", url, true, error)) << error.toStdString();
-  ASSERT_TRUE(r.request->setRequestHeader("Content-Type", post.ContentType(), error));
-  ASSERT_TRUE(r.request->send(post.Data(), error)) << error.toStdString();
+  (void)post.AddForm("originalfile", "/pics/a.png");
+  (void)post.AddFile("uploadfile", "/pics/a.png", QByteArray("png bytes"));
+  (void)post.AddEnd();
+  ASSERT_TRUE(r.request->Open("POST", url, true));
+  ASSERT_TRUE(r.request->setRequestHeader("Content-Type", post.ContentType()));
+  ASSERT_TRUE(r.request->send(post.Data()));
   ASSERT_TRUE(waitUntil([&] { return r.complete(); }));
 }
 
@@ -81,36 +80,34 @@ TEST(RequestAdapter, OpenRefusesWhatIsNotAnHttpAddress) {
   Recorded r;
   for (const char* url : {"http://127.0.0.1:99999/up?x=1", "no address at all?x=1", "ftp://127.0.0.1/up?x=1",
                           "http://[::1/up", "http:///up?x=1", ""}) {
-    QString error;
-    EXPECT_FALSE(r.request->Open("POST", url, true, error)) << url;
-    EXPECT_FALSE(error.isEmpty()) << url;
+    const Outcome opened = r.request->Open("POST", url, true);
+    ASSERT_FALSE(opened) << url;
+    EXPECT_FALSE(opened.failure().description.isEmpty()) << url;
   }
-  QString error;
-  EXPECT_FALSE(r.request->Open("PO ST", "http://127.0.0.1/", true, error));
+  EXPECT_FALSE(r.request->Open("PO ST", "http://127.0.0.1/", true));
   EXPECT_TRUE(r.states.isEmpty());
 }
 
 TEST(RequestAdapter, HeadersAndSendNeedAnOpenRequest) {
   Recorded r;
-  QString error;
-  EXPECT_FALSE(r.request->send("x", error));
-  EXPECT_FALSE(error.isEmpty());
-  ASSERT_TRUE(r.request->Open("POST", "http://127.0.0.1:9/", true, error)) << error.toStdString();
-  EXPECT_FALSE(r.request->setRequestHeader("X-Bad", "a\r\nInjected: yes", error));
-  EXPECT_FALSE(r.request->setRequestHeader("Bad Name", "a", error));
-  EXPECT_TRUE(r.request->setRequestHeader("X-Good", "a", error));
+  const Outcome sent = r.request->send("x");
+  ASSERT_FALSE(sent);
+  EXPECT_FALSE(sent.failure().description.isEmpty());
+  ASSERT_TRUE(r.request->Open("POST", "http://127.0.0.1:9/", true));
+  EXPECT_FALSE(r.request->setRequestHeader("X-Bad", "a\r\nInjected: yes"));
+  EXPECT_FALSE(r.request->setRequestHeader("Bad Name", "a"));
+  EXPECT_TRUE(r.request->setRequestHeader("X-Good", "a"));
 }
 
 TEST(RequestAdapter, AbortStopsARequestSilently) {
   ReceiverProcess receiver;
   Recorded r;
-  QString error;
-  ASSERT_TRUE(r.request->Open("POST", receiver.url("/up?action=local&test-fault=silent"), true, error));
+  ASSERT_TRUE(r.request->Open("POST", receiver.url("/up?action=local&test-fault=silent"), true));
   clsXmlHttpPost post;
-  post.AddFile("uploadfile", "a.png", QByteArray("x"));
-  post.AddEnd();
-  r.request->setRequestHeader("Content-Type", post.ContentType(), error);
-  ASSERT_TRUE(r.request->send(post.Data(), error));
+  (void)post.AddFile("uploadfile", "a.png", QByteArray("x"));
+  (void)post.AddEnd();
+  (void)r.request->setRequestHeader("Content-Type", post.ContentType());
+  ASSERT_TRUE(r.request->send(post.Data()));
   ASSERT_TRUE(receiver.waitForPosts(1));
   const qsizetype statesBefore = r.states.size();
   r.request->abort();
@@ -128,8 +125,8 @@ TEST(RequestAdapter, ResponseTextFollowsTheAnswersCharset) {
   const auto fetch = [&](const QByteArray& path, QString* error = nullptr) {
     Recorded r;
     QString openError;
-    EXPECT_TRUE(r.request->Open("GET", server.url(path), false, openError));
-    EXPECT_TRUE(r.request->send(QByteArray(), openError));  // synchronous: complete on return
+    EXPECT_TRUE(r.request->Open("GET", server.url(path), false));
+    EXPECT_TRUE(r.request->send(QByteArray()));  // synchronous: complete on return
     EXPECT_TRUE(r.complete());
     return r.request->responseText(error);
   };

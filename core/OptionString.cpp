@@ -1,17 +1,10 @@
-#include "control/OptionString.h"
+#include "core/OptionString.h"
 
 #include <QStringList>
 
-namespace velmora {
+#include "core/Text.h"
 
-namespace {
-QString trimBlanks(const QString& text) {
-  qsizetype first = 0, last = text.size();
-  while (first < last && text[first] == u' ') ++first;
-  while (last > first && text[last - 1] == u' ') --last;
-  return text.mid(first, last - first);
-}
-}  // namespace
+namespace velmora {
 
 QString GetOptValue(const QString& options, const QString& key, const QString& defaultValue,
                     const QString& itemSeparator, const QString& keySeparator) {
@@ -19,7 +12,7 @@ QString GetOptValue(const QString& options, const QString& key, const QString& d
   const QString wanted = key.toLower();
   for (const QString& item : options.split(itemSeparator)) {
     const QStringList pieces = item.split(keySeparator);
-    if (pieces.size() == 2 && trimBlanks(pieces[0]).toLower() == wanted) return trimBlanks(pieces[1]);
+    if (pieces.size() == 2 && TrimBlanks(pieces[0]).toLower() == wanted) return TrimBlanks(pieces[1]);
   }
   return defaultValue;
 }

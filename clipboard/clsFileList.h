@@ -1,7 +1,7 @@
 #pragma once
 #include <QString>
 
-#include "control/Context.h"
+#include "core/Context.h"
 
 namespace velmora {
 

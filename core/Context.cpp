@@ -1,4 +1,4 @@
-#include "control/Context.h"
+#include "core/Context.h"
 
 namespace velmora {
 

@@ -1,4 +1,4 @@
-#include "support/clsCommonDialog.h"
+#include "dialogs/clsCommonDialog.h"
 
 #include <QApplication>
 #include <QFileDialog>

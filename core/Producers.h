@@ -3,7 +3,7 @@
 #include <QString>
 #include <memory>
 
-#include "control/Context.h"
+#include "core/Context.h"
 
 namespace velmora {
 
@@ -77,20 +77,20 @@ class CaptureTool : public QObject {
 // "CreateObject:" and the reason, as a producer reports an engine it cannot create.
 QString creationFailure(const QString& progId);
 
-// Which engine an import asks for: "word"/"wps" for documents, "excel"/"wps" for sheets.
+// Creates the producers a control's flows use. Hosts hand the control the standard one
+// (host/StandardProducers.h); tests hand it others. Which engine an import asks for:
+// "word"/"wps" for documents, "excel"/"wps" for sheets.
 class ProducerFactory {
  public:
   virtual ~ProducerFactory() = default;
-  virtual std::unique_ptr<WordEngine> createWordEngine(Context& context, const QString& engine);
-  virtual std::unique_ptr<ExcelEngine> createExcelEngine(Context& context, const QString& engine);
-  virtual std::unique_ptr<SlideExporter> createSlideExporter(Context& context);
-  virtual std::unique_ptr<DocumentPrinter> createDocumentPrinter(Context& context);
-  virtual std::unique_ptr<FlashHeaderReader> createFlashHeaderReader(Context& context);
-  virtual std::unique_ptr<QuickFormatter> createQuickFormatter(Context& context);
-  virtual std::unique_ptr<CaptureTool> createCaptureTool(Context& context);
-  virtual bool IsPrinterExist(const QString& printerName);
-
-  static ProducerFactory& standard();
+  virtual std::unique_ptr<WordEngine> createWordEngine(Context& context, const QString& engine) = 0;
+  virtual std::unique_ptr<ExcelEngine> createExcelEngine(Context& context, const QString& engine) = 0;
+  virtual std::unique_ptr<SlideExporter> createSlideExporter(Context& context) = 0;
+  virtual std::unique_ptr<DocumentPrinter> createDocumentPrinter(Context& context) = 0;
+  virtual std::unique_ptr<FlashHeaderReader> createFlashHeaderReader(Context& context) = 0;
+  virtual std::unique_ptr<QuickFormatter> createQuickFormatter(Context& context) = 0;
+  virtual std::unique_ptr<CaptureTool> createCaptureTool(Context& context) = 0;
+  virtual bool IsPrinterExist(const QString& printerName) = 0;
 };
 
 }  // namespace velmora

@@ -1,4 +1,4 @@
-#include "control/Producers.h"
+#include "host/StandardProducers.h"
 
 #include "cleanup/clsQuickFormat.h"
 #include "clipboard/clsFlashHeader.h"
@@ -6,13 +6,6 @@
 #include "printing/clsStrandelAPI.h"
 
 namespace velmora {
-
-QString creationFailure(const QString& progId) {
-  if (progId.startsWith(u"WPS.") || progId.startsWith(u"ET.") || progId.startsWith(u"WPP."))
-    return QStringLiteral("CreateObject:") + progId + QStringLiteral(": WPS Office is not installed on this system");
-  return QStringLiteral("CreateObject:") + progId +
-         QStringLiteral(": this engine is not available in this build of Velmora");
-}
 
 namespace {
 
@@ -47,40 +40,40 @@ class UnavailableCapture : public CaptureTool {
 
 }  // namespace
 
-std::unique_ptr<WordEngine> ProducerFactory::createWordEngine(Context& context, const QString& engine) {
+std::unique_ptr<WordEngine> StandardProducers::createWordEngine(Context& context, const QString& engine) {
   return velmora::createWordEngine(context, engine);
 }
 
-std::unique_ptr<ExcelEngine> ProducerFactory::createExcelEngine(Context& context, const QString& engine) {
+std::unique_ptr<ExcelEngine> StandardProducers::createExcelEngine(Context& context, const QString& engine) {
   return velmora::createExcelEngine(context, engine);
 }
 
-std::unique_ptr<SlideExporter> ProducerFactory::createSlideExporter(Context& context) {
+std::unique_ptr<SlideExporter> StandardProducers::createSlideExporter(Context& context) {
   return std::make_unique<UnavailableEngine>(context, QStringLiteral("PowerPoint.Application"));
 }
 
-std::unique_ptr<DocumentPrinter> ProducerFactory::createDocumentPrinter(Context& context) {
+std::unique_ptr<DocumentPrinter> StandardProducers::createDocumentPrinter(Context& context) {
   return std::make_unique<UnavailableEngine>(context, QStringLiteral("Word.Application"));
 }
 
-std::unique_ptr<FlashHeaderReader> ProducerFactory::createFlashHeaderReader(Context& context) {
+std::unique_ptr<FlashHeaderReader> StandardProducers::createFlashHeaderReader(Context& context) {
   return std::make_unique<clsFlashHeader>(context);
 }
 
-std::unique_ptr<QuickFormatter> ProducerFactory::createQuickFormatter(Context& context) {
+std::unique_ptr<QuickFormatter> StandardProducers::createQuickFormatter(Context& context) {
   return std::make_unique<clsQuickFormat>(context);
 }
 
-std::unique_ptr<CaptureTool> ProducerFactory::createCaptureTool(Context& context) {
+std::unique_ptr<CaptureTool> StandardProducers::createCaptureTool(Context& context) {
   return std::make_unique<UnavailableCapture>(context);
 }
 
-bool ProducerFactory::IsPrinterExist(const QString& printerName) {
+bool StandardProducers::IsPrinterExist(const QString& printerName) {
   return clsStrandelAPI().IsPrinterExist(printerName);
 }
 
-ProducerFactory& ProducerFactory::standard() {
-  static ProducerFactory factory;
+ProducerFactory& standardProducers() {
+  static StandardProducers factory;
   return factory;
 }
 

@@ -1,10 +1,11 @@
-#include "control/clsFileList.h"
+#include "clipboard/clsFileList.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 
 #include "clipboard/clsClipboard.h"
 #include "support/basPublic.h"
+#include "core/Text.h"
 
 namespace velmora {
 
@@ -25,7 +26,7 @@ void clsFileList::FileList2HTML(const QString& allowedExtensions, int32_t sizeLi
   if (!listed) return;
   for (const QString& name : names) {
     if (IsValidFile(name, allowedExtensions) && QFileInfo(name).size() / 1024.0 <= sizeLimitKb)
-      html += QStringLiteral("<img src=\"") + name + QStringLiteral("\" border=0><br>");
+      html += PictureFragment(name);
   }
   success = true;
 }

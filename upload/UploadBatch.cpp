@@ -1,0 +1,145 @@
+// One request at a time: next() takes up the next reference, send() posts it, and the
+// request's completion stores the server's answer and takes up the next one.
+#include "upload/UploadBatch.h"
+
+#include <QFile>
+#include <QPointer>
+
+#include "core/Text.h"
+#include "core/Yield.h"
+#include "support/basPublic.h"
+#include "upload/LocalReferences.h"
+#include "upload/clsReadyStateHandler.h"
+#include "upload/clsXmlHttpPost.h"
+
+namespace velmora {
+
+namespace {
+
+const QString kCreateWord = QStringLiteral("XMLHTTP-Create:");
+const QString kOpenWord = QStringLiteral("XMLHTTP-Open:");
+const QString kSendWord = QStringLiteral("XMLHTTP-Send:");
+
+}  // namespace
+
+UploadBatch::UploadBatch(UploadSettings settings, QString mode, QString body)
+    : settings_(std::move(settings)), m_sUploadMode(std::move(mode)), body_(std::move(body)) {}
+
+UploadBatch::~UploadBatch() { dropRequest(/*abortOpenRequest=*/false); }
+
+void UploadBatch::cancel() { dropRequest(/*abortOpenRequest=*/true); }
+
+bool UploadBatch::isSending() const { return m_oRequest && m_oRequest->readyState() != XmlHttpRequest::Completed; }
+
+void UploadBatch::start() {
+  if (collect()) next();
+}
+
+// The distinct references, in the order they stand in the body. False when the batch was
+// dropped while events ran.
+bool UploadBatch::collect() {
+  m_asOriginal = QStringList{QString()};
+  m_lUploadIndex = 0;
+  for (const QString& reference : FindLocalReferences(m_sUploadMode, body_)) {
+    if (!LetPendingEventsRun(this)) return false;
+    if (!m_asOriginal.contains(reference, Qt::CaseSensitive)) m_asOriginal.append(reference);
+  }
+  return true;
+}
+
+// Takes up the next reference. A refused file moves on to the next one in this loop, so a
+// long run of refused files cannot exhaust the call stack.
+void UploadBatch::next() {
+  if (!LetPendingEventsRun(this)) return;
+  const int32_t last = int32_t(m_asOriginal.size()) - 1;
+  if (m_lUploadIndex == 0) m_asSaved = QStringList(last + 1, QString());
+  while (++m_lUploadIndex <= last) {
+    const QString path = LocalReferencePath(m_sUploadMode, m_asOriginal[m_lUploadIndex], settings_.workingFolder);
+    if (!IsUploadableFile(path, settings_.localExt, settings_.localSize)) continue;
+    const QString address = settings_.sendUrl + QStringLiteral("&rnd=") + PadNumber(m_lUploadIndex, 3, last + 1);
+    const Result<bool> sent = send(path, address);
+    if (!sent) {
+      emit failed(sent.failure());
+      return;
+    }
+    if (sent.value()) return;  // the rest happens when the request completes
+  }
+  finish();
+}
+
+// Posts one accepted file: true once its request is out, false when the file could not be
+// read. An unreadable file (taken away or locked since it was checked) is passed over like
+// a missing one, so the batch goes on with the rest of the pictures and the page keeps that
+// reference as it was; a failure of the request itself stops the batch.
+Result<bool> UploadBatch::send(const QString& path, const QString& address) {
+  dropRequest(/*abortOpenRequest=*/true);
+  emit sending();
+
+  QFile file(path);
+  if (!file.open(QIODevice::ReadOnly)) return false;
+  clsXmlHttpPost post;
+  post.setCharset(settings_.charset);
+  Outcome built = post.AddForm(QStringLiteral("originalfile"), path);
+  if (built) built = post.AddFile(QStringLiteral("uploadfile"), path, file);  // read whole, straight into the body
+  if (built) built = post.AddEnd();
+  if (!built && built.failure().word == clsXmlHttpPost::kReadWord) return false;
+  file.close();
+
+  Result<XmlHttpRequestPtr> created = XmlHttpRequest::create();
+  if (!created) return Failure{kCreateWord, created.failure().description};
+  m_oRequest = std::move(created.value());
+  MyOnReadyStateWrapper.reset(new clsReadyStateHandler);
+  connect(m_oRequest.get(), &XmlHttpRequest::OnReadyStateChange, MyOnReadyStateWrapper.get(),
+          &clsReadyStateHandler::OnReadyStateChange);
+  connect(MyOnReadyStateWrapper.get(), &clsReadyStateHandler::OnStateChange, this,
+          &UploadBatch::MyOnReadyStateWrapper_OnStateChange);
+
+  if (Outcome opened = m_oRequest->Open(QStringLiteral("POST"), address, true); !opened)
+    return Failure{kOpenWord, opened.failure().description};
+  if (!built) return built.failure();  // text the page's charset cannot write: nothing to send
+  Outcome request = m_oRequest->setRequestHeader(QStringLiteral("Content-Type"), post.ContentType());
+  if (request) request = m_oRequest->send(post.Data());
+  if (!request) return Failure{kSendWord, request.failure().description};
+  return true;
+}
+
+// Runs on every ready-state change of the current request; a complete one stores the
+// server's answer for the current file and takes up the next.
+void UploadBatch::MyOnReadyStateWrapper_OnStateChange() {
+  if (!m_oRequest || m_oRequest->readyState() != XmlHttpRequest::Completed) return;
+  if (m_lUploadIndex > 0 && m_lUploadIndex < m_asSaved.size())
+    m_asSaved[m_lUploadIndex] =
+        m_oRequest->Status() == 200 ? m_oRequest->responseText().remove(QStringLiteral("\r\n")) : QString();
+  const QPointer<UploadBatch> self(this);
+  next();
+  if (self) emit stepped();
+}
+
+void UploadBatch::finish() {
+  dropRequest(/*abortOpenRequest=*/true);
+  for (qsizetype i = 1; i < m_asOriginal.size(); ++i) {
+    const QString& reference = m_asOriginal[i];
+    const QString saved = i < m_asSaved.size() ? m_asSaved[i] : QString();
+    if (saved.isEmpty()) continue;
+    ReplaceLocalReference(m_sUploadMode, body_, reference, saved);
+    doneOriginal_.append(FileNameOf(reference));
+    doneSaved_.append(saved);
+  }
+  m_asOriginal.clear();
+  m_asSaved.clear();
+  emit finished();
+}
+
+void UploadBatch::dropRequest(bool abortOpenRequest) {
+  if (MyOnReadyStateWrapper) MyOnReadyStateWrapper->disconnect();
+  MyOnReadyStateWrapper.reset();
+  if (!m_oRequest) return;
+  m_oRequest->disconnect();
+  if (abortOpenRequest)
+    m_oRequest->abort();
+  else
+    m_oRequest->letGo();
+  m_oRequest.reset();
+}
+
+}  // namespace velmora
