@@ -10,7 +10,7 @@ constexpr bool kUntilStable = true;
 
 // Conditions the tables use more than once.
 constexpr Condition withVml{.option = u"opt1vml"};
-constexpr Condition fromPaste{.pasteOnly = true};
+constexpr Condition fromPaste{.source = SourceIs::Paste};
 
 ExcelRuleSet makeExcelRules() {
   ExcelRuleSet set;
@@ -59,10 +59,10 @@ ExcelRuleSet makeExcelRules() {
   // EP2 is the Word pipeline's P2 unchanged, taken from the Word table in both its forms:
   // with an image tag already in the text the VML shapes simply go, otherwise a shape with
   // a picture becomes an image tag of the shape's size.
-  for (const word::ConditionalRule& entry : word::wordRules(WordCleanup::Variant::Word).paste) {
+  for (const ConditionalRule& entry : word::wordRules(WordCleanup::Variant::Word).paste) {
     if (QStringView(entry.rule.name) != u"P2") continue;
     set.paste.push_back({{u"EP2", entry.rule.pattern, entry.rule.replacement, entry.rule.untilStable},
-                         {.pasteOnly = true, .textMatches = entry.when.textMatches}});
+                         {.source = SourceIs::Paste, .textMatches = entry.when.textMatches}});
   }
 
   set.modeOneBeforeScroll = {

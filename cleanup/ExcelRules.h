@@ -6,25 +6,10 @@
 
 namespace velmora::excel {
 
-// When a rule of the Excel tables applies. Every field left empty holds; a rule applies
-// when all of them hold at the moment the pipeline reaches it.
-struct Condition {
-  const char16_t* option = nullptr;       // this switch must be on (its value exactly "1")
-  const char16_t* optionOff = nullptr;    // this switch must be off
-  bool pasteOnly = false;                 // the source must be exactly "paste"
-  const char16_t* textMatches = nullptr;  // the text the rule works on must match this pattern
-};
-
-// The text a rule works on: the body, or (EK5 only) the finished style output.
-enum class Target { Body, Style };
-
-struct ConditionalRule {
-  Rule rule;
-  Condition when = {};
-  Target target = Target::Body;
-};
-
-using RuleList = std::vector<ConditionalRule>;
+// The tables are written in the shared rule types.
+using velmora::Condition;
+using velmora::ConditionalRule;
+using velmora::RuleList;
 
 // Everything the Excel pipeline matches against, in the order it is used. Mode 1's
 // scrolling box (EK7) and mode 2's tag filter (EX3, whose list depends on the options)

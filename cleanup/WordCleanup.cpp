@@ -1,6 +1,6 @@
 #include "cleanup/WordCleanup.h"
+#include "core/Yield.h"
 
-#include <QCoreApplication>
 #include <QStringList>
 
 #include "cleanup/WordRules.h"
@@ -13,25 +13,11 @@
 
 namespace velmora {
 
-using word::Condition;
-using word::RuleList;
-using word::SourceIs;
 using word::WordRuleSet;
 
 namespace {
 
 const QString kCrLf = QStringLiteral("\r\n");
-
-// The caller's options: a switch is on when its value is exactly "1".
-class Switches {
- public:
-  explicit Switches(const QString& options) : options_(options) {}
-  bool on(QStringView key) const { return GetOptValue(options_, key.toString()) == u"1"; }
-
- private:
-  const QString& options_;
-};
-
 
 // Numbers in page texts are written with up to 15 significant digits, a "." and no
 // trailing zeros, and never with an exponent, which CSS would not read.
@@ -48,18 +34,12 @@ QString pointsText(double value) {
   return fixed;
 }
 
-// One call's view of the tables: decides each rule's condition and applies it.
-class Pipeline {
+// The Word pipeline's own steps over the shared rule runner.
+class Pipeline : public RulePipeline {
  public:
-  Pipeline(const WordRuleSet& rules, const QString& source, const Switches& switches, RuleTrace* trace)
-      : rules_(rules), source_(source), switches_(switches), trace_(trace) {}
-
-  QString apply(QString text, const RuleList& list) const {
-    for (const word::ConditionalRule& entry : list)
-      if (holds(entry.when, text)) text = applyRule(text, entry.rule, trace_);
-    return text;
-  }
-  QString apply(const QString& text, const Rule& rule) const { return applyRule(text, rule, trace_); }
+  Pipeline(const WordRuleSet& rules, const QString& source, const QString& options, RuleTrace* trace)
+      : RulePipeline(source, options, trace), rules_(rules) {}
+  using RulePipeline::apply;
 
   QString splitOffHead(QString& text) const;
   QString buildStyleText(const QString& head, QString& pageSize, QString& pageMargin) const;
@@ -67,28 +47,9 @@ class Pipeline {
   QString permittedTags() const;
 
  private:
-  bool holds(const Condition& when, const QString& text) const {
-    if (when.option && !switches_.on(when.option)) return false;
-    if (when.optionOff && switches_.on(when.optionOff)) return false;
-    if (!sourceHolds(when.source)) return false;
-    if (when.textMatches && !RegExpTest(QString::fromUtf16(when.textMatches), text)) return false;
-    return true;
-  }
-  bool sourceHolds(SourceIs wanted) const {
-    switch (wanted) {
-      case SourceIs::Any: return true;
-      case SourceIs::Import: return source_ == u"import";
-      case SourceIs::NotImport: return source_ != u"import";
-      case SourceIs::Paste: return source_ == u"paste";
-    }
-    return false;
-  }
   QString pageMarginText(const QString& styleText) const;
 
   const WordRuleSet& rules_;
-  const QString& source_;
-  const Switches& switches_;
-  RuleTrace* trace_;
 };
 
 // Drops the title and everything before it; returns the head without Word's own
@@ -96,13 +57,7 @@ class Pipeline {
 QString Pipeline::splitOffHead(QString& text) const {
   const qsizetype titleEnd = RegExpIndexOf(text, QStringLiteral("</title>"));
   if (titleEnd >= 0) text.remove(0, titleEnd + 8);
-  QString head = text;
-  const qsizetype headEnd = RegExpIndexOf(text, QStringLiteral("</head>"));
-  if (headEnd >= 0) {
-    head = text.left(headEnd);
-    text = text.mid(headEnd + 7);
-  }
-  return apply(head, rules_.head);
+  return apply(splitAtHeadEnd(text), rules_.head);
 }
 
 QString Pipeline::pageMarginText(const QString& styleText) const {
@@ -117,10 +72,7 @@ QString Pipeline::pageMarginText(const QString& styleText) const {
 // The document's CSS from the style elements of the head, and the page size and margins
 // of its @page rule.
 QString Pipeline::buildStyleText(const QString& head, QString& pageSize, QString& pageMargin) const {
-  QStringList elements;
-  for (const RegExpMatch& match : RegExp(QString::fromUtf16(rules_.styleElement)).execute(head))
-    elements << match.value;
-  const QString styleText = apply(elements.join(kCrLf), rules_.styleTags);
+  const QString styleText = apply(styleElements(head, rules_.styleElement), rules_.styleTags);
   pageSize = RegExpSubMatch(styleText, QString::fromUtf16(rules_.pageSize), 0);
   pageMargin = pageMarginText(styleText);
   return apply(styleText, rules_.style);
@@ -128,10 +80,10 @@ QString Pipeline::buildStyleText(const QString& head, QString& pageSize, QString
 
 QString Pipeline::permittedTags() const {
   QString list = QStringLiteral("p|/p|br");
-  if (switches_.on(u"opt2image")) list += QStringLiteral("|img");
-  if (switches_.on(u"opt2table")) list += QStringLiteral("|table|tr|td|th|/table|/tr|/td|/th");
-  if (switches_.on(u"opt2eq")) {
-    if (!switches_.on(u"opt2image")) list += QStringLiteral("|img");
+  if (on(u"opt2image")) list += QStringLiteral("|img");
+  if (on(u"opt2table")) list += QStringLiteral("|table|tr|td|th|/table|/tr|/td|/th");
+  if (on(u"opt2eq")) {
+    if (!on(u"opt2image")) list += QStringLiteral("|img");
     list += QStringLiteral("|sub|sup|/sub|/sup");
   }
   return list;
@@ -144,23 +96,11 @@ QString Pipeline::applyModeTwo(QString text) const {
   return apply(text, rules_.modeTwoAfterFilter);
 }
 
-// Keeps what lies between the body's start tag and its end tag.
-void cutOutBody(QString& text) {
-  qsizetype at = RegExpIndexOf(text, QStringLiteral("<body"));
-  if (at >= 0) {
-    text.remove(0, at + 5);
-    at = text.indexOf(u'>');
-    if (at >= 0) text.remove(0, at + 1);
-  }
-  at = text.lastIndexOf(u"</body>", -1, Qt::CaseInsensitive);
-  if (at >= 0) text.truncate(at);
-}
-
 // The page frame: a table as wide as the document's text area (or, with "pagemargin", as
 // the whole page with the margins as padding). Without a usable page size and margins
 // the body stays as it is.
 QString framePage(const QString& body, const QString& pageSizeText, const QString& pageMarginText,
-                  const Switches& switches) {
+                  const Pipeline& switches) {
   QString width, leftMargin, rightMargin;
   const QString pageSize = TrimBlanks(pageSizeText);
   if (!pageSize.isEmpty()) {
@@ -202,13 +142,13 @@ QString framePage(const QString& body, const QString& pageSizeText, const QStrin
 
 void WordCleanup::OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
                                QString& body, RuleTrace* trace) {
-  QCoreApplication::processEvents();
+  LetPendingEventsRun();
   context_.g_sError.clear();
   style.clear();
   body.clear();
-  const Switches switches(options);
   const WordRuleSet& rules = word::wordRules(variant_);
-  const Pipeline pipeline(rules, source, switches, trace);
+  const Pipeline pipeline(rules, source, options, trace);
+  const Pipeline& switches = pipeline;
   const bool modeOne = GetOptValue(options, QStringLiteral("optimizemode")) == u"1";
 
   QString text = html;
@@ -217,8 +157,8 @@ void WordCleanup::OptimizeHTML(const QString& source, const QString& html, const
   QString styleOut = QStringLiteral("<style>") + kCrLf + pipeline.buildStyleText(head, pageSize, pageMargin) + kCrLf +
                      QStringLiteral("</style>");
 
-  cutOutBody(text);
-  QCoreApplication::processEvents();
+  CutOutBody(text);
+  LetPendingEventsRun();
 
   text = pipeline.apply(text, rules.body);
   text = pipeline.apply(text, rules.paste);

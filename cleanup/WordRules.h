@@ -9,25 +9,11 @@
 
 namespace velmora::word {
 
-// Which value of the caller's source a rule asks for ("import" and "paste" are compared
-// exactly).
-enum class SourceIs { Any, Import, NotImport, Paste };
-
-// When a rule of the Word tables applies. Every field left empty holds; a rule applies when
-// all of them hold at the moment the pipeline reaches it.
-struct Condition {
-  const char16_t* option = nullptr;       // this switch must be on (its value exactly "1")
-  const char16_t* optionOff = nullptr;    // this switch must be off
-  SourceIs source = SourceIs::Any;
-  const char16_t* textMatches = nullptr;  // the working text must match this pattern
-};
-
-struct ConditionalRule {
-  Rule rule;
-  Condition when = {};
-};
-
-using RuleList = std::vector<ConditionalRule>;
+// The tables are written in the shared rule types.
+using velmora::Condition;
+using velmora::ConditionalRule;
+using velmora::RuleList;
+using velmora::SourceIs;
 
 // Everything the Word pipeline matches against, in the order it is used. The tags that
 // mode 2 keeps (X11) depend on the options, so that one rule is built by the pipeline.

@@ -1,6 +1,6 @@
 #include "cleanup/clsQuickFormat.h"
+#include "core/Yield.h"
 
-#include <QCoreApplication>
 
 #include "clipboard/basClipBoard.h"
 #include "support/RegExp.h"
@@ -27,7 +27,7 @@ const char16_t kStylePattern[] = uR"(<style.*?>([^a]|a)+?</style>)";
 }  // namespace
 
 void clsQuickFormat::QuickFormat(QString& style, QString& body) {
-  QCoreApplication::processEvents();
+  LetPendingEventsRun();
   context_.g_sError.clear();
   style.clear();
   body.clear();

@@ -1,6 +1,6 @@
 #include "clipboard/clsFileList.h"
+#include "core/Yield.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
 
 #include "clipboard/clsClipboard.h"
@@ -10,7 +10,7 @@
 namespace velmora {
 
 void clsFileList::FileList2HTML(const QString& allowedExtensions, int32_t sizeLimitKb, QString& html, bool& success) {
-  QCoreApplication::processEvents();
+  LetPendingEventsRun();
   success = false;
   context_.g_sError.clear();
   html.clear();

@@ -1,4 +1,5 @@
 #include "support/basPublic.h"
+#include "core/Yield.h"
 
 #include "core/Text.h"
 #include "platform/Charset.h"
@@ -31,10 +32,6 @@
 
 namespace velmora {
 namespace {
-
-void processPendingEvents() {
-  if (QCoreApplication::instance()) QCoreApplication::processEvents();
-}
 
 }  // namespace
 
@@ -119,7 +116,7 @@ void WaitMs(int32_t milliseconds) {
     return;
   }
   if (milliseconds <= 0) {
-    QCoreApplication::processEvents();
+    LetPendingEventsRun();
     return;
   }
   // A local loop, so the wait can itself be inside a callback that a wait dispatched.
@@ -190,7 +187,7 @@ QList<QByteArray> entryNames(int folderFd) {
 // Deletes everything inside the open folder. Entries are reached relative to the folder's
 // descriptor and never through a link, so a link to a folder elsewhere loses only itself.
 void deleteContents(int folderFd, const std::function<bool(const QByteArray& name)>& keep = {}) {
-  processPendingEvents();
+  LetPendingEventsRun();
   for (const QByteArray& name : entryNames(folderFd)) {
     if (keep && keep(name)) continue;
     struct stat info {};
