@@ -17,36 +17,32 @@ namespace {
 // The picture formats, most wanted first.
 constexpr uint32_t kPictureFormats[] = {cf::Bitmap, cf::EnhMetaFile, cf::MetaFilePict};
 
-bool fail(Context& context, const QString& step) {
-  context.g_sError = QStringLiteral("GDIPlus:") + step;
-  return false;
-}
+Failure drawingFailure(const QString& step) { return {QStringLiteral("GDIPlus:"), step}; }
 
 // The clipboard's picture drawn as a bitmap. Qt refuses to draw a picture larger than its
 // allocation limit; the word then names the picture's size, so the user sees why.
-bool readPicture(Context& context, QByteArray data, QImage& picture) {
+Result<QImage> readPicture(QByteArray data) {
   QBuffer buffer(&data);
   QImageReader reader(&buffer);
   const QSize size = reader.size();
-  if (reader.read(&picture)) return true;
+  QImage picture;
+  if (reader.read(&picture)) return picture;
   const qint64 bytes = qint64(size.width()) * size.height() * 4;
   const qint64 limit = qint64(QImageReader::allocationLimit()) * 1024 * 1024;
   if (size.isValid() && limit > 0 && bytes > limit)
-    return fail(context, QStringLiteral("the clipboard picture is too large to be drawn (%1 x %2 pixels, %3 MB at most)")
+    return drawingFailure(QStringLiteral("the clipboard picture is too large to be drawn (%1 x %2 pixels, %3 MB at most)")
                              .arg(size.width())
                              .arg(size.height())
                              .arg(QImageReader::allocationLimit()));
-  return fail(context, QStringLiteral("the clipboard picture is in a form that cannot be read: ") + reader.errorString());
+  return drawingFailure(QStringLiteral("the clipboard picture is in a form that cannot be read: ") + reader.errorString());
 }
 
 }  // namespace
 
-bool WordPaste2Image(Context& context, const QString& options, QString& html) {
-  context.g_sError.clear();
-  html.clear();
+Result<QString> WordPaste2Image(const QString& workingFolder, const QString& options) {
   QString imgtype = GetOptValue(options, QStringLiteral("imgtype"));
   if (imgtype != u"gif" && imgtype != u"png") imgtype = QStringLiteral("jpg");
-  const QString fileName = context.g_sTempFolder + GetTimeStamp() + u'.' + imgtype;
+  const QString fileName = workingFolder + GetTimeStamp() + u'.' + imgtype;
 
   QByteArray data;
   {
@@ -56,15 +52,14 @@ bool WordPaste2Image(Context& context, const QString& options, QString& html) {
       if (clipboard.IsDataAvailableForFormat(format) && clipboard.GetBinaryData(format, data)) break;
     clipboard.ClipboardClose();
   }
-  if (data.isEmpty()) return true;
+  if (data.isEmpty()) return QString();
 
-  QImage picture;
-  if (!readPicture(context, data, picture)) return false;
+  const Result<QImage> picture = readPicture(data);
+  if (!picture) return picture.failure();
   clsSaveBitmapAs saver;
-  if (!saver.SavePictureFromHDC(picture, fileName))
-    return fail(context, QStringLiteral("cannot save ") + fileName + QStringLiteral(": ") + saver.lastError());
-  html = PictureFragment(fileName);
-  return true;
+  if (!saver.SavePictureFromHDC(picture.value(), fileName))
+    return drawingFailure(QStringLiteral("cannot save ") + fileName + QStringLiteral(": ") + saver.lastError());
+  return PictureFragment(fileName);
 }
 
 }  // namespace velmora

@@ -1,15 +1,15 @@
 #pragma once
 #include <QString>
 
-#include "core/Context.h"
+#include "core/Result.h"
 
 namespace velmora {
 
-// Saves the picture on the clipboard into the working folder, named by time stamp, as PNG,
+// Saves the picture on the clipboard into `workingFolder`, named by time stamp, as PNG,
 // GIF or JPEG ("imgtype": "png" and "gif" are honoured, anything else gives JPEG), and
-// leaves the picture fragment in `html`. No picture on the clipboard: success with an
-// empty fragment. A picture that cannot be read or written: false with "GDIPlus:" and
-// the step that failed.
-bool WordPaste2Image(Context& context, const QString& options, QString& html);
+// answers its picture fragment. No picture on the clipboard: an empty fragment. A picture
+// that cannot be read or written: "GDIPlus:" and the step that failed. Raises the
+// clipboard's error when another program holds the clipboard.
+Result<QString> WordPaste2Image(const QString& workingFolder, const QString& options);
 
 }  // namespace velmora

@@ -88,19 +88,35 @@ void Velmora5::setLocalExt(const QString& value) { m_sLocalExt = value.toLower()
 
 // ---- Office imports -----------------------------------------------------------------
 
+template <typename T>
+bool Velmora5::report(const Result<T>& result) {
+  if (result)
+    context_.g_sError.clear();
+  else
+    context_.g_sError = result.failure().text();
+  return bool(result);
+}
+
+void Velmora5::takePictures(const Result<QString>& body) {
+  m_sBody = body ? body.value() : QString();
+  if (report(body)) startUpload(QStringLiteral("wordimage"));
+}
+
+void Velmora5::takeHtml(const StyledHtml& html) {
+  m_sStyle = html.style;
+  m_sBody = html.body;
+}
+
 QString Velmora5::GetExcelWorkSheetName(const QString& s_File) {
   if (!IsValidFile(s_File, kExcelTypes)) {
     context_.g_sError = invalidFile(kExcelTypes);
     return QString();
   }
-  QString names;
-  for (const QString& engine : enginesFor(QStringLiteral("0"), s_File, QStringLiteral("et"), QStringLiteral("excel")))
-    if (GetSheetNamesWith(engine, s_File, names)) break;
-  return names;
-}
-
-bool Velmora5::GetSheetNamesWith(const QString& engine, const QString& s_File, QString& names) {
-  return producers_.createExcelEngine(context_, engine)->GetExcelWorkSheetName(s_File, names);
+  for (const QString& engine : enginesFor(QStringLiteral("0"), s_File, QStringLiteral("et"), QStringLiteral("excel"))) {
+    const Result<QString> names = producers_.createExcelEngine(context_, engine)->GetExcelWorkSheetName(s_File);
+    if (report(names)) return names.value();
+  }
+  return QString();
 }
 
 void Velmora5::ImportExcelSheet(const QString& s_File, int16_t n_SheetIndex, const QString& s_Opt) {
@@ -112,21 +128,16 @@ void Velmora5::ImportExcelSheet(const QString& s_File, int16_t n_SheetIndex, con
   }
   if (mode == u"img") {
     m_sStyle.clear();
-    if (!producers_.createExcelEngine(context_, QStringLiteral("excel"))
-             ->Excel2Images(s_File, n_SheetIndex, s_Opt, m_sBody))
-      return;
-    startUpload(QStringLiteral("wordimage"));
+    takePictures(producers_.createExcelEngine(context_, QStringLiteral("excel"))->Excel2Images(s_File, n_SheetIndex, s_Opt));
     return;
   }
-  bool converted = false;
-  for (const QString& engine : enginesFor(api, s_File, QStringLiteral("et"), QStringLiteral("excel")))
-    if ((converted = ImportSheetWith(engine, s_File, n_SheetIndex, s_Opt))) break;
-  if (converted) startUpload(QStringLiteral("excel"));
-}
-
-bool Velmora5::ImportSheetWith(const QString& engine, const QString& s_File, int16_t n_SheetIndex,
-                               const QString& s_Opt) {
-  return producers_.createExcelEngine(context_, engine)->Excel2HTML(s_File, n_SheetIndex, s_Opt, m_sStyle, m_sBody);
+  for (const QString& engine : enginesFor(api, s_File, QStringLiteral("et"), QStringLiteral("excel"))) {
+    const Result<StyledHtml> sheet = producers_.createExcelEngine(context_, engine)->Excel2HTML(s_File, n_SheetIndex, s_Opt);
+    if (!report(sheet)) continue;
+    takeHtml(sheet.value());
+    startUpload(QStringLiteral("excel"));
+    return;
+  }
 }
 
 void Velmora5::ImportWord(const QString& s_File, const QString& s_Opt) {
@@ -139,25 +150,19 @@ void Velmora5::ImportWord(const QString& s_File, const QString& s_Opt) {
   }
   if (mode != u"html") {
     m_sStyle.clear();
-    const bool made = printImage == u"1"
-                          ? producers_.createDocumentPrinter(context_)->Word2Images(s_File, s_Opt, m_sBody)
-                          : producers_.createWordEngine(context_, QStringLiteral("word"))
-                                ->Word2Images(s_File, s_Opt, m_sBody);
-    if (made) startUpload(QStringLiteral("wordimage"));
+    takePictures(printImage == u"1"
+                     ? producers_.createDocumentPrinter(context_)->Word2Images(s_File, s_Opt)
+                     : producers_.createWordEngine(context_, QStringLiteral("word"))->Word2Images(s_File, s_Opt));
     return;
   }
-  bool converted = false;
-  for (const QString& engine : enginesFor(api, s_File, QStringLiteral("wps"), QStringLiteral("word")))
-    if ((converted = ImportWordWith(engine, s_File, s_Opt))) break;
-  if (converted) startUpload(QStringLiteral("word"));
-}
-
-bool Velmora5::ImportWordWith(const QString& engine, const QString& s_File, const QString& s_Opt) {
-  std::unique_ptr<WordEngine> word = producers_.createWordEngine(context_, engine);
-  QString html;
-  if (!word->Word2HTML(s_File, html)) return false;
-  word->OptimizeHTML(QStringLiteral("import"), html, s_Opt, m_sStyle, m_sBody);
-  return true;
+  for (const QString& engine : enginesFor(api, s_File, QStringLiteral("wps"), QStringLiteral("word"))) {
+    std::unique_ptr<WordEngine> word = producers_.createWordEngine(context_, engine);
+    const Result<QString> page = word->Word2HTML(s_File);
+    if (!report(page)) continue;
+    takeHtml(word->OptimizeHTML(QStringLiteral("import"), page.value(), s_Opt));
+    startUpload(QStringLiteral("word"));
+    return;
+  }
 }
 
 void Velmora5::ImportPPT(const QString& s_File, const QString& s_Opt) {
@@ -166,8 +171,7 @@ void Velmora5::ImportPPT(const QString& s_File, const QString& s_Opt) {
     return;
   }
   m_sStyle.clear();
-  if (!producers_.createSlideExporter(context_)->PPT2Images(s_File, s_Opt, m_sBody)) return;
-  startUpload(QStringLiteral("wordimage"));
+  takePictures(producers_.createSlideExporter(context_)->PPT2Images(s_File, s_Opt));
 }
 
 // ---- Clipboard flows ----------------------------------------------------------------
@@ -182,19 +186,16 @@ void Velmora5::pasteOfficeContent(const QString& s_Opt, bool excel) {
     return;
   }
   const QString html = GetClipboardHTML();
-  if (excel)
-    producers_.createExcelEngine(context_, QStringLiteral("excel"))
-        ->OptimizeHTML(QStringLiteral("paste"), html, s_Opt, m_sStyle, m_sBody);
-  else
-    producers_.createWordEngine(context_, QStringLiteral("word"))
-        ->OptimizeHTML(QStringLiteral("paste"), html, s_Opt, m_sStyle, m_sBody);
+  const QString source = QStringLiteral("paste");
+  takeHtml(excel ? producers_.createExcelEngine(context_, QStringLiteral("excel"))->OptimizeHTML(source, html, s_Opt)
+                 : producers_.createWordEngine(context_, QStringLiteral("word"))->OptimizeHTML(source, html, s_Opt));
+  context_.g_sError.clear();
   startUpload(QStringLiteral("local"));  // the clipboard route always counts as a success
 }
 
 void Velmora5::PasteImage(const QString& s_Opt) {
   m_sStyle.clear();
-  if (producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(s_Opt, m_sBody))
-    startUpload(QStringLiteral("wordimage"));
+  takePictures(producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(s_Opt));
 }
 
 void Velmora5::PasteFileList(const QString& /*s_Opt*/) {
@@ -240,7 +241,10 @@ void Velmora5::Capture(const QString& s_Opt) {
   m_sCaptureOpt = s_Opt.isEmpty() ? QStringLiteral("imgtype:png") : s_Opt;
   cCapture = producers_.createCaptureTool(context_);
   connect(cCapture.get(), &CaptureTool::ReturnValue, this, &Velmora5::cCapture_ReturnValue, Qt::QueuedConnection);
-  cCapture->Capture();
+  if (Outcome started = cCapture->Capture(); !started) {
+    cCapture.reset();
+    report(started);
+  }
 }
 
 void Velmora5::cCapture_ReturnValue(const QString& value) {
@@ -250,8 +254,7 @@ void Velmora5::cCapture_ReturnValue(const QString& value) {
   } else if (value == u"ok") {
     cCapture.reset();
     // Unlike PasteImage, Style keeps what the previous flow left.
-    if (producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(m_sCaptureOpt, m_sBody))
-      startUpload(QStringLiteral("wordimage"));
+    takePictures(producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(m_sCaptureOpt));
   }
   emit resultChanged();
 }

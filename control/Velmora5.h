@@ -84,10 +84,15 @@ class Velmora5 : public QObject {
   void resultChanged();
 
  private:
+  // The one place where a producer's failure becomes the error text: cleared on success,
+  // the failure's word and description otherwise. Answers whether the producer succeeded.
+  template <typename T>
+  bool report(const Result<T>& result);
+  // A picture route's body; on success its pictures are uploaded.
+  void takePictures(const Result<QString>& body);
+  void takeHtml(const StyledHtml& html);
+
   // Content flows.
-  bool ImportWordWith(const QString& engine, const QString& s_File, const QString& s_Opt);
-  bool ImportSheetWith(const QString& engine, const QString& s_File, int16_t n_SheetIndex, const QString& s_Opt);
-  bool GetSheetNamesWith(const QString& engine, const QString& s_File, QString& names);
   void pasteOfficeContent(const QString& s_Opt, bool excel);
   void startUpload(const QString& uploadMode);
   void uploadFinished();

@@ -2,11 +2,11 @@
 
 namespace velmora {
 
-QString creationFailure(const QString& progId) {
+Failure creationFailure(const QString& progId) {
+  const QString word = QStringLiteral("CreateObject:");
   if (progId.startsWith(u"WPS.") || progId.startsWith(u"ET.") || progId.startsWith(u"WPP."))
-    return QStringLiteral("CreateObject:") + progId + QStringLiteral(": WPS Office is not installed on this system");
-  return QStringLiteral("CreateObject:") + progId +
-         QStringLiteral(": this engine is not available in this build of Velmora");
+    return {word, progId + QStringLiteral(": WPS Office is not installed on this system")};
+  return {word, progId + QStringLiteral(": this engine is not available in this build of Velmora")};
 }
 
 }  // namespace velmora

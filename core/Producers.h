@@ -4,48 +4,58 @@
 #include <memory>
 
 #include "core/Context.h"
+#include "core/Result.h"
 
 namespace velmora {
 
 // The automation classes the editor control's flows create afresh for every call. Each
-// producer returns a boolean and leaves its failure word in the context's error text; the
-// control reaches them only through these interfaces, so hosts and tests can supply others.
+// producer hands back its result, or the Failure that stopped it; the control turns that
+// into its error text. The control reaches them only through these interfaces, so hosts
+// and tests can supply others.
+
+// What every HTML route ends in: complete style elements (or nothing) and the content
+// without html, head or body tags.
+struct StyledHtml {
+  QString style;
+  QString body;
+};
 
 // clsMicrosoftWord / clsWPSWord. The WPS engine has no picture members.
 class WordEngine {
  public:
   virtual ~WordEngine() = default;
-  virtual bool Word2HTML(const QString& file, QString& html) = 0;
-  virtual void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
-                            QString& body) = 0;
-  virtual bool Word2Images(const QString& file, const QString& options, QString& body) = 0;
-  virtual bool WordPaste2Image(const QString& options, QString& body) = 0;
+  // The document as the web page the office program saves, read back as text.
+  virtual Result<QString> Word2HTML(const QString& file) = 0;
+  virtual StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) = 0;
+  // The body: one picture fragment per page.
+  virtual Result<QString> Word2Images(const QString& file, const QString& options) = 0;
+  // The body: the clipboard's picture as one fragment, or "" when it holds none.
+  virtual Result<QString> WordPaste2Image(const QString& options) = 0;
 };
 
 // clsMicrosoftExcel / clsWPSExcel. The WPS engine has no sheet-image member.
 class ExcelEngine {
  public:
   virtual ~ExcelEngine() = default;
-  virtual bool GetExcelWorkSheetName(const QString& file, QString& names) = 0;
-  virtual bool Excel2HTML(const QString& file, int16_t sheetIndex, const QString& options, QString& style,
-                          QString& body) = 0;
-  virtual bool Excel2Images(const QString& file, int16_t sheetIndex, const QString& options, QString& body) = 0;
-  virtual void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
-                            QString& body) = 0;
+  // The sheets' names in workbook order, joined by CR LF.
+  virtual Result<QString> GetExcelWorkSheetName(const QString& file) = 0;
+  virtual Result<StyledHtml> Excel2HTML(const QString& file, int16_t sheetIndex, const QString& options) = 0;
+  virtual Result<QString> Excel2Images(const QString& file, int16_t sheetIndex, const QString& options) = 0;
+  virtual StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) = 0;
 };
 
-// clsPPT: slides to pictures.
+// clsPPT: slides to pictures; the body holds one fragment per slide.
 class SlideExporter {
  public:
   virtual ~SlideExporter() = default;
-  virtual bool PPT2Images(const QString& file, const QString& options, QString& body) = 0;
+  virtual Result<QString> PPT2Images(const QString& file, const QString& options) = 0;
 };
 
 // clsPrintToFile: a document printed to pictures through the virtual printer.
 class DocumentPrinter {
  public:
   virtual ~DocumentPrinter() = default;
-  virtual bool Word2Images(const QString& file, const QString& options, QString& body) = 0;
+  virtual Result<QString> Word2Images(const QString& file, const QString& options) = 0;
 };
 
 // clsFlashHeader: the size of a Flash movie.
@@ -64,18 +74,19 @@ class QuickFormatter {
   virtual void QuickFormat(QString& style, QString& body) = 0;
 };
 
-// clsCapture: runs on the user's screen and reports "ok" or "cancel" through ReturnValue.
+// clsCapture: runs on the user's screen and reports "ok" or "cancel" through ReturnValue;
+// a capture that cannot start fails at once.
 class CaptureTool : public QObject {
   Q_OBJECT
  public:
   using QObject::QObject;
-  virtual void Capture() = 0;
+  virtual Outcome Capture() = 0;
  signals:
   void ReturnValue(const QString& value);
 };
 
 // "CreateObject:" and the reason, as a producer reports an engine it cannot create.
-QString creationFailure(const QString& progId);
+Failure creationFailure(const QString& progId);
 
 // Creates the producers a control's flows use. Hosts hand the control the standard one
 // (host/StandardProducers.h); tests hand it others. Which engine an import asks for:

@@ -10,32 +10,21 @@ namespace velmora {
 namespace {
 
 // Every member fails the way the component behaves where its engine cannot be created:
-// the error text is cleared as the member starts, then "CreateObject:" and the reason.
+// "CreateObject:" and the reason.
 class UnavailableEngine : public SlideExporter, public DocumentPrinter {
  public:
-  UnavailableEngine(Context& context, QString progId) : context_(context), progId_(std::move(progId)) {}
+  explicit UnavailableEngine(QString progId) : progId_(std::move(progId)) {}
 
-  bool Word2Images(const QString&, const QString&, QString&) override { return fail(); }
-  bool PPT2Images(const QString&, const QString&, QString&) override { return fail(); }
+  Result<QString> Word2Images(const QString&, const QString&) override { return creationFailure(progId_); }
+  Result<QString> PPT2Images(const QString&, const QString&) override { return creationFailure(progId_); }
 
  private:
-  bool fail() {
-    context_.g_sError = creationFailure(progId_);
-    return false;
-  }
-  Context& context_;
   QString progId_;
 };
 
 class UnavailableCapture : public CaptureTool {
  public:
-  UnavailableCapture(Context& context) : context_(context) {}
-  void Capture() override {
-    context_.g_sError = creationFailure(QStringLiteral("Velmora.Capture"));
-  }
-
- private:
-  Context& context_;
+  Outcome Capture() override { return creationFailure(QStringLiteral("Velmora.Capture")); }
 };
 
 }  // namespace
@@ -48,12 +37,12 @@ std::unique_ptr<ExcelEngine> StandardProducers::createExcelEngine(Context& conte
   return velmora::createExcelEngine(context, engine);
 }
 
-std::unique_ptr<SlideExporter> StandardProducers::createSlideExporter(Context& context) {
-  return std::make_unique<UnavailableEngine>(context, QStringLiteral("PowerPoint.Application"));
+std::unique_ptr<SlideExporter> StandardProducers::createSlideExporter(Context&) {
+  return std::make_unique<UnavailableEngine>(QStringLiteral("PowerPoint.Application"));
 }
 
-std::unique_ptr<DocumentPrinter> StandardProducers::createDocumentPrinter(Context& context) {
-  return std::make_unique<UnavailableEngine>(context, QStringLiteral("Word.Application"));
+std::unique_ptr<DocumentPrinter> StandardProducers::createDocumentPrinter(Context&) {
+  return std::make_unique<UnavailableEngine>(QStringLiteral("Word.Application"));
 }
 
 std::unique_ptr<FlashHeaderReader> StandardProducers::createFlashHeaderReader(Context& context) {
@@ -64,8 +53,8 @@ std::unique_ptr<QuickFormatter> StandardProducers::createQuickFormatter(Context&
   return std::make_unique<clsQuickFormat>(context);
 }
 
-std::unique_ptr<CaptureTool> StandardProducers::createCaptureTool(Context& context) {
-  return std::make_unique<UnavailableCapture>(context);
+std::unique_ptr<CaptureTool> StandardProducers::createCaptureTool(Context&) {
+  return std::make_unique<UnavailableCapture>();
 }
 
 bool StandardProducers::IsPrinterExist(const QString& printerName) {

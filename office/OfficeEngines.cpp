@@ -13,21 +13,21 @@ class WordDocumentEngine : public WordEngine {
  public:
   WordDocumentEngine(Context& context, bool wps) : context_(context), wps_(wps) {}
 
-  bool Word2HTML(const QString&, QString&) override { return fail(); }
-  void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
-                    QString& body) override {
+  Result<QString> Word2HTML(const QString&) override { return unavailable(); }
+  StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) override {
+    StyledHtml out;
     WordCleanup(context_, wps_ ? WordCleanup::Variant::WPS : WordCleanup::Variant::Word)
-        .OptimizeHTML(source, html, options, style, body);
+        .OptimizeHTML(source, html, options, out.style, out.body);
+    return out;
   }
-  bool Word2Images(const QString&, const QString&, QString&) override { return fail(); }
-  bool WordPaste2Image(const QString& options, QString& body) override {
-    return velmora::WordPaste2Image(context_, options, body);
+  Result<QString> Word2Images(const QString&, const QString&) override { return unavailable(); }
+  Result<QString> WordPaste2Image(const QString& options) override {
+    return velmora::WordPaste2Image(context_.g_sTempFolder, options);
   }
 
  private:
-  bool fail() {
-    context_.g_sError = creationFailure(wps_ ? QStringLiteral("WPS.Application") : QStringLiteral("Word.Application"));
-    return false;
+  Failure unavailable() const {
+    return creationFailure(wps_ ? QStringLiteral("WPS.Application") : QStringLiteral("Word.Application"));
   }
   Context& context_;
   bool wps_;
@@ -38,18 +38,18 @@ class WorkbookEngine : public ExcelEngine {
  public:
   WorkbookEngine(Context& context, bool wps) : context_(context), wps_(wps) {}
 
-  bool GetExcelWorkSheetName(const QString&, QString&) override { return fail(); }
-  bool Excel2HTML(const QString&, int16_t, const QString&, QString&, QString&) override { return fail(); }
-  bool Excel2Images(const QString&, int16_t, const QString&, QString&) override { return fail(); }
-  void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
-                    QString& body) override {
-    ExcelCleanup(context_).OptimizeHTML(source, html, options, style, body);
+  Result<QString> GetExcelWorkSheetName(const QString&) override { return unavailable(); }
+  Result<StyledHtml> Excel2HTML(const QString&, int16_t, const QString&) override { return unavailable(); }
+  Result<QString> Excel2Images(const QString&, int16_t, const QString&) override { return unavailable(); }
+  StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) override {
+    StyledHtml out;
+    ExcelCleanup(context_).OptimizeHTML(source, html, options, out.style, out.body);
+    return out;
   }
 
  private:
-  bool fail() {
-    context_.g_sError = creationFailure(wps_ ? QStringLiteral("ET.Application") : QStringLiteral("Excel.Application"));
-    return false;
+  Failure unavailable() const {
+    return creationFailure(wps_ ? QStringLiteral("ET.Application") : QStringLiteral("Excel.Application"));
   }
   Context& context_;
   bool wps_;

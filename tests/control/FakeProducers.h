@@ -8,8 +8,8 @@
 namespace velmora::test {
 
 // Producers that record what the control asked of them and succeed or fail as told: an
-// engine named in `failing` returns false with "<engine>:failed" in the error text. The
-// Flash reader and quick format are the standard ones.
+// engine named in `failing` fails with the word "<engine>:" and "failed". The Flash
+// reader and quick format are the standard ones.
 class FakeProducers : public StandardProducers {
  public:
   QStringList calls;
@@ -19,113 +19,89 @@ class FakeProducers : public StandardProducers {
   bool printerExists = false;
   QPointer<CaptureTool> lastCapture;
 
-  std::unique_ptr<WordEngine> createWordEngine(Context& context, const QString& engine) override;
-  std::unique_ptr<ExcelEngine> createExcelEngine(Context& context, const QString& engine) override;
-  std::unique_ptr<SlideExporter> createSlideExporter(Context& context) override;
-  std::unique_ptr<DocumentPrinter> createDocumentPrinter(Context& context) override;
-  std::unique_ptr<CaptureTool> createCaptureTool(Context& context) override;
+  std::unique_ptr<WordEngine> createWordEngine(Context&, const QString& engine) override;
+  std::unique_ptr<ExcelEngine> createExcelEngine(Context&, const QString& engine) override;
+  std::unique_ptr<SlideExporter> createSlideExporter(Context&) override;
+  std::unique_ptr<DocumentPrinter> createDocumentPrinter(Context&) override;
+  std::unique_ptr<CaptureTool> createCaptureTool(Context&) override;
   bool IsPrinterExist(const QString& name) override {
     calls << QStringLiteral("IsPrinterExist:") + name;
     return printerExists;
   }
 
-  // Runs one producer step: records it, writes the error text as a producer does.
-  bool step(Context& context, const QString& engine, const QString& member);
+  // Records one producer step and answers `value`, or the engine's failure.
+  template <typename T>
+  Result<T> step(const QString& engine, const QString& member, T value) {
+    calls << engine + u'.' + member;
+    if (failing.contains(engine)) return Failure{engine + u':', QStringLiteral("failed")};
+    return value;
+  }
 };
-
-}  // namespace velmora::test
-
-namespace velmora::test {
-
-inline bool FakeProducers::step(Context& context, const QString& engine, const QString& member) {
-  calls << engine + u'.' + member;
-  context.g_sError.clear();
-  if (!failing.contains(engine)) return true;
-  context.g_sError = engine + QStringLiteral(":failed");
-  return false;
-}
 
 namespace fake {
 
 class Word : public WordEngine {
  public:
-  Word(FakeProducers& f, Context& c, QString e) : f_(f), c_(c), e_(std::move(e)) {}
-  bool Word2HTML(const QString&, QString& html) override {
-    html = f_.producedBody;
-    return f_.step(c_, e_, QStringLiteral("Word2HTML"));
-  }
-  void OptimizeHTML(const QString& source, const QString& html, const QString&, QString& style,
-                    QString& body) override {
+  Word(FakeProducers& f, QString e) : f_(f), e_(std::move(e)) {}
+  Result<QString> Word2HTML(const QString&) override { return f_.step(e_, "Word2HTML", f_.producedBody); }
+  StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString&) override {
     f_.calls << e_ + QStringLiteral(".OptimizeHTML:") + source;
-    style = f_.producedStyle;
-    body = html;
+    return {f_.producedStyle, html};
   }
-  bool Word2Images(const QString&, const QString&, QString& body) override { return picture(QStringLiteral("Word2Images"), body); }
-  bool WordPaste2Image(const QString& options, QString& body) override {
-    return picture(QStringLiteral("WordPaste2Image:") + options, body);
+  Result<QString> Word2Images(const QString&, const QString&) override {
+    return f_.step(e_, "Word2Images", f_.producedBody);
+  }
+  Result<QString> WordPaste2Image(const QString& options) override {
+    return f_.step(e_, "WordPaste2Image:" + options, f_.producedBody);
   }
 
  private:
-  bool picture(const QString& member, QString& body) {
-    body = f_.producedBody;
-    return f_.step(c_, e_, member);
-  }
   FakeProducers& f_;
-  Context& c_;
   QString e_;
 };
 
 class Excel : public ExcelEngine {
  public:
-  Excel(FakeProducers& f, Context& c, QString e) : f_(f), c_(c), e_(std::move(e)) {}
-  bool GetExcelWorkSheetName(const QString&, QString& names) override {
-    names = e_ + QStringLiteral("-names");
-    return f_.step(c_, e_, QStringLiteral("GetExcelWorkSheetName"));
+  Excel(FakeProducers& f, QString e) : f_(f), e_(std::move(e)) {}
+  Result<QString> GetExcelWorkSheetName(const QString&) override {
+    return f_.step(e_, "GetExcelWorkSheetName", e_ + QStringLiteral("-names"));
   }
-  bool Excel2HTML(const QString&, int16_t sheet, const QString&, QString& style, QString& body) override {
-    style = f_.producedStyle;
-    body = f_.producedBody;
-    return f_.step(c_, e_, QStringLiteral("Excel2HTML:%1").arg(sheet));
+  Result<StyledHtml> Excel2HTML(const QString&, int16_t sheet, const QString&) override {
+    return f_.step(e_, QStringLiteral("Excel2HTML:%1").arg(sheet), StyledHtml{f_.producedStyle, f_.producedBody});
   }
-  bool Excel2Images(const QString&, int16_t sheet, const QString&, QString& body) override {
-    body = f_.producedBody;
-    return f_.step(c_, e_, QStringLiteral("Excel2Images:%1").arg(sheet));
+  Result<QString> Excel2Images(const QString&, int16_t sheet, const QString&) override {
+    return f_.step(e_, QStringLiteral("Excel2Images:%1").arg(sheet), f_.producedBody);
   }
-  void OptimizeHTML(const QString& source, const QString& html, const QString&, QString& style,
-                    QString& body) override {
+  StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString&) override {
     f_.calls << e_ + QStringLiteral(".OptimizeHTML:") + source;
-    style = f_.producedStyle;
-    body = html;
+    return {f_.producedStyle, html};
   }
 
  private:
   FakeProducers& f_;
-  Context& c_;
   QString e_;
 };
 
 class Slides : public SlideExporter, public DocumentPrinter {
  public:
-  Slides(FakeProducers& f, Context& c, QString e) : f_(f), c_(c), e_(std::move(e)) {}
-  bool PPT2Images(const QString&, const QString&, QString& body) override {
-    body = f_.producedBody;
-    return f_.step(c_, e_, QStringLiteral("PPT2Images"));
-  }
-  bool Word2Images(const QString&, const QString&, QString& body) override {
-    body = f_.producedBody;
-    return f_.step(c_, e_, QStringLiteral("Word2Images"));
+  Slides(FakeProducers& f, QString e) : f_(f), e_(std::move(e)) {}
+  Result<QString> PPT2Images(const QString&, const QString&) override { return f_.step(e_, "PPT2Images", f_.producedBody); }
+  Result<QString> Word2Images(const QString&, const QString&) override {
+    return f_.step(e_, "Word2Images", f_.producedBody);
   }
 
  private:
   FakeProducers& f_;
-  Context& c_;
   QString e_;
 };
 
 class Screen : public CaptureTool {
  public:
   explicit Screen(FakeProducers& f) : f_(f) {}
-  void Capture() override { f_.calls << QStringLiteral("capture.Capture"); }
+  Outcome Capture() override {
+    f_.calls << QStringLiteral("capture.Capture");
+    return {};
+  }
 
  private:
   FakeProducers& f_;
@@ -133,17 +109,17 @@ class Screen : public CaptureTool {
 
 }  // namespace fake
 
-inline std::unique_ptr<WordEngine> FakeProducers::createWordEngine(Context& context, const QString& engine) {
-  return std::make_unique<fake::Word>(*this, context, engine);
+inline std::unique_ptr<WordEngine> FakeProducers::createWordEngine(Context&, const QString& engine) {
+  return std::make_unique<fake::Word>(*this, engine);
 }
-inline std::unique_ptr<ExcelEngine> FakeProducers::createExcelEngine(Context& context, const QString& engine) {
-  return std::make_unique<fake::Excel>(*this, context, engine);
+inline std::unique_ptr<ExcelEngine> FakeProducers::createExcelEngine(Context&, const QString& engine) {
+  return std::make_unique<fake::Excel>(*this, engine);
 }
-inline std::unique_ptr<SlideExporter> FakeProducers::createSlideExporter(Context& context) {
-  return std::make_unique<fake::Slides>(*this, context, QStringLiteral("ppt"));
+inline std::unique_ptr<SlideExporter> FakeProducers::createSlideExporter(Context&) {
+  return std::make_unique<fake::Slides>(*this, QStringLiteral("ppt"));
 }
-inline std::unique_ptr<DocumentPrinter> FakeProducers::createDocumentPrinter(Context& context) {
-  return std::make_unique<fake::Slides>(*this, context, QStringLiteral("printer"));
+inline std::unique_ptr<DocumentPrinter> FakeProducers::createDocumentPrinter(Context&) {
+  return std::make_unique<fake::Slides>(*this, QStringLiteral("printer"));
 }
 inline std::unique_ptr<CaptureTool> FakeProducers::createCaptureTool(Context&) {
   auto tool = std::make_unique<fake::Screen>(*this);
