@@ -16,9 +16,6 @@ namespace {
 constexpr long kObjectRequired = 424;
 constexpr long kAutomationError = 440;
 
-// Members that show a window and wait for the user.
-constexpr const char* kWindowMembers[] = {"DialogOpen", "DialogSave", "Capture"};
-
 QString typeName(VarType type) {
   switch (type) {
     case VarType::Void: return QStringLiteral("void");
@@ -50,7 +47,7 @@ QVariantMap describe(const MemberInfo& member) {
   QVariantList params;
   for (const ParamInfo& param : member.params) params.append(describe(param));
   return {{"dispId", member.dispId},       {"name", member.name},     {"kind", kindName(member.kind)},
-          {"type", typeName(member.result)}, {"params", params}, {"pollsStatus", member.pollsStatus}};
+          {"type", typeName(member.result)}, {"params", params}, {"pollsStatus", member.pollsStatus}, {"showsWindow", member.showsWindow}};
 }
 
 QVariantMap describe(const InterfaceInfo& interface) {
@@ -61,12 +58,6 @@ QVariantMap describe(const InterfaceInfo& interface) {
 
 QVariantMap failure(long number, const QString& description) {
   return {{"ok", false}, {"error", QVariantMap{{"number", qlonglong(number)}, {"description", description}}}};
-}
-
-bool showsWindow(const QString& member) {
-  for (const char* name : kWindowMembers)
-    if (member.compare(QLatin1String(name), Qt::CaseInsensitive) == 0) return true;
-  return false;
 }
 
 // A null argument stands for one the page left out: an optional one takes its default.
@@ -181,7 +172,7 @@ QVariantMap PageSession::create(const QString& className) {
 QVariantMap PageSession::invoke(int id, const QString& member, const QVariantList& args) {
   return call(id, [&](Entry& entry) {
     const MemberInfo& method = entry.dispatch->method(member);
-    if (!hasDisplay_ && showsWindow(method.name))
+    if (!hasDisplay_ && method.showsWindow)
       throw ScriptError(errnum::InvalidProcedureCall,
                         QStringLiteral("%1 shows a window, and the agent runs without a display").arg(method.name));
     return entry.dispatch->invoke(member, withDefaults(method, args));

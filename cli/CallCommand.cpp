@@ -1,18 +1,15 @@
 #include "cli/CallCommand.h"
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QFile>
-#include <QGuiApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTextStream>
-#include <QThread>
-#include <QTimer>
 #include <cstdio>
 
 #include "cli/Output.h"
 #include "control/Velmora5.h"
+#include "control/WaitForResult.h"
 #include "host/HostProcess.h"
 #include "host/StandardProducers.h"
 #include "server/Dispatch.h"
@@ -72,45 +69,25 @@ CallRequest parse(const QStringList& args) {
   return request;
 }
 
-bool showsWindow(const QString& member) {
-  for (const char* name : {"DialogOpen", "DialogSave", "Capture"})
-    if (member.compare(QLatin1String(name), Qt::CaseInsensitive) == 0) return true;
-  return false;
-}
-
-enum class Waited { Finished, TimedOut, NothingUnderWay };
-
-// Runs the event loop until Status reads "ok", the time limit passes, or the editor control
-// has no work left that could change Status (a paste that found nothing of its kind).
-Waited waitForStatus(const Dispatch& dispatch, const QObject& control, int timeoutSeconds) {
-  QDeadlineTimer deadline{std::chrono::seconds(timeoutSeconds)};
-  const auto* editor = qobject_cast<const Velmora5*>(&control);
-  // Sleeps until something happens (processEvents with a time limit does not wait at all,
-  // so it would spin); the tick makes sure the deadline is looked at.
-  QTimer tick;
-  tick.start(50);
-  while (dispatch.get(QStringLiteral("Status")).toString() != u"ok") {
-    if (editor && !editor->hasWorkUnderWay()) return Waited::NothingUnderWay;
-    if (deadline.hasExpired()) return Waited::TimedOut;
-    QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
-  }
-  return Waited::Finished;
-}
-
 }  // namespace
 
 int runCall(const QStringList& arguments) {
   const CallRequest request = parse(arguments);
-  if (showsWindow(request.member) && !HostHasDisplay())
+  // Refused before a control is created, since creating one empties the working folder.
+  const ClassInfo* cls = findClass(request.className);
+  const MemberInfo* window = cls ? findMember(cls->dispatch, request.member, MemberKind::Method) : nullptr;
+  if (window && window->showsWindow && !HostHasDisplay())
     throw UsageError(request.member + QStringLiteral(" shows a window and needs a display (set DISPLAY)"));
 
   std::unique_ptr<QObject> control = CreateControl(request.className, Context::process(), standardProducers());
-  Dispatch dispatch(*control, *findClass(request.className));
-  for (const auto& [property, value] : request.settings) dispatch.put(property, value);
+  Dispatch dispatch(*control, *cls);
   const MemberInfo& member = dispatch.method(request.member);
+  for (const auto& [property, value] : request.settings) dispatch.put(property, value);
   const QVariant result = dispatch.invoke(request.member, request.arguments);
-  const Waited waited =
-      member.pollsStatus ? waitForStatus(dispatch, *control, request.timeoutSeconds) : Waited::Finished;
+  const auto* editor = qobject_cast<const Velmora5*>(control.get());
+  const Waited waited = member.pollsStatus && editor
+                            ? WaitForResult(*editor, std::chrono::seconds(request.timeoutSeconds))
+                            : Waited::Finished;
 
   QJsonObject out;
   out.insert(QStringLiteral("result"), QJsonValue::fromVariant(result));

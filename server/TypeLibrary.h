@@ -29,6 +29,8 @@ struct MemberInfo {
   // The call starts work that goes on after it returns (an upload batch, a capture); the
   // page polls Status until it reads "ok".
   bool pollsStatus = false;
+  // The call shows a window and waits for the user: hosts without a display refuse it.
+  bool showsWindow = false;
 };
 
 struct InterfaceInfo {
