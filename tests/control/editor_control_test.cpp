@@ -1,5 +1,6 @@
+// The editor control's flows over recording producers: which producer each call asks, in
+// which order, and what the page reads afterwards.
 #include <QDir>
-#include <QFile>
 #include <gtest/gtest.h>
 
 #include "control/Velmora5.h"
@@ -10,180 +11,124 @@
 namespace velmora {
 namespace {
 
-using test::FakeProducers;
+long errorNumberOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const ScriptError& error) {
+    return error.number();
+  }
+  return 0;
+}
 
 class EditorControl : public ::testing::Test {
  protected:
   test::ScopedTempRoot temp;
   Context context;
-  FakeProducers producers;
+  test::FakeProducers producers;
+  std::unique_ptr<Velmora5> control = std::make_unique<Velmora5>(context, producers);
 
-  std::unique_ptr<Velmora5> create() { return std::make_unique<Velmora5>(context, producers); }
   QString file(const QString& name) { return temp.write(name, "content"); }
+  void expectCalls(const QStringList& calls, const QString& what) {
+    EXPECT_EQ(producers.calls, calls) << what.toStdString();
+    producers.calls.clear();
+  }
 };
 
-TEST_F(EditorControl, ANewControlIsIdleAndSaysWhoItIs) {
-  auto control = create();
+TEST_F(EditorControl, CreationResetsTheContextAndEmptiesTheWorkingFolder) {
   EXPECT_EQ(control->Status(), "");
-  EXPECT_EQ(control->Error(), "");
   EXPECT_EQ(control->Version(), "5.1.0.0");
-  EXPECT_EQ(control->Test(), "Velmora");
   EXPECT_EQ(context.g_sLang, "zh-cn");
   EXPECT_EQ(context.g_sTempFolder, QDir::tempPath() + "/Velmora/");
-}
-
-TEST_F(EditorControl, CreationEmptiesTheWorkingFolder) {
-  auto first = create();
   temp.write("Velmora/left-over.png", "x");
   temp.write("Velmora/sub/deeper.html", "x");
-  auto second = create();
+  context.g_sError = "from before";
+  control = std::make_unique<Velmora5>(context, producers);
   EXPECT_TRUE(QDir(context.g_sTempFolder).isEmpty());
-}
-
-TEST_F(EditorControl, LangKeepsTheTwoChineseCodesAndTurnsEverythingElseIntoEnglish) {
-  auto control = create();
-  control->setLang("ZH-TW");
-  EXPECT_EQ(context.g_sLang, "zh-tw");
-  control->setLang("fr");
-  EXPECT_EQ(context.g_sLang, "en");
-  control->setLang("zh-cn");
-  EXPECT_EQ(context.g_sLang, "zh-cn");
-  control->setLang("");
-  EXPECT_EQ(context.g_sLang, "en");
-}
-
-TEST_F(EditorControl, LocalSizeTakesNumbersAndIgnoresTheRest) {
-  auto control = create();
-  const QString png = temp.write("a.png", QByteArray(1025, 'x'));
-  control->setSendUrl("http://127.0.0.1:1/?x=1");
-  control->setLocalExt("PNG");
-  const QString html = "<img src=\"file://" + png + "\">";
-
-  control->setLocalSize("1");
-  control->setLocalSize("not a number");  // ignored: the limit stays 1 KB and the file is refused
-  control->LocalUpload(html);
-  EXPECT_EQ(control->Status(), "ok") << "a refused file is skipped without a request";
   EXPECT_EQ(control->Error(), "");
-  EXPECT_EQ(control->Body(), html);
-}
 
-TEST_F(EditorControl, LocalSizeOutsideThe32BitRangeOverflowsAndKeepsTheOldLimit) {
-  auto control = create();
-  control->setLocalSize("10");
-  try {
-    control->setLocalSize("2147483648");
-    FAIL() << "expected an overflow";
-  } catch (const ScriptError& error) {
-    EXPECT_EQ(error.number(), errnum::Overflow);
+  for (const auto& [value, lang] : {std::pair{"ZH-TW", "zh-tw"}, {"fr", "en"}, {"zh-cn", "zh-cn"}, {"", "en"}}) {
+    control->setLang(value);
+    EXPECT_EQ(context.g_sLang, lang) << value;
   }
-  EXPECT_NO_THROW(control->setLocalSize("-2147483648"));
-  EXPECT_THROW(control->setLocalSize("1e300"), ScriptError);
 }
 
-TEST_F(EditorControl, ImportsCheckTheFileTypeFirst) {
-  auto control = create();
+TEST_F(EditorControl, LocalSizeOutsideThe32BitRangeOverflows) {
+  EXPECT_EQ(errorNumberOf([&] { control->setLocalSize("2147483648"); }), errnum::Overflow);
+  EXPECT_EQ(errorNumberOf([&] { control->setLocalSize("1e300"); }), errnum::Overflow);
+  EXPECT_NO_THROW(control->setLocalSize("-2147483648"));
+}
+
+TEST_F(EditorControl, ImportsCheckTheFileTypeBeforeAskingAnyProducer) {
   QDir().mkpath(temp.path() + "/folder.doc");
-
-  control->ImportWord(temp.path() + "/folder.doc", "mode:html");
-  EXPECT_EQ(control->Error(), "InvalidFile:doc|docx|wps");
-  EXPECT_EQ(control->Status(), "ok");
-  control->ImportWord(temp.path() + "/missing.doc", "");
-  EXPECT_EQ(control->Error(), "InvalidFile:doc|docx|wps");
-  control->ImportExcelSheet(file("a.doc"), 1, "");
-  EXPECT_EQ(control->Error(), "InvalidFile:xls|xlsx|et");
-  EXPECT_EQ(control->GetExcelWorkSheetName(file("b.txt")), "");
-  EXPECT_EQ(control->Error(), "InvalidFile:xls|xlsx|et");
-  control->ImportPPT(file("c.pptx.bak"), "");
-  EXPECT_EQ(control->Error(), "InvalidFile:ppt|pptx|dps");
-  EXPECT_TRUE(producers.calls.isEmpty()) << producers.calls.join(", ").toStdString();
-
+  const std::pair<std::function<void()>, QString> calls[] = {
+      {[&] { control->ImportWord(temp.path() + "/folder.doc", "mode:html"); }, "InvalidFile:doc|docx|wps"},
+      {[&] { control->ImportWord(temp.path() + "/missing.doc", ""); }, "InvalidFile:doc|docx|wps"},
+      {[&] { control->ImportExcelSheet(file("a.doc"), 1, ""); }, "InvalidFile:xls|xlsx|et"},
+      {[&] { EXPECT_EQ(control->GetExcelWorkSheetName(file("b.txt")), ""); }, "InvalidFile:xls|xlsx|et"},
+      {[&] { control->ImportPPT(file("c.pptx.bak"), ""); }, "InvalidFile:ppt|pptx|dps"},
+  };
+  for (const auto& [call, word] : calls) {
+    call();
+    EXPECT_EQ(control->Error(), word);
+    EXPECT_EQ(control->Status(), "ok");
+  }
+  expectCalls({}, "no producer for a refused file");
   control->ImportWord(file("Report.DOCX"), "mode:html");
   EXPECT_EQ(control->Error(), "") << "the extension is compared in lower case";
 }
 
-TEST_F(EditorControl, ImportWordPicksTheRouteAndTheEnginesByOption) {
-  auto control = create();
-  const QString doc = file("a.doc");
-  const QString wps = file("b.wps");
-  struct Case {
-    QString file, options;
+TEST_F(EditorControl, EachImportAsksTheProducersItsOptionsName) {
+  const QString doc = file("a.doc"), wps = file("b.wps"), xlsx = file("a.xlsx");
+  const struct {
+    std::function<void()> call;
     QStringList calls;
+    QString what;
   } cases[] = {
-      {doc, "", {"word.Word2Images"}},
-      {doc, "mode:HTML", {"word.Word2Images"}},
-      {doc, "mode:img;printimage:1", {"printer.Word2Images"}},
-      {doc, "mode:html", {"word.Word2HTML", "word.OptimizeHTML:import"}},
-      {doc, "mode:html;api:7", {"word.Word2HTML", "word.OptimizeHTML:import"}},
-      {doc, "mode:html;api:2", {"wps.Word2HTML", "wps.OptimizeHTML:import"}},
-      {doc, "mode:html;api:0", {"word.Word2HTML", "word.OptimizeHTML:import"}},
-      {wps, "mode:html;api:0", {"wps.Word2HTML", "wps.OptimizeHTML:import"}},
+      {[&] { control->ImportWord(doc, ""); }, {"word.Word2Images"}, "pictures by default"},
+      {[&] { control->ImportWord(doc, "mode:HTML"); }, {"word.Word2Images"}, "the mode is compared exactly"},
+      {[&] { control->ImportWord(doc, "mode:img;printimage:1"); }, {"printer.Word2Images"}, "printed"},
+      {[&] { control->ImportWord(doc, "mode:html"); }, {"word.Word2HTML", "word.OptimizeHTML:import"}, "html"},
+      {[&] { control->ImportWord(doc, "mode:html;api:7"); }, {"word.Word2HTML", "word.OptimizeHTML:import"}, "api 7"},
+      {[&] { control->ImportWord(doc, "mode:html;api:2"); }, {"wps.Word2HTML", "wps.OptimizeHTML:import"}, "api 2"},
+      {[&] { control->ImportWord(wps, "mode:html;api:0"); }, {"wps.Word2HTML", "wps.OptimizeHTML:import"}, "by type"},
+      {[&] { control->ImportExcelSheet(xlsx, 2, ""); }, {"excel.Excel2HTML:2"}, "sheets default to html"},
+      {[&] { control->ImportExcelSheet(xlsx, 3, "mode:img;api:2"); }, {"excel.Excel2Images:3"}, "pictures: Excel"},
+      {[&] { control->ImportPPT(file("s.ppt"), ""); }, {"ppt.PPT2Images"}, "slides"},
   };
-  for (const Case& c : cases) {
-    producers.calls.clear();
-    control->ImportWord(c.file, c.options);
-    EXPECT_EQ(producers.calls, c.calls) << c.options.toStdString();
+  for (const auto& c : cases) {
+    c.call();
+    expectCalls(c.calls, c.what);
+    EXPECT_EQ(control->Status(), "ok") << "no local pictures: the flow ends inside the call";
   }
+  EXPECT_EQ(control->Style(), "") << "a picture route leaves no style";
+  EXPECT_EQ(control->Body(), "<p>made</p>");
 }
 
-TEST_F(EditorControl, ASecondEngineIsAskedOnlyAfterTheFirstFailed) {
-  auto control = create();
+TEST_F(EditorControl, ASecondEngineIsAskedOnlyAfterTheFirstFailedAndTheLastWordStays) {
   producers.failing = {"wps"};
   control->ImportWord(file("b.wps"), "mode:html;api:0");
-  EXPECT_EQ(producers.calls, QStringList({"wps.Word2HTML", "word.Word2HTML", "word.OptimizeHTML:import"}));
+  expectCalls({"wps.Word2HTML", "word.Word2HTML", "word.OptimizeHTML:import"}, "wps first for .wps");
   EXPECT_EQ(control->Error(), "");
+  EXPECT_EQ(control->GetExcelWorkSheetName(file("s.et")), "excel-names");
+  expectCalls({"wps.GetExcelWorkSheetName", "excel.GetExcelWorkSheetName"}, "sheet names");
 
-  producers.calls.clear();
   producers.failing = {"wps", "word"};
   control->ImportWord(file("c.docx"), "mode:html;api:0");
-  EXPECT_EQ(producers.calls, QStringList({"word.Word2HTML", "wps.Word2HTML"}));
-  EXPECT_EQ(control->Error(), "wps:failed") << "the last engine's word stays";
+  expectCalls({"word.Word2HTML", "wps.Word2HTML"}, "both fail");
+  EXPECT_EQ(control->Error(), "wps:failed");
   EXPECT_EQ(control->Status(), "ok");
-}
-
-TEST_F(EditorControl, ExcelImportsDefaultToHtmlAndAskWpsFirstForEtFiles) {
-  auto control = create();
-  control->ImportExcelSheet(file("a.xlsx"), 2, "");
-  EXPECT_EQ(producers.calls, QStringList({"excel.Excel2HTML:2"}));
-  EXPECT_EQ(control->Style(), producers.producedStyle);
-
-  producers.calls.clear();
-  control->ImportExcelSheet(file("a.xlsx"), 3, "mode:img;api:2");
-  EXPECT_EQ(producers.calls, QStringList({"excel.Excel2Images:3"})) << "pictures always come from Excel";
-  EXPECT_EQ(control->Style(), "");
-
-  producers.calls.clear();
-  producers.failing = {"wps"};
-  EXPECT_EQ(control->GetExcelWorkSheetName(file("s.et")), "excel-names");
-  EXPECT_EQ(producers.calls, QStringList({"wps.GetExcelWorkSheetName", "excel.GetExcelWorkSheetName"}));
-}
-
-TEST_F(EditorControl, AConverterFailureEndsTheFlowWithItsWord) {
-  auto control = create();
-  producers.failing = {"ppt"};
-  control->ImportPPT(file("s.ppt"), "");
-  EXPECT_EQ(control->Error(), "ppt:failed");
-  EXPECT_EQ(control->Status(), "ok");
-}
-
-TEST_F(EditorControl, AFlowWithoutLocalPicturesFinishesInsideTheCall) {
-  auto control = create();
-  control->ImportWord(file("a.doc"), "");
-  EXPECT_EQ(control->Status(), "ok");
-  EXPECT_EQ(control->Error(), "");
-  EXPECT_EQ(control->Body(), "<p>made</p>");
-  EXPECT_EQ(control->OriginalFiles(), "");
-  EXPECT_EQ(control->SavedFiles(), "");
 }
 
 TEST_F(EditorControl, UnbuiltEnginesFailWithTheCreationWord) {
-  Velmora5 control(context, standardProducers());
-  control.ImportWord(file("a.doc"), "mode:html;api:2");
-  EXPECT_TRUE(control.Error().startsWith("CreateObject:WPS.Application")) << control.Error().toStdString();
-  EXPECT_EQ(control.Status(), "ok");
+  Velmora5 standard(context, standardProducers());
+  standard.ImportWord(file("a.doc"), "mode:html;api:2");
+  EXPECT_TRUE(standard.Error().startsWith("CreateObject:WPS.Application")) << standard.Error().toStdString();
+  standard.Capture("");
+  EXPECT_TRUE(standard.Error().startsWith("CreateObject:Velmora.Capture")) << standard.Error().toStdString();
+  EXPECT_FALSE(standard.hasWorkUnderWay());
 }
 
 TEST_F(EditorControl, CaptureDefaultsToPngAndReportsCancelOrUploads) {
-  auto control = create();
   control->Capture("");
   ASSERT_TRUE(producers.lastCapture);
   emit producers.lastCapture->ReturnValue("ok");
@@ -198,17 +143,12 @@ TEST_F(EditorControl, CaptureDefaultsToPngAndReportsCancelOrUploads) {
 }
 
 TEST_F(EditorControl, LocalUploadTurnsLinksIntoLocalFilesIntoInPageAnchors) {
-  auto control = create();
   control->LocalUpload(R"(<a href="file:///C:/docs/a.htm#part2">x</a> <a HREF = 'file:///home/u/b.html#top'>y</a>)");
   EXPECT_EQ(control->Body(), R"(<a href="#part2">x</a> <a HREF = '#top'>y</a>)");
   EXPECT_EQ(control->Status(), "ok");
-}
-
-TEST_F(EditorControl, IsPrinterExistAsksForTheVirtualPrinter) {
-  auto control = create();
   producers.printerExists = true;
   EXPECT_TRUE(control->IsPrinterExist());
-  EXPECT_EQ(producers.calls, QStringList({"IsPrinterExist:VelmoraPrinter"}));
+  expectCalls({"IsPrinterExist:VelmoraPrinter"}, "the virtual printer's name");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <zlib.h>
 
 #include "clipboard/basClipBoard.h"
 #include "control/Velmora5.h"
@@ -44,22 +45,13 @@ QImage screenshotLike(int width, int height) {
   return picture;
 }
 
-uint32_t crc32Of(const QByteArray& bytes) {
-  uint32_t crc = 0xFFFFFFFFu;
-  for (const char byte : bytes) {
-    crc ^= uint8_t(byte);
-    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-  }
-  return ~crc;
-}
-
 QByteArray bigEndian32(uint32_t value) {
   const char bytes[] = {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
   return QByteArray(bytes, 4);
 }
 
 QByteArray pngChunk(const QByteArray& type, const QByteArray& data) {
-  return bigEndian32(uint32_t(data.size())) + type + data + bigEndian32(crc32Of(type + data));
+  return bigEndian32(uint32_t(data.size())) + type + data + bigEndian32(uint32_t(crc32(0, reinterpret_cast<const Bytef*>((type + data).constData()), uInt(type.size() + data.size()))));
 }
 
 // A black-and-white PNG of any size, built by hand: a few kilobytes on the clipboard that
