@@ -152,7 +152,7 @@ int run(QApplication& app) {
   }
 
   AgentServer agent(origins);
-  agent.setHasDisplay(velmora::HostHasDisplay());
+  agent.setHasDisplay(velmora::hostHasDisplay());
   QString error;
   if (!agent.listen(options.port, &error))
     throw std::runtime_error(QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(options.port).arg(error).toStdString());
@@ -175,7 +175,7 @@ int run(QApplication& app) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::unique_ptr<QApplication> app = velmora::StartHostProcess(argc, argv, QStringLiteral("velmora-agent"));
+  const std::unique_ptr<QApplication> app = velmora::startHostProcess(argc, argv, QStringLiteral("velmora-agent"));
   QApplication::setQuitOnLastWindowClosed(false);
   try {
     return run(*app);

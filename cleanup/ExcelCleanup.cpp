@@ -67,7 +67,7 @@ void ExcelCleanup::OptimizeHTML(const QString& source, const QString& html, cons
 
 void ExcelCleanup::OptimizeHTML(const QString& source, const QString& html, const QString& extraCss,
                                 const QString& options, QString& style, QString& body, RuleTrace* trace) {
-  LetPendingEventsRun();
+  letPendingEventsRun();
   context_.g_sError.clear();
   style.clear();
   body.clear();
@@ -79,8 +79,8 @@ void ExcelCleanup::OptimizeHTML(const QString& source, const QString& html, cons
   QString styleOut =
       QStringLiteral("<style>") + kCrLf + pipeline.buildStyleText(head, extraCss) + kCrLf + QStringLiteral("</style>");
 
-  CutOutBody(text);
-  LetPendingEventsRun();
+  cutOutBody(text);
+  letPendingEventsRun();
 
   const ExcelRuleSet& rules = excel::excelRules();
   text = pipeline.apply(text, rules.body);

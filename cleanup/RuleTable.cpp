@@ -75,7 +75,7 @@ bool RulePipeline::sourceHolds(SourceIs wanted) const {
   return false;
 }
 
-void CutOutBody(QString& text) {
+void cutOutBody(QString& text) {
   qsizetype at = RegExpIndexOf(text, QStringLiteral("<body"));
   if (at >= 0) {
     text.remove(0, at + 5);

@@ -90,6 +90,6 @@ class RulePipeline {
 };
 
 // Keeps what lies between the body's start tag and its end tag.
-void CutOutBody(QString& text);
+void cutOutBody(QString& text);
 
 }  // namespace velmora

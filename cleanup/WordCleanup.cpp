@@ -102,12 +102,12 @@ QString Pipeline::applyModeTwo(QString text) const {
 QString framePage(const QString& body, const QString& pageSizeText, const QString& pageMarginText,
                   const Pipeline& switches) {
   QString width, leftMargin, rightMargin;
-  const QString pageSize = TrimBlanks(pageSizeText);
+  const QString pageSize = trimBlanks(pageSizeText);
   if (!pageSize.isEmpty()) {
     const QStringList parts = pageSize.split(u' ');
     if (parts.size() == 2) width = ToPoints(parts[0]);
   }
-  const QString pageMargin = TrimBlanks(pageMarginText);
+  const QString pageMargin = trimBlanks(pageMarginText);
   if (!pageMargin.isEmpty()) {
     const QStringList parts = pageMargin.split(u' ');
     if (parts.size() == 4) {
@@ -142,7 +142,7 @@ QString framePage(const QString& body, const QString& pageSizeText, const QStrin
 
 void WordCleanup::OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
                                QString& body, RuleTrace* trace) {
-  LetPendingEventsRun();
+  letPendingEventsRun();
   context_.g_sError.clear();
   style.clear();
   body.clear();
@@ -157,8 +157,8 @@ void WordCleanup::OptimizeHTML(const QString& source, const QString& html, const
   QString styleOut = QStringLiteral("<style>") + kCrLf + pipeline.buildStyleText(head, pageSize, pageMargin) + kCrLf +
                      QStringLiteral("</style>");
 
-  CutOutBody(text);
-  LetPendingEventsRun();
+  cutOutBody(text);
+  letPendingEventsRun();
 
   text = pipeline.apply(text, rules.body);
   text = pipeline.apply(text, rules.paste);

@@ -95,11 +95,11 @@ clsCollection readRules(QString css, bool singleQuotes) {
   if (singleQuotes) css.replace(u'"', u'\'');
   clsCollection table;
   for (const RegExpMatch& match : RegExp(QString::fromUtf16(kCssRule)).execute(css)) {
-    QString declarations = TrimBlanks(applyRule(match.subMatches.value(1), kDeclarationBreaks));
+    QString declarations = trimBlanks(applyRule(match.subMatches.value(1), kDeclarationBreaks));
     if (declarations.endsWith(u';')) declarations.chop(1);
     for (QString selector : match.subMatches.value(0).split(u',')) {
       selector = applyRule(selector, kSelectorTabs);
-      selector = TrimBlanks(applyRule(selector, kSelectorBreaks)).toLower();
+      selector = trimBlanks(applyRule(selector, kSelectorBreaks)).toLower();
       if (selector.isEmpty()) continue;
       const int32_t at = table.KeyIndex(selector);
       if (at != -1) table.setItem(at, table.item(at).toString() + u';' + declarations);

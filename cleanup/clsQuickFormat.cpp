@@ -27,7 +27,7 @@ const char16_t kStylePattern[] = uR"(<style.*?>([^a]|a)+?</style>)";
 }  // namespace
 
 void clsQuickFormat::QuickFormat(QString& style, QString& body) {
-  LetPendingEventsRun();
+  letPendingEventsRun();
   context_.g_sError.clear();
   style.clear();
   body.clear();

@@ -76,7 +76,7 @@ int runCall(const QStringList& arguments) {
   // Refused before a control is created, since creating one empties the working folder.
   const ClassInfo* cls = findClass(request.className);
   const MemberInfo* window = cls ? findMember(cls->dispatch, request.member, MemberKind::Method) : nullptr;
-  if (window && window->showsWindow && !HostHasDisplay())
+  if (window && window->showsWindow && !hostHasDisplay())
     throw UsageError(request.member + QStringLiteral(" shows a window and needs a display (set DISPLAY)"));
 
   std::unique_ptr<QObject> control = CreateControl(request.className, Context::process(), standardProducers());
@@ -86,7 +86,7 @@ int runCall(const QStringList& arguments) {
   const QVariant result = dispatch.invoke(request.member, request.arguments);
   const auto* editor = qobject_cast<const Velmora5*>(control.get());
   const Waited waited = member.pollsStatus && editor
-                            ? WaitForResult(*editor, std::chrono::seconds(request.timeoutSeconds))
+                            ? waitForResult(*editor, std::chrono::seconds(request.timeoutSeconds))
                             : Waited::Finished;
 
   QJsonObject out;

@@ -29,7 +29,7 @@ int run(const QStringList& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::unique_ptr<QApplication> app = velmora::StartHostProcess(argc, argv, QStringLiteral("velmora"));
+  const std::unique_ptr<QApplication> app = velmora::startHostProcess(argc, argv, QStringLiteral("velmora"));
   try {
     return run(app->arguments().mid(1));
   } catch (const velmora::cli::UsageError& error) {

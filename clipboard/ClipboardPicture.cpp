@@ -59,7 +59,7 @@ Result<QString> WordPaste2Image(const QString& workingFolder, const QString& opt
   clsSaveBitmapAs saver;
   if (!saver.SavePictureFromHDC(picture.value(), fileName))
     return drawingFailure(QStringLiteral("cannot save ") + fileName + QStringLiteral(": ") + saver.lastError());
-  return PictureFragment(fileName);
+  return pictureFragment(fileName);
 }
 
 }  // namespace velmora

@@ -10,7 +10,7 @@
 namespace velmora {
 
 void clsFileList::FileList2HTML(const QString& allowedExtensions, int32_t sizeLimitKb, QString& html, bool& success) {
-  LetPendingEventsRun();
+  letPendingEventsRun();
   success = false;
   context_.g_sError.clear();
   html.clear();
@@ -26,7 +26,7 @@ void clsFileList::FileList2HTML(const QString& allowedExtensions, int32_t sizeLi
   if (!listed) return;
   for (const QString& name : names) {
     if (IsValidFile(name, allowedExtensions) && QFileInfo(name).size() / 1024.0 <= sizeLimitKb)
-      html += PictureFragment(name);
+      html += pictureFragment(name);
   }
   success = true;
 }

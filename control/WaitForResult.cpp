@@ -8,7 +8,7 @@
 
 namespace velmora {
 
-Waited WaitForResult(const Velmora5& control, std::chrono::milliseconds timeout) {
+Waited waitForResult(const Velmora5& control, std::chrono::milliseconds timeout) {
   const QDeadlineTimer deadline(timeout);
   QEventLoop loop;
   // Woken by every change of the result, and by a tick that looks at the deadline and at

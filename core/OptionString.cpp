@@ -12,7 +12,7 @@ QString GetOptValue(const QString& options, const QString& key, const QString& d
   const QString wanted = key.toLower();
   for (const QString& item : options.split(itemSeparator)) {
     const QStringList pieces = item.split(keySeparator);
-    if (pieces.size() == 2 && TrimBlanks(pieces[0]).toLower() == wanted) return TrimBlanks(pieces[1]);
+    if (pieces.size() == 2 && trimBlanks(pieces[0]).toLower() == wanted) return trimBlanks(pieces[1]);
   }
   return defaultValue;
 }

@@ -5,12 +5,12 @@
 namespace velmora {
 
 // The text without the blanks (U+0020 only) at either end: tabs and line breaks stay.
-QString TrimBlanks(const QString& text);
+QString trimBlanks(const QString& text);
 
 // The name part of a path or address: the text after its last "/" or "\".
-QString FileNameOf(const QString& path);
+QString fileNameOf(const QString& path);
 
 // The fragment every picture route writes for one picture file.
-QString PictureFragment(const QString& path);
+QString pictureFragment(const QString& path);
 
 }  // namespace velmora

@@ -5,13 +5,13 @@
 
 namespace velmora {
 
-void LetPendingEventsRun() {
+void letPendingEventsRun() {
   if (QCoreApplication::instance()) QCoreApplication::processEvents();
 }
 
-bool LetPendingEventsRun(const QObject* self) {
+bool letPendingEventsRun(const QObject* self) {
   const QPointer<const QObject> watched(self);
-  LetPendingEventsRun();
+  letPendingEventsRun();
   return !watched.isNull();
 }
 

@@ -15,8 +15,8 @@ namespace velmora {
 // - the agent keeps a control alive while one of its calls is on the stack (PageSession);
 // - producers hand their results back as values, so a nested call cannot leave half of
 //   its output in the outer call's.
-void LetPendingEventsRun();
+void letPendingEventsRun();
 // Answers whether `self` still exists afterwards.
-[[nodiscard]] bool LetPendingEventsRun(const QObject* self);
+[[nodiscard]] bool letPendingEventsRun(const QObject* self);
 
 }  // namespace velmora

@@ -4,7 +4,7 @@
 
 namespace velmora {
 
-std::unique_ptr<QApplication> StartHostProcess(int& argc, char** argv, const QString& name) {
+std::unique_ptr<QApplication> startHostProcess(int& argc, char** argv, const QString& name) {
   if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
     qputenv("QT_QPA_PLATFORM", "offscreen");
   KeepLargeBlocksForReuse();
@@ -13,6 +13,6 @@ std::unique_ptr<QApplication> StartHostProcess(int& argc, char** argv, const QSt
   return app;
 }
 
-bool HostHasDisplay() { return QGuiApplication::platformName() != u"offscreen"; }
+bool hostHasDisplay() { return QGuiApplication::platformName() != u"offscreen"; }
 
 }  // namespace velmora

@@ -7,9 +7,9 @@ namespace velmora {
 // What every host program does before its first control: without a desktop display the
 // platform is Qt's offscreen one (everything that shows no window still runs), and large
 // blocks are kept for reuse. Then the application object the controls need.
-std::unique_ptr<QApplication> StartHostProcess(int& argc, char** argv, const QString& name);
+std::unique_ptr<QApplication> startHostProcess(int& argc, char** argv, const QString& name);
 
 // Whether windows and the clipboard can be used: false on the offscreen platform.
-bool HostHasDisplay();
+bool hostHasDisplay();
 
 }  // namespace velmora

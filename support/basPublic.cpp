@@ -116,7 +116,7 @@ void WaitMs(int32_t milliseconds) {
     return;
   }
   if (milliseconds <= 0) {
-    LetPendingEventsRun();
+    letPendingEventsRun();
     return;
   }
   // A local loop, so the wait can itself be inside a callback that a wait dispatched.
@@ -140,7 +140,7 @@ bool FolderExists(const QString& path) {
 
 // Taken from the name part of the path, so a "." in a folder name is not an extension.
 QString GetFileExt(const QString& path) {
-  const QString name = FileNameOf(path);
+  const QString name = fileNameOf(path);
   const qsizetype dot = name.lastIndexOf(u'.');
   return dot < 0 ? QString() : name.mid(dot + 1);
 }
@@ -187,7 +187,7 @@ QList<QByteArray> entryNames(int folderFd) {
 // Deletes everything inside the open folder. Entries are reached relative to the folder's
 // descriptor and never through a link, so a link to a folder elsewhere loses only itself.
 void deleteContents(int folderFd, const std::function<bool(const QByteArray& name)>& keep = {}) {
-  LetPendingEventsRun();
+  letPendingEventsRun();
   for (const QByteArray& name : entryNames(folderFd)) {
     if (keep && keep(name)) continue;
     struct stat info {};

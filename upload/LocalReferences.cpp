@@ -46,7 +46,7 @@ bool hasSrcReferences(const QString& mode) {
 
 }  // namespace
 
-QStringList FindLocalReferences(const QString& mode, const QString& body) {
+QStringList findLocalReferences(const QString& mode, const QString& body) {
   std::vector<std::pair<RegExpMatch, int>> matches;
   for (const ModePattern& entry : kModePatterns) {
     if (mode != QStringView(entry.mode)) continue;
@@ -59,7 +59,7 @@ QStringList FindLocalReferences(const QString& mode, const QString& body) {
   return references;
 }
 
-QString LocalReferencePath(const QString& mode, const QString& reference, const QString& workingFolder) {
+QString localReferencePath(const QString& mode, const QString& reference, const QString& workingFolder) {
   QString path = reference;
   if (isConvertedPage(mode)) {
     if (reference.left(8).toLower() == u"file:///") {
@@ -75,13 +75,13 @@ QString LocalReferencePath(const QString& mode, const QString& reference, const 
   return path.replace(u'|', u':').replace(QStringLiteral("%20"), QStringLiteral(" "));
 }
 
-bool IsUploadableFile(const QString& path, const QString& extensions, int32_t sizeLimitKb) {
+bool isUploadableFile(const QString& path, const QString& extensions, int32_t sizeLimitKb) {
   const QFileInfo file(path);
   return QDir::isAbsolutePath(path) && IsValidFile(path, extensions) && file.isFile() &&
          file.size() / 1024.0 <= sizeLimitKb;
 }
 
-void ReplaceLocalReference(const QString& mode, QString& body, const QString& reference, const QString& saved) {
+void replaceLocalReference(const QString& mode, QString& body, const QString& reference, const QString& saved) {
   if (mode == u"local") {
     // The body wrote file:/// before a drive letter, file:// before a POSIX path.
     const QString address =

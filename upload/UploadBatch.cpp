@@ -40,8 +40,8 @@ void UploadBatch::start() {
 bool UploadBatch::collect() {
   m_asOriginal = QStringList{QString()};
   m_lUploadIndex = 0;
-  for (const QString& reference : FindLocalReferences(m_sUploadMode, body_)) {
-    if (!LetPendingEventsRun(this)) return false;
+  for (const QString& reference : findLocalReferences(m_sUploadMode, body_)) {
+    if (!letPendingEventsRun(this)) return false;
     if (!m_asOriginal.contains(reference, Qt::CaseSensitive)) m_asOriginal.append(reference);
   }
   return true;
@@ -50,12 +50,12 @@ bool UploadBatch::collect() {
 // Takes up the next reference. A refused file moves on to the next one in this loop, so a
 // long run of refused files cannot exhaust the call stack.
 void UploadBatch::next() {
-  if (!LetPendingEventsRun(this)) return;
+  if (!letPendingEventsRun(this)) return;
   const int32_t last = int32_t(m_asOriginal.size()) - 1;
   if (m_lUploadIndex == 0) m_asSaved = QStringList(last + 1, QString());
   while (++m_lUploadIndex <= last) {
-    const QString path = LocalReferencePath(m_sUploadMode, m_asOriginal[m_lUploadIndex], settings_.workingFolder);
-    if (!IsUploadableFile(path, settings_.localExt, settings_.localSize)) continue;
+    const QString path = localReferencePath(m_sUploadMode, m_asOriginal[m_lUploadIndex], settings_.workingFolder);
+    if (!isUploadableFile(path, settings_.localExt, settings_.localSize)) continue;
     const QString address = settings_.sendUrl + QStringLiteral("&rnd=") + PadNumber(m_lUploadIndex, 3, last + 1);
     const Result<bool> sent = send(path, address);
     if (!sent) {
@@ -121,8 +121,8 @@ void UploadBatch::finish() {
     const QString& reference = m_asOriginal[i];
     const QString saved = i < m_asSaved.size() ? m_asSaved[i] : QString();
     if (saved.isEmpty()) continue;
-    ReplaceLocalReference(m_sUploadMode, body_, reference, saved);
-    doneOriginal_.append(FileNameOf(reference));
+    replaceLocalReference(m_sUploadMode, body_, reference, saved);
+    doneOriginal_.append(fileNameOf(reference));
     doneSaved_.append(saved);
   }
   m_asOriginal.clear();
