@@ -1,5 +1,6 @@
 #include "clipboard/clsClipboard.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -195,12 +196,10 @@ void clsClipboard::ErrorIfNotOpen() const {
     throw ScriptError(errnum::ClipboardNotOpen, QStringLiteral("Attempt to access the clipboard when clipboard not Open."));
 }
 
-// Bubble sort by ordinal comparison, ascending: upper case before lower case.
+// Ascending by ordinal (code unit) comparison: upper case before lower case.
 void clsClipboard::SortFileNames(QStringList& sFiles) {
-  const qsizetype count = sFiles.size();
-  for (qsizetype pass = 0; pass + 1 < count; ++pass)
-    for (qsizetype j = 0; j + 1 < count; ++j)
-      if (QString::compare(sFiles[j], sFiles[j + 1], Qt::CaseSensitive) > 0) sFiles.swapItemsAt(j, j + 1);
+  std::stable_sort(sFiles.begin(), sFiles.end(),
+                   [](const QString& a, const QString& b) { return QString::compare(a, b, Qt::CaseSensitive) < 0; });
 }
 
 }  // namespace velmora

@@ -64,14 +64,7 @@ QString GetTempFolder(const QString& subfolder) {
 
 QString AgentPageFolderName(qint64 pid, int page) { return QStringLiteral("page-%1-%2").arg(pid).arg(page); }
 
-QString GetTimeStamp() {
-  const QDateTime now = QDateTime::currentDateTime();
-  const QDate date = now.date();
-  const QTime time = now.time();
-  return QString::asprintf("%04d%02d%02d%02d%02d%02d", date.year(), date.month(), date.day(), time.hour(),
-                           time.minute(), time.second()) +
-         PadNumber(time.msec(), 3, 0);
-}
+QString GetTimeStamp() { return QDateTime::currentDateTime().toString(u"yyyyMMddHHmmsszzz"); }
 
 QString PadNumber(int32_t number, int32_t width, int32_t largest) {
   qsizetype digits = width;
@@ -322,10 +315,10 @@ uint32_t firstFourBytes(const QByteArray& bytes) {
   return value;
 }
 
-QString fromUtf16LE(const QByteArray& bytes) {
-  QString text(bytes.size() / 2, Qt::Uninitialized);  // an odd last byte is dropped
-  for (qsizetype i = 0; i < text.size(); ++i) text[i] = QChar(qFromLittleEndian<quint16>(bytes.constData() + 2 * i));
-  return text;
+// Every code unit as it stands, a byte-order mark included; an odd last byte is dropped.
+QString fromUtf16(QStringConverter::Encoding encoding, const QByteArray& bytes) {
+  QStringDecoder decoder(encoding, QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom);
+  return decoder.decode(QByteArrayView(bytes).first(bytes.size() & ~qsizetype(1)));
 }
 
 QString fromCodePage(const QByteArray& bytes) {
@@ -362,12 +355,9 @@ QString ReadTextFileAs(const QString& path, int& encodingCode) {
     case encoding::Utf8:
       return UTF8ToUnicode(rest);
     case encoding::Utf16LE:
-      return fromUtf16LE(rest);
-    case encoding::Utf16BE: {
-      QByteArray swapped = rest;
-      for (qsizetype i = 0; i + 1 < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
-      return fromUtf16LE(swapped);
-    }
+      return fromUtf16(QStringConverter::Utf16LE, rest);
+    case encoding::Utf16BE:
+      return fromUtf16(QStringConverter::Utf16BE, rest);
     default:  // UTF-32 is not read
       return QString();
   }
