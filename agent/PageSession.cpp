@@ -7,6 +7,7 @@
 #include "host/StandardProducers.h"
 #include "server/Dispatch.h"
 #include "server/TypeLibrary.h"
+#include "support/basPublic.h"
 #include "core/ScriptError.h"
 
 namespace velmora::agent {
@@ -107,11 +108,11 @@ PageSession::PageSession(const QString& workingSubfolder, ControlFactory factory
 
 PageSession::~PageSession() {
   objects_.clear();
-  QDir(workingFolder()).removeRecursively();
+  DeleteFolder(workingFolder());
 }
 
 QString PageSession::workingFolder() const {
-  return QDir::tempPath() + QStringLiteral("/Velmora/") + context_.workingSubfolder + u'/';
+  return workingFolderPath(context_.workingSubfolder);
 }
 
 void PageSession::whenIdle(std::function<void()> done) {

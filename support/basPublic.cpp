@@ -49,17 +49,20 @@ QString GetTempFolder(const QString& subfolder) {
                          subfolder != u"." && subfolder != u"..";
   if (!plainName) return QString();
 
+  const QString folder = workingFolderPath(subfolder);
+  if (subfolder.isEmpty())
+    emptySharedFolder(folder);
+  else
+    DeleteFolder(folder);
+  if (!FolderExists(folder)) QDir().mkpath(folder);
+  return folder;
+}
+
+QString workingFolderPath(const QString& subfolder) {
   QString folder = QDir::tempPath();
   if (folder.endsWith(u'/')) folder.chop(1);
   folder += QStringLiteral("/Velmora/");
-  if (subfolder.isEmpty()) {
-    emptySharedFolder(folder);
-  } else {
-    folder += subfolder + u'/';
-    DeleteFolder(folder);
-  }
-  if (!FolderExists(folder)) QDir().mkpath(folder);
-  return folder;
+  return subfolder.isEmpty() ? folder : folder + subfolder + u'/';
 }
 
 QString AgentPageFolderName(qint64 pid, int page) { return QStringLiteral("page-%1-%2").arg(pid).arg(page); }

@@ -26,6 +26,9 @@ constexpr int Utf32BE = 6;      // 00 00 FE FF
 // name ("..", "a/b") gives "" and nothing is deleted. Emptying "Velmora/" itself leaves
 // the page folders of agents still running.
 QString GetTempFolder(const QString& subfolder = QString());
+// The same folder's path, and nothing else done: the one place that says where working
+// folders are.
+QString workingFolderPath(const QString& subfolder = QString());
 // The working folder of a page that the agent in process `pid` serves, below "Velmora/".
 QString AgentPageFolderName(qint64 pid, int page);
 QString GetTimeStamp();
