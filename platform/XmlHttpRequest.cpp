@@ -90,9 +90,11 @@ QString decodeWith(QStringConverter::Encoding encoding, QByteArrayView bytes) {
 
 // QNetworkAccessManager leaves Nagle's algorithm on and writes a body in 16 KB pieces, so
 // the last piece waits for the server's delayed acknowledgement (about 40 ms a request on
-// loopback). It offers no way to set TCP_NODELAY, so the sockets connected to the
-// request's server are found among the process's descriptors and get it here; setting it
-// also sends what is being held back. The option is harmless on any other socket.
+// loopback). No supported way reaches its sockets: neither QNetworkRequest's attributes
+// nor the manager expose them or a socket option, and a socket of our own cannot be handed
+// to it. So the sockets connected to the request's server are found among the process's
+// descriptors and get TCP_NODELAY here; setting it also sends what is being held back.
+// The option is harmless on any other socket.
 void setNoDelayTowards(const QUrl& url) {
   const int port = url.port(url.scheme() == u"https" ? 443 : 80);
   const QHostAddress host(url.host());
