@@ -15,6 +15,9 @@
 inline void PrintTo(const QString& text, std::ostream* os) { *os << '"' << text.toStdString() << '"'; }
 inline void PrintTo(const QByteArray& bytes, std::ostream* os) { *os << testing::PrintToString(bytes.toStdString()); }
 inline std::ostream& operator<<(std::ostream& os, const QString& text) { return os << text.toStdString(); }
+inline std::ostream& operator<<(std::ostream& os, const QByteArray& bytes) {
+  return os << testing::PrintToString(bytes.toStdString());
+}
 
 namespace velmora::test {
 
