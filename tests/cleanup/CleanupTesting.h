@@ -4,6 +4,7 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTextDocument>
+#include <QTimer>
 
 #include "cleanup/RuleTable.h"
 #include "support/basPublic.h"
@@ -48,6 +49,25 @@ inline QString renderedText(const QString& html, const QString& blanks = R"(\s\x
   QTextDocument rendered;
   rendered.setHtml(html);
   return rendered.toPlainText().remove(QRegularExpression("[" + blanks + "]+"));
+}
+
+// A run of `Pipeline` in mode 1 starts from cleared outputs and error word, lets posted events
+// through, and traces the one rule that changes `html` into `body` with the change in size.
+template <typename Pipeline>
+void expectStartsAfresh(const QString& html, const QString& body, const QString& rule, qsizetype shrinks) {
+  Context context;
+  context.g_sError = "SaveAs:earlier";
+  Cleaned out{"old style", "old body", {}};
+  bool delivered = false;
+  QTimer::singleShot(0, [&] { delivered = true; });
+  Pipeline(context).OptimizeHTML("import", html, "optimizemode:1", out.style, out.body, &out.trace);
+  EXPECT_TRUE(delivered);
+  EXPECT_EQ(context.g_sError, "");
+  EXPECT_EQ(out.style, "<style>\r\n\r\n</style>");
+  EXPECT_EQ(out.body, body);
+  ASSERT_EQ(out.trace.steps.size(), 1u);
+  EXPECT_EQ(out.trace.steps[0].rule, rule);
+  EXPECT_EQ(out.trace.steps[0].sizeBefore - out.trace.steps[0].sizeAfter, shrinks);
 }
 
 // Runs `run(round, html, options)` on 150 randomly damaged copies of the documents with

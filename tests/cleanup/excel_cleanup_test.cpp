@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <QTimer>
-
 #include "cleanup/ExcelCleanup.h"
 #include "support/RegExp.h"
 #include "tests/cleanup/CleanupTesting.h"
@@ -81,13 +79,6 @@ TEST(ExcelCleanup, RulesAndOptions) {
        "<html><head><style id=\"Book_Styles\">\r\n<!--td\r\n\t{color:red;\r\n\tfont-size:11.0pt;}\r\n-->\r\n"
        "</style>\r\n<STYLE type=\"text/css\">.xl65 {font-weight:700}</STYLE></head><body>x</body>",
        m1, "x", "<style>\r\n<!--td {color:red;font-size:11.0pt;}\r\n.xl65 {font-weight:700}\r\n</style>"},
-      {"office properties, page rules and empty rules go from the sheet",
-       styled("\r\n<!--table\r\n\t{mso-displayed-decimal-separator:\"\\.\";\r\n"
-              "\tmso-displayed-thousand-separator:\"\\,\";}\r\n@page\r\n\t{margin:.75in .7in .75in .7in;\r\n"
-              "\tmso-header-margin:.3in;}\r\n.xl66\r\n\t{mso-style-parent:style0;\r\n"
-              "\tmso-number-format:\"\\#\\,\\#\\#0\\.00\";\r\n\tborder:.5pt solid windowtext;\r\n"
-              "\tmso-pattern:black none;}\r\ntr\r\n\t{mso-height-source:auto;}\r\n-->\r\n"),
-       m1, {}, "<style>\r\n.xl66 {border:.5pt solid windowtext;}\r\n</style>"},
       {"VML behaviour rules stay without opt1vml", styled(vmlCss), m1, {},
        "<style>\r\nv\\:* {behavior:url(#default#VML);}\r\n.shape {behavior:url(#default#VML);}\r\nbr {color:red}\r\n"
        "</style>"},
@@ -198,21 +189,7 @@ TEST(ExcelCleanup, RulesAndOptions) {
 }
 
 TEST(ExcelCleanup, StartsAfreshAndYieldsToTheEventLoop) {
-  Context context;
-  context.g_sError = "SaveAs:earlier";
-  QString style = "old style", body = "old body";
-  bool delivered = false;
-  QTimer::singleShot(0, [&] { delivered = true; });
-  RuleTrace trace;
-  ExcelCleanup(context).OptimizeHTML("import", "<body><td class=n x:num>1</td></body>", "optimizemode:1", style, body,
-                                     &trace);
-  EXPECT_TRUE(delivered);
-  EXPECT_EQ(context.g_sError, "");
-  EXPECT_EQ(style, "<style>\r\n\r\n</style>");
-  EXPECT_EQ(body, "<td class=n>1</td>");
-  ASSERT_EQ(trace.steps.size(), 1u);
-  EXPECT_EQ(trace.steps[0].rule, "EB4");
-  EXPECT_EQ(trace.steps[0].sizeBefore - trace.steps[0].sizeAfter, 6);
+  test::expectStartsAfresh<ExcelCleanup>("<body><td class=n x:num>1</td></body>", "<td class=n>1</td>", "EB4", 6);
 }
 
 TEST(ExcelCleanup, TraceNamesTheRulesThatChangedSomething) {

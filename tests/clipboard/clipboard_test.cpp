@@ -55,13 +55,10 @@ TEST_F(Clipboard, SnapshotListsFormatsInTheOrderOfferedWithTheirNames) {
 }
 
 TEST_F(Clipboard, FormatNamesOfStandardAndRegisteredFormats) {
-  const QStringList standard = {"Text", "Bitmap Picture", "Meta-File Picture", "Microsoft Symbolic Link (SYLK) data.",
-                                "Software Arts' Data Interchange information.",
-                                "Tagged Image File Format (TIFF) Picture", "Text (OEM)", "DIB Bitmap Picture",
-                                "Colour Palette", "Pen Data", "RIFF Audio data", "Wave File", "Text (Unicode)",
-                                "Enhanced Meta-File Picture", "File List", "", ""};
-  for (uint32_t id = 1; id <= 17; ++id) EXPECT_EQ(clipboard.FormatName(id), standard[id - 1]) << id;
-  for (uint32_t id : {0u, 18u, 0xFFFFu}) EXPECT_EQ(clipboard.FormatName(id), "") << id;
+  const std::pair<uint32_t, QString> names[] = {{cf::Text, "Text"}, {cf::Dib, "DIB Bitmap Picture"},
+                                                {cf::EnhMetaFile, "Enhanced Meta-File Picture"}, {cf::HDrop, "File List"},
+                                                {16, ""}, {17, ""}, {0, ""}, {18, ""}, {0xFFFF, ""}};
+  for (const auto& [id, name] : names) EXPECT_EQ(clipboard.FormatName(id), name) << id;
   EXPECT_EQ(clipboard.FormatName(memory.registerFormat("OwnerLink")), "OwnerLink");
   // The platform fills a 255-character buffer, one of them the closing NUL.
   const QString longName(300, u'n');
@@ -152,6 +149,10 @@ TEST_F(Clipboard, FileListsComeBackInOrdinalOrderCutToTheNameBuffer) {
   EXPECT_FALSE(clipboard.GetFileList(files, count));
   EXPECT_EQ(count, 0);
   memory.put(cf::HDrop, "not a drop block");
+  EXPECT_FALSE(clipboard.GetFileList(files, count));
+  QByteArray badOffset = dropfiles::build({"/a"}, false);
+  badOffset[0] = char(0x7F);
+  memory.put(cf::HDrop, badOffset);
   EXPECT_FALSE(clipboard.GetFileList(files, count));
 
   const QString deep = "/" + QString(300, u'd'), chinese = QString::fromUtf8("/tmp/中文.txt");
@@ -246,20 +247,6 @@ TEST(HtmlFormatHeader, PicksTheRestOfTheFirstLineThatCarriesTheName) {
   EXPECT_EQ(GetHTMLFormatHeader(large, "SourceURL"), large) << "an absent header in a large page";
   EXPECT_EQ(GetHTMLFormatHeader(large, "StartHTML"), "0000000105");
   EXPECT_EQ(GetHTMLFormatHeader(large, "mso-pagination"), "none\">text</p>");
-}
-
-TEST(DropFilesBlock, NamesAreCountedAndFetched) {
-  const QByteArray narrow = dropfiles::build({"/a", "/bb"}, /*wideNames=*/false);
-  EXPECT_EQ(dropfiles::count(narrow), 2u);
-  EXPECT_EQ(dropfiles::queryFile(narrow, 1, 260), "/bb");
-  EXPECT_EQ(dropfiles::queryFile(narrow, 1, 3), "/b");
-  EXPECT_EQ(dropfiles::queryFile(narrow, 2, 260), "");
-  const QByteArray wide = dropfiles::build({QString::fromUtf8("/ü/中")}, /*wideNames=*/true);
-  EXPECT_EQ(dropfiles::names(wide), QStringList{QString::fromUtf8("/ü/中")});
-  EXPECT_EQ(dropfiles::count(QByteArray(10, 'x')), 0u);
-  QByteArray badOffset = narrow;
-  badOffset[0] = char(0x7F);
-  EXPECT_EQ(dropfiles::count(badOffset), 0u);
 }
 
 }  // namespace
