@@ -55,9 +55,9 @@ TEST_F(Clipboard, SnapshotListsFormatsInTheOrderOfferedWithTheirNames) {
 }
 
 TEST_F(Clipboard, FormatNamesOfStandardAndRegisteredFormats) {
-  const std::pair<uint32_t, QString> names[] = {{cf::Text, "Text"}, {cf::Dib, "DIB Bitmap Picture"},
-                                                {cf::EnhMetaFile, "Enhanced Meta-File Picture"}, {cf::HDrop, "File List"},
-                                                {16, ""}, {17, ""}, {0, ""}, {18, ""}, {0xFFFF, ""}};
+  const std::pair<uint32_t, QString> names[] = {
+      {cf::Text, "Text"}, {cf::Dib, "DIB Bitmap Picture"}, {cf::EnhMetaFile, "Enhanced Meta-File Picture"},
+      {cf::HDrop, "File List"}, {16, ""}, {17, ""}, {0, ""}, {18, ""}, {0xFFFF, ""}};
   for (const auto& [id, name] : names) EXPECT_EQ(clipboard.FormatName(id), name) << id;
   EXPECT_EQ(clipboard.FormatName(memory.registerFormat("OwnerLink")), "OwnerLink");
   // The platform fills a 255-character buffer, one of them the closing NUL.

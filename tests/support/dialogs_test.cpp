@@ -299,7 +299,8 @@ TEST_F(Dialogs, MultipleSelectionJoinsFullPathsWithBars) {
   EXPECT_FALSE(chosen.contains("//"));
 
   whenShownType("c.png");
-  EXPECT_EQ(ShowOpenDialog(true, true, DefaultFilter, 1, temp.path(), ""), temp.path() + "/c.png") << "one file, no bar";
+  EXPECT_EQ(ShowOpenDialog(true, true, DefaultFilter, 1, temp.path(), ""), temp.path() + "/c.png")
+      << "one file, no bar";
 }
 
 TEST_F(Dialogs, SaveAddsTheDefaultExtensionAndAsksBeforeOverwritingOnlyWhenTold) {

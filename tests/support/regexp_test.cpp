@@ -48,7 +48,8 @@ const Case kSameAsEcmaScript[] = {
     {u"x*", u"abc", u"-"}, {u"a*", u"baaac", u"-"}, {u"a*?", u"aa", u"-"}, {uR"(\b)", u"ab cd", u"|"},
     {u"(?=a)", u"aXa", u"^"}, {u"a|", u"bab", u"-"},
     // lazy quantifiers
-    {uR"(<b>([^a]|a)*?</b>)", u"<b>x\nY</b><B></B><b>a", u"[$1]"}, {uR"(<b>([^a]|a)+?</b>)", u"<b></b></b><b>A</b>", u"[$1]"},
+    {uR"(<b>([^a]|a)*?</b>)", u"<b>x\nY</b><B></B><b>a", u"[$1]"},
+    {uR"(<b>([^a]|a)+?</b>)", u"<b></b></b><b>A</b>", u"[$1]"},
     {uR"(x([^a]|a)*?(y)|z)", u"xzzy z xy", u"[$1$2]"}, {u"<.+?>", u"<a><b>", u"[$&]"}, {u"a{2,3}?", u"aaaaa", u"-"},
     {uR"(<b>[\s\S]*?</b>)", u"<b>1</b>x<B>2\n</B>", u"!"}, {u"(a+?)(a*)", u"aaa", u"[$1|$2]"},
     // look-ahead and back-references
@@ -59,7 +60,8 @@ const Case kSameAsEcmaScript[] = {
     {uR"(\u00e9)", u"É", u"x"}, {uR"(\x41)", u"a", u"x"}, {uR"(\xg)", u"xg", u"_"}, {uR"(\u{2})", u"uuu", u"x"},
     {uR"(\u12)", u"u12", u"x"}, {uR"(a\/b)", u"a/b", u"x"}, {uR"(a\vb)", u"a\u000bb a\nb", u"x"},
     {uR"([\v]+)", u"\u000b\n\r", u"x"}, {uR"(\cJ)", u"\n", u"x"}, {uR"(\c1)", u"\\c1", u"x"},
-    {uR"([\c1])", u"\u0011", u"x"}, {uR"(a\0b)", u"a\0b"sv, u"x"}, {uR"(\e\a\z\Q\h\A\N\R\X\K\G\E)", u"eazQhANRXKGE", u"x"},
+    {uR"([\c1])", u"\u0011", u"x"}, {uR"(a\0b)", u"a\0b"sv, u"x"},
+    {uR"(\e\a\z\Q\h\A\N\R\X\K\G\E)", u"eazQhANRXKGE", u"x"},
     {uR"(\p{L}+)", u"p{L}", u"x"}, {uR"(\k)", u"k", u"x"}, {uR"([\B\y])", u"By", u"x"}, {uR"(\_\-\#\ )", u"_-# ", u"x"},
     // braces and brackets that are not syntax
     {u"a{", u"a{", u"x"}, {u"{foo}", u"{foo}", u"x"}, {u"a{,2}", u"a{,2}", u"x"}, {u"x{1,2", u"x{1,2", u"y"},
@@ -326,7 +328,8 @@ TEST(RequiredLiteral, RandomPatternsNeverMatchWithoutTheirRun) {
   const QString page = QString("<p style='margin-left:1cm'>x</p>").repeated(2000);
   const QString margin = R"((<\w+[^>]*?\sstyle=[^>]*?)margin-left:\s*?-[0-9\.]+([^>]*?>))";
   EXPECT_EQ(RegExpReplace(page, margin, "!"), page);
-  EXPECT_EQ(RegExpReplace(page + "<p style='MARGIN-LEFT:-2cm'>y</p>", margin, "[$1$2]"), page + "[<p style='cm'>]y</p>");
+  EXPECT_EQ(RegExpReplace(page + "<p style='MARGIN-LEFT:-2cm'>y</p>", margin, "[$1$2]"),
+            page + "[<p style='cm'>]y</p>");
 }
 
 }  // namespace

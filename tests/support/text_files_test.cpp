@@ -147,7 +147,8 @@ TEST(ReadTextFile, WhatCannotBeReadGivesNothing) {
   ASSERT_EQ(chmod(QFile::encodeName(secret).constData(), 0), 0);
   if (geteuid() != 0) paths << secret;  // permissions do not stop root from reading
   for (const QString& path : paths)
-    for (int code : {int(encoding::Find), int(encoding::Utf16LE)}) EXPECT_EQ(readAs(path, code), std::pair(u""_s, code));
+    for (int code : {int(encoding::Find), int(encoding::Utf16LE)})
+      EXPECT_EQ(readAs(path, code), std::pair(u""_s, code)) << path;
 
   const QString plain = root.write(u"a.txt"_s, "abc");
   for (int code : {-2, 7, 65001}) EXPECT_EQ(readAs(plain, code), std::pair(u""_s, code)) << "a code outside the table";
