@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "cleanup/clsQuickFormat.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/HttpServer.h"
 
 namespace velmora {
@@ -14,14 +15,13 @@ QString clipboardBlock(const QString& sourceUrl, const QString& html) {
 }
 
 TEST(QuickFormat, ResolvesLinksAgainstThePageFolder) {
-  const QString base = "http://server/a/b";
-  EXPECT_EQ(clsQuickFormat::ResolveUrl(base, "../../c.css"), "http://server/c.css");
-  EXPECT_EQ(clsQuickFormat::ResolveUrl(base, "../../../c.css"), "http://server/c.css");
-  EXPECT_EQ(clsQuickFormat::ResolveUrl(base, "../c.css"), "http://server/a/c.css");
-  EXPECT_EQ(clsQuickFormat::ResolveUrl(base, "/x.css"), "http://server/x.css");
-  EXPECT_EQ(clsQuickFormat::ResolveUrl(base, "./x.css"), "http://server/a/b/x.css");
-  EXPECT_EQ(clsQuickFormat::ResolveUrl(base, "x.css"), "http://server/a/b/x.css");
-  EXPECT_EQ(clsQuickFormat::ResolveUrl(base, "https://cdn.example/y.css"), "https://cdn.example/y.css");
+  const std::pair<const char*, const char*> cases[] = {
+      {"../../c.css", "http://server/c.css"},     {"../../../c.css", "http://server/c.css"},
+      {"../c.css", "http://server/a/c.css"},      {"/x.css", "http://server/x.css"},
+      {"./x.css", "http://server/a/b/x.css"},     {"x.css", "http://server/a/b/x.css"},
+      {"https://cdn.example/y.css", "https://cdn.example/y.css"},
+  };
+  for (const auto& [link, resolved] : cases) EXPECT_EQ(clsQuickFormat::ResolveUrl("http://server/a/b", link), resolved);
   EXPECT_EQ(clsQuickFormat::ResolveUrl("https://server/a", "//cdn.example/y.css"), "https://cdn.example/y.css");
 }
 
@@ -43,15 +43,12 @@ TEST_F(QuickFormatTest, BuildsATemplateWithTheSheetsInline) {
       "<body><div class=page><!--StartFragment--><p>copied</p><!--EndFragment--></div></body></html>";
   formatter.QuickFormatFrom(clipboardBlock(server.url("/site/page.html"), page), style, body);
 
-  const QString crlf = "\r\n";
-  const QString expectedBefore = "<html><head>" + crlf + "<style>" + crlf + "p { color: red }" + crlf + "</style>" +
-                                 crlf + "<link rel=icon href=\"fav.ico\">" + crlf + "<style>" + crlf +
-                                 "h1 { font: bold }" + crlf + "</style>" + crlf +
-                                 "<style type=text/css>b{}</style></head><body><div class=page>";
-  EXPECT_EQ(body, expectedBefore + "<span id=Velmora_Temp_Span>&nbsp;</span></div></body></html>");
-  EXPECT_EQ(style, "<style>" + crlf + "p { color: red }" + crlf + "</style>" + crlf + "<style>" + crlf +
-                       "h1 { font: bold }" + crlf + "</style>" + crlf + "<style type=text/css>b{}</style>" + crlf);
-  EXPECT_FALSE(body.contains("copied"));
+  const QString sheets = "<style>\r\np { color: red }\r\n</style>\r\n<link rel=icon href=\"fav.ico\">\r\n"
+                         "<style>\r\nh1 { font: bold }\r\n</style>\r\n<style type=text/css>b{}</style>";
+  EXPECT_EQ(body, "<html><head>\r\n" + sheets +
+                      "</head><body><div class=page><span id=Velmora_Temp_Span>&nbsp;</span></div></body></html>");
+  EXPECT_EQ(style, "<style>\r\np { color: red }\r\n</style>\r\n<style>\r\nh1 { font: bold }\r\n</style>\r\n"
+                   "<style type=text/css>b{}</style>\r\n");
 }
 
 TEST_F(QuickFormatTest, GivesNothingForContentItCannotPlace) {
@@ -67,8 +64,8 @@ TEST_F(QuickFormatTest, GivesNothingForContentItCannotPlace) {
   };
   for (const QString& text : cases) {
     formatter.QuickFormatFrom(text, style, body);
-    EXPECT_EQ(style, "") << text.toStdString();
-    EXPECT_EQ(body, "") << text.toStdString();
+    EXPECT_EQ(style, "") << text;
+    EXPECT_EQ(body, "") << text;
   }
 }
 

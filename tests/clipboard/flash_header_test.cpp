@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include "clipboard/clsFlashHeader.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora {
@@ -54,27 +55,22 @@ class FlashHeader : public ::testing::Test {
 };
 
 TEST_F(FlashHeader, ReadsTheSizeOfPlainAndCompressedMovies) {
-  const QByteArray rect = rectangle(15, 0, 11000, 0, 8000);
-  ASSERT_TRUE(parse("plain.swf", movie(rect, false)));
-  EXPECT_EQ(reader.Width(), 550);
-  EXPECT_EQ(reader.Height(), 400);
-  clsFlashHeader second(context);
-  ASSERT_TRUE(second.Parse(temp.write("packed.SWF", movie(rect, true))));
-  EXPECT_EQ(second.Width(), 550);
-  EXPECT_EQ(second.Height(), 400);
+  const struct {
+    QByteArray rect;
+    int width, height;
+  } cases[] = {
+      {rectangle(15, 0, 11000, 0, 8000), 550, 400},
+      {rectangle(8, 0, 30, 0, 10), 2, 0},  // half pixels round to even
+      {rectangle(20, 1000, 21000, 2000, 42000), 1000, 2000},  // wide fields take as many bytes as they need
+  };
+  for (const auto& c : cases) {
+    for (bool compressed : {false, true}) {
+      ASSERT_TRUE(parse(compressed ? "packed.SWF" : "plain.swf", movie(c.rect, compressed)));
+      EXPECT_EQ(reader.Width(), c.width) << compressed;
+      EXPECT_EQ(reader.Height(), c.height) << compressed;
+    }
+  }
   EXPECT_EQ(context.g_sError, "");
-}
-
-TEST_F(FlashHeader, RoundsHalfPixelsToEven) {
-  ASSERT_TRUE(parse("a.swf", movie(rectangle(8, 0, 30, 0, 10), false)));
-  EXPECT_EQ(reader.Width(), 2);
-  EXPECT_EQ(reader.Height(), 0);
-}
-
-TEST_F(FlashHeader, WideFieldsAreDecodedFromAsManyBytesAsTheyNeed) {
-  ASSERT_TRUE(parse("wide.swf", movie(rectangle(20, 1000, 21000, 2000, 42000), false)));
-  EXPECT_EQ(reader.Width(), 1000);
-  EXPECT_EQ(reader.Height(), 2000);
 }
 
 TEST_F(FlashHeader, RefusesFilesThatAreNotSwf) {

@@ -8,27 +8,19 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <functional>
+#include <optional>
 
 #include "clipboard/basClipBoard.h"
 #include "clipboard/clsClipboard.h"
 #include "platform/DropFiles.h"
-#include "core/ScriptError.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora {
 namespace {
 
+using test::errorNumberOf;
 constexpr quintptr kNoOwner = 0;
-
-long errorNumberOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const ScriptError& error) {
-    return error.number();
-  }
-  return 0;
-}
 
 QByteArray utf16le(const QString& text, bool withMark) {
   QByteArray bytes = withMark ? QByteArray("\xFF\xFE") : QByteArray();
@@ -101,6 +93,24 @@ class X11Clipboard : public ::testing::Test {
     startOwner(VELMORA_CLIPBOARD_OWNER, arguments);
   }
 
+  // The clipboard's picture or file list, read as a script reads them.
+  QByteArray bitmap() {
+    clsClipboard clipboard;
+    clipboard.ClipboardOpen(kNoOwner);
+    QByteArray bytes;
+    EXPECT_TRUE(clipboard.GetBinaryData(cf::Bitmap, bytes));
+    return bytes;
+  }
+  std::optional<QStringList> fileList() {
+    clsClipboard clipboard;
+    clipboard.ClipboardOpen(kNoOwner);
+    QStringList files;
+    int32_t count = 0;
+    if (!clipboard.GetFileList(files, count)) return std::nullopt;
+    EXPECT_EQ(count, files.size());
+    return files;
+  }
+
   void endOwner() {
     if (owner_.state() == QProcess::NotRunning) return;
     const int changesBefore = changeCount_;
@@ -119,13 +129,6 @@ class X11Clipboard : public ::testing::Test {
     return reader.readAllStandardOutput();
   }
 
-  void emptyTheClipboard() {
-    clsClipboard clipboard;
-    clipboard.ClipboardOpen(kNoOwner);
-    clipboard.ClearClipboard();
-    clipboard.ClipboardClose();
-  }
-
   test::ScopedTempRoot temp_;
   QProcess owner_;
   QClipboard* clipboard_ = nullptr;
@@ -136,8 +139,10 @@ class X11Clipboard : public ::testing::Test {
 
 TEST_F(X11Clipboard, AnEmptyClipboardOffersNothing) {
   offerWithXclip("text/plain", "something");
-  emptyTheClipboard();
   clsClipboard clipboard;
+  clipboard.ClipboardOpen(kNoOwner);
+  clipboard.ClearClipboard();
+  clipboard.ClipboardClose();
   EXPECT_EQ(clipboard.GetCurrentFormats(kNoOwner), 0);
   EXPECT_EQ(clipboard.FormatCount(), 0);
   EXPECT_FALSE(clipboard.IsDataAvailableForFormat(cf::Text));
@@ -148,24 +153,25 @@ TEST_F(X11Clipboard, AnEmptyClipboardOffersNothing) {
   EXPECT_EQ(text, "");
 }
 
-TEST_F(X11Clipboard, APngPictureIsTheBitmapFormat) {
+TEST_F(X11Clipboard, PicturesAreTheBitmapFormatAsPngAndComeWhole) {
   QImage picture(3, 2, QImage::Format_RGB32);
   picture.fill(QColor(200, 30, 40));
   offerWithXclip("image/png", png(picture));
-
   EXPECT_EQ(offeredNames(), QStringList{"Bitmap Picture"});
-  clsClipboard clipboard;
-  EXPECT_TRUE(clipboard.IsDataAvailableForFormat(cf::Bitmap));
-  EXPECT_FALSE(clipboard.IsDataAvailableForFormat(cf::Text));
-  clipboard.ClipboardOpen(kNoOwner);
-  QByteArray bytes;
-  ASSERT_TRUE(clipboard.GetBinaryData(cf::Bitmap, bytes));
-  const QImage read = QImage::fromData(bytes, "PNG");
+  EXPECT_TRUE(clsClipboard().IsDataAvailableForFormat(cf::Bitmap));
+  EXPECT_FALSE(clsClipboard().IsDataAvailableForFormat(cf::Text));
+  const QImage read = QImage::fromData(bitmap(), "PNG");
   EXPECT_EQ(read.size(), QSize(3, 2));
   EXPECT_EQ(read.pixelColor(2, 1), QColor(200, 30, 40));
-}
+  endOwner();
 
-TEST_F(X11Clipboard, ALargePictureComesWhole) {
+  // Other pictures arrive as PNG.
+  offerWithXclip("image/bmp", png(picture, "BMP"));
+  const QByteArray converted = bitmap();
+  EXPECT_TRUE(converted.startsWith("\x89PNG"));
+  EXPECT_EQ(QImage::fromData(converted).size(), QSize(3, 2));
+  endOwner();
+
   // Larger than one X request: the owner sends it in pieces.
   QImage noise(700, 500, QImage::Format_RGB32);
   uint32_t seed = 12345;
@@ -174,23 +180,7 @@ TEST_F(X11Clipboard, ALargePictureComesWhole) {
   const QByteArray offered = png(noise);
   ASSERT_GT(offered.size(), 1000000);
   offerWithXclip("image/png", offered);
-  clsClipboard clipboard;
-  clipboard.ClipboardOpen(kNoOwner);
-  QByteArray bytes;
-  ASSERT_TRUE(clipboard.GetBinaryData(cf::Bitmap, bytes));
-  EXPECT_EQ(bytes, offered);
-}
-
-TEST_F(X11Clipboard, OtherPicturesArriveAsPng) {
-  QImage picture(4, 4, QImage::Format_RGB32);
-  picture.fill(Qt::white);
-  offerWithXclip("image/bmp", png(picture, "BMP"));
-  clsClipboard clipboard;
-  clipboard.ClipboardOpen(kNoOwner);
-  QByteArray bytes;
-  ASSERT_TRUE(clipboard.GetBinaryData(cf::Bitmap, bytes));
-  EXPECT_TRUE(bytes.startsWith("\x89PNG"));
-  EXPECT_EQ(QImage::fromData(bytes).size(), QSize(4, 4));
+  EXPECT_EQ(bitmap(), offered);
 }
 
 TEST_F(X11Clipboard, AWebSelectionReadsAsHtmlFormatWithItsSource) {
@@ -224,30 +214,17 @@ TEST_F(X11Clipboard, Utf16HtmlAndTheMozillaSourceAreDecoded) {
   EXPECT_EQ(GetHTMLFormatHeader(html, "SourceURL"), "https://example.org/page");
 }
 
-TEST_F(X11Clipboard, CopiedFilesAreAFileListInOrdinalOrder) {
+TEST_F(X11Clipboard, CopiedFilesAreAFileListInOrdinalOrderCopiedLinksNone) {
   offerWithXclip("text/uri-list",
-                 "# three files\r\n"
-                 "file:///home/u/c.txt\r\n"
-                 "file:///home/u/A.txt\r\n"
+                 "# three files\r\nfile:///home/u/c.txt\r\nfile:///home/u/A.txt\r\n"
                  "file:///home/u/b%20%E4%B8%AD%E6%96%87.txt\r\n");
   EXPECT_EQ(offeredNames(), QStringList{"File List"});
-  clsClipboard clipboard;
-  clipboard.ClipboardOpen(kNoOwner);
-  QStringList files;
-  int32_t count = 0;
-  ASSERT_TRUE(clipboard.GetFileList(files, count));
-  EXPECT_EQ(count, 3);
-  EXPECT_EQ(files, QStringList({"/home/u/A.txt", QString::fromUtf8("/home/u/b 中文.txt"), "/home/u/c.txt"}));
-}
+  EXPECT_EQ(fileList(), QStringList({"/home/u/A.txt", QString::fromUtf8("/home/u/b 中文.txt"), "/home/u/c.txt"}));
+  endOwner();
 
-TEST_F(X11Clipboard, CopiedLinksAreNoFileList) {
   offerWithXclip("text/uri-list", "https://example.com/a.png\r\n");
-  clsClipboard clipboard;
-  EXPECT_FALSE(clipboard.IsDataAvailableForFormat(cf::HDrop));
-  clipboard.ClipboardOpen(kNoOwner);
-  QStringList files;
-  int32_t count = 0;
-  EXPECT_FALSE(clipboard.GetFileList(files, count));
+  EXPECT_FALSE(clsClipboard().IsDataAvailableForFormat(cf::HDrop));
+  EXPECT_EQ(fileList(), std::nullopt);
 }
 
 TEST_F(X11Clipboard, OtherTargetsAreRegisteredFormatsNamedByThem) {
@@ -301,17 +278,12 @@ TEST_F(X11Clipboard, WhatThisProcessWritesOtherProgramsRead) {
   ASSERT_TRUE(clipboard.SetBinaryData(clipboard.AddFormat("HTML Format"), block));
   EXPECT_FALSE(clipboard.SetBinaryData(cf::EnhMetaFile, "no counterpart"));
   clipboard.ClipboardClose();
-
   EXPECT_EQ(readWithXclip("UTF8_STRING"), "plain words");
   EXPECT_EQ(readWithXclip("text/uri-list"), "file:///tmp/b%20file.txt\r\nfile:///tmp/a.txt\r\n");
   EXPECT_EQ(readWithXclip("text/html"), "<p>html</p>");
   // And this process reads its own clipboard through the same mapping.
   EXPECT_EQ(fragmentOf(GetClipboardHTML()), "<p>html</p>");
-  clipboard.ClipboardOpen(kNoOwner);
-  QStringList files;
-  int32_t count = 0;
-  ASSERT_TRUE(clipboard.GetFileList(files, count));
-  EXPECT_EQ(files, QStringList({"/tmp/a.txt", "/tmp/b file.txt"}));
+  EXPECT_EQ(fileList(), QStringList({"/tmp/a.txt", "/tmp/b file.txt"}));
 }
 
 }  // namespace

@@ -1,24 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
-#include <functional>
 
-#include "core/ScriptError.h"
 #include "support/clsCollection.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora {
 namespace {
 
-// The error number a call raises, or 0 when it raises nothing.
-long errorOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const ScriptError& error) {
-    return error.number();
-  }
-  return 0;
-}
+using test::errorNumberOf;
 
 QStringList itemsOf(const clsCollection& c) {
   QStringList items;
@@ -40,22 +31,13 @@ clsCollection abc() {
   return c;
 }
 
-TEST(Collection, StartsEmptyWithBinaryCompare) {
-  clsCollection c;
-  EXPECT_EQ(c.Count(), 0);
-  EXPECT_EQ(c.Lower(), 1);
-  EXPECT_EQ(c.Compare(), 0);
-  EXPECT_EQ(c.KeyIndex("x"), -1);
-  EXPECT_EQ(c.KeyIndex(""), -1);
-  EXPECT_FALSE(c.KeyExists(""));
-}
-
 TEST(Collection, KeysAndItemsReadBackByPosition) {
+  EXPECT_EQ(clsCollection().KeyIndex(""), -1) << "an empty collection has not even the empty key";
   clsCollection c = abc();
-  EXPECT_EQ(c.Count(), 3);
   EXPECT_EQ(itemsOf(c), QStringList({"a", "b", "c"}));
   EXPECT_EQ(keysOf(c), QStringList({"ka", "kb", "kc"}));
   EXPECT_EQ(c.KeyIndex("kb"), 2);
+  EXPECT_EQ(c.KeyIndex("x"), -1);
   c.setItem(2, "b2");
   EXPECT_EQ(itemsOf(c), QStringList({"a", "b2", "c"}));
   EXPECT_EQ(c.key(2).toString(), "kb");
@@ -64,78 +46,74 @@ TEST(Collection, KeysAndItemsReadBackByPosition) {
 TEST(Collection, ADuplicateKeyRaises475AndChangesNothing) {
   clsCollection c;
   c.Add("a", "x");
-  try {
-    c.Add("b", "x");
-    FAIL() << "no error for a key in use";
-  } catch (const ScriptError& error) {
-    EXPECT_EQ(error.number(), 475);
-    EXPECT_EQ(error.description(), "The key is already associated with an element of this collection");
-  }
-  EXPECT_EQ(c.Count(), 1);
-  EXPECT_EQ(c.item(1).toString(), "a");
+  const ScriptError error = test::errorOf([&] { c.Add("b", "x"); });
+  EXPECT_EQ(error.number(), 475);
+  EXPECT_EQ(error.description(), "The key is already associated with an element of this collection");
+  EXPECT_EQ(itemsOf(c), QStringList{"a"});
 
   c.Add("b", "y");
-  EXPECT_EQ(errorOf([&] { c.setKey(2, "x"); }), 475);
+  EXPECT_EQ(errorNumberOf([&] { c.setKey(2, "x"); }), 475);
   EXPECT_EQ(c.key(2).toString(), "y");
-  EXPECT_EQ(errorOf([&] { c.setKey(2, "y"); }), 0) << "an element may keep its own key";
+  EXPECT_EQ(errorNumberOf([&] { c.setKey(2, "y"); }), 0) << "an element may keep its own key";
   c.setKey(2, "z");
   EXPECT_EQ(c.KeyIndex("z"), 2);
+
+  // A missing key is the empty key, which only the first such element can have.
+  clsCollection unkeyed;
+  unkeyed.Add("first");
+  EXPECT_EQ(unkeyed.key(1).toString(), "");
+  EXPECT_EQ(unkeyed.KeyIndex(""), 1);
+  EXPECT_EQ(errorNumberOf([&] { unkeyed.Add("second"); }), 475);
+  EXPECT_EQ(errorNumberOf([&] { unkeyed.Add("second", ""); }), 475);
+  EXPECT_EQ(unkeyed.Count(), 1);
 }
 
 TEST(Collection, PositionsOutsideTheElementsRaise9) {
   clsCollection c = abc();
   for (int32_t bad : {0, -1, 4}) {
     SCOPED_TRACE(bad);
-    EXPECT_EQ(errorOf([&] { c.item(bad); }), errnum::SubscriptOutOfRange);
-    EXPECT_EQ(errorOf([&] { c.setItem(bad, "v"); }), errnum::SubscriptOutOfRange);
-    EXPECT_EQ(errorOf([&] { c.key(bad); }), errnum::SubscriptOutOfRange);
-    EXPECT_EQ(errorOf([&] { c.setKey(bad, "new"); }), errnum::SubscriptOutOfRange);
-    EXPECT_EQ(errorOf([&] { c.RemoveItem(bad); }), errnum::SubscriptOutOfRange);
-    EXPECT_EQ(errorOf([&] { c.MoveTo(bad, 1); }), errnum::SubscriptOutOfRange);
-    EXPECT_EQ(errorOf([&] { c.MoveTo(1, bad); }), errnum::SubscriptOutOfRange);
+    for (const std::function<void()>& call : std::vector<std::function<void()>>{
+             [&] { c.item(bad); }, [&] { c.setItem(bad, "v"); }, [&] { c.key(bad); }, [&] { c.setKey(bad, "new"); },
+             [&] { c.RemoveItem(bad); }, [&] { c.MoveTo(bad, 1); }, [&] { c.MoveTo(1, bad); }})
+      EXPECT_EQ(errorNumberOf(call), errnum::SubscriptOutOfRange);
   }
   EXPECT_EQ(itemsOf(c), QStringList({"a", "b", "c"}));
-  EXPECT_EQ(errorOf([] { clsCollection().item(1); }), errnum::SubscriptOutOfRange);
+  EXPECT_EQ(errorNumberOf([] { clsCollection().item(1); }), errnum::SubscriptOutOfRange);
+  // So does searching the items of an empty collection.
+  clsCollection empty;
+  EXPECT_EQ(errorNumberOf([&] { empty.ItemIndex("a"); }), errnum::SubscriptOutOfRange);
+  EXPECT_EQ(errorNumberOf([&] { empty.ItemExists("a"); }), errnum::SubscriptOutOfRange);
+  EXPECT_TRUE(c.ItemExists("b"));
+  EXPECT_FALSE(c.ItemExists("d"));
+  EXPECT_EQ(c.ItemIndex("d"), -1);
 }
 
 TEST(Collection, CompareModeDecidesCaseOfKeysAndItems) {
   clsCollection c;
-  c.Add("Item", "x");
-  EXPECT_EQ(c.KeyIndex("X"), -1);
+  c.Add("Item", "ab");
+  EXPECT_EQ(c.KeyIndex("AB"), -1);
   EXPECT_EQ(c.ItemIndex("ITEM"), -1);
   c.setCompare(clsCollection::kTextCompare);
-  EXPECT_EQ(c.KeyIndex("X"), 1);
+  EXPECT_EQ(c.KeyIndex("AB"), 1);
   EXPECT_EQ(c.ItemIndex("ITEM"), 1);
-  EXPECT_EQ(errorOf([&] { c.Add("other", "X"); }), 475);
-  c.setCompare(clsCollection::kBinaryCompare);
-  c.Add("other", "X");
-  EXPECT_EQ(c.KeyIndex("X"), 2);
-}
-
-TEST(Collection, KeysOfDifferentLengthNeverMatch) {
-  clsCollection c;
-  c.Add("1", "ab");
-  c.setCompare(clsCollection::kTextCompare);
+  EXPECT_EQ(errorNumberOf([&] { c.Add("other", "Ab"); }), 475);
+  // Keys of different length never match.
   EXPECT_EQ(c.KeyIndex("abc"), -1);
   EXPECT_EQ(c.KeyIndex("a"), -1);
   c.Add("2", "abc");
   EXPECT_EQ(c.KeyIndex("ABC"), 2);
+  c.setCompare(clsCollection::kBinaryCompare);
+  c.Add("other", "AB");
+  EXPECT_EQ(c.KeyIndex("AB"), 3);
 }
 
-TEST(Collection, MissingKeysAreEmptyAndOnlyTheFirstCanBeAdded) {
-  clsCollection c;
-  c.Add("first");
-  EXPECT_EQ(c.key(1).toString(), "");
-  EXPECT_EQ(c.KeyIndex(""), 1);
-  EXPECT_EQ(errorOf([&] { c.Add("second"); }), 475) << "the empty key is a key like any other";
-  EXPECT_EQ(errorOf([&] { c.Add("second", ""); }), 475);
-  EXPECT_EQ(c.Count(), 1);
-}
-
-TEST(Collection, RemovingMovesLaterElementsDown) {
+TEST(Collection, RemoveMoveAndSortKeepKeysWithTheirItems) {
   clsCollection c = abc();
+  c.MoveTo(1, 3);
+  EXPECT_EQ(itemsOf(c), QStringList({"b", "c", "a"}));
+  c.MoveTo(3, 1);
+  EXPECT_EQ(keysOf(c), QStringList({"ka", "kb", "kc"}));
   c.RemoveItem(2);
-  EXPECT_EQ(c.Count(), 2);
   EXPECT_EQ(itemsOf(c), QStringList({"a", "c"}));
   EXPECT_EQ(c.KeyIndex("kc"), 2);
   EXPECT_FALSE(c.KeyExists("kb"));
@@ -146,29 +124,7 @@ TEST(Collection, RemovingMovesLaterElementsDown) {
   EXPECT_EQ(c.KeyIndex("ka"), 1);
   c.RemoveAll();
   EXPECT_EQ(c.Count(), 0);
-}
 
-TEST(Collection, ItemSearchRaises9OnAnEmptyCollection) {
-  clsCollection c;
-  EXPECT_EQ(errorOf([&] { c.ItemIndex("a"); }), errnum::SubscriptOutOfRange);
-  EXPECT_EQ(errorOf([&] { c.ItemExists("a"); }), errnum::SubscriptOutOfRange);
-  c.Add("a", "k");
-  EXPECT_TRUE(c.ItemExists("a"));
-  EXPECT_FALSE(c.ItemExists("b"));
-  EXPECT_EQ(c.ItemIndex("b"), -1);
-}
-
-TEST(Collection, MoveToPutsTheElementAtTheTargetPosition) {
-  clsCollection c = abc();
-  c.MoveTo(1, 3);
-  EXPECT_EQ(itemsOf(c), QStringList({"b", "c", "a"}));
-  c.MoveTo(3, 1);
-  EXPECT_EQ(itemsOf(c), QStringList({"a", "b", "c"}));
-  EXPECT_EQ(keysOf(c), QStringList({"ka", "kb", "kc"}));
-}
-
-TEST(Collection, SortOrdersItemsAndKeysTravelWithThem) {
-  clsCollection c;
   c.Add("pear", "1");
   c.Add("apple", "2");
   c.Add("fig", "3");
@@ -180,42 +136,31 @@ TEST(Collection, SortOrdersItemsAndKeysTravelWithThem) {
   EXPECT_EQ(keysOf(c), QStringList({"1", "3", "2"}));
 }
 
-TEST(Collection, SavedFileReadsBackAndReplacesTheContent) {
+TEST(Collection, FilesReadBackAndBadFilesRaiseAndLeaveItEmpty) {
   test::ScopedTempRoot root;
   const QString path = root.path() + "/rules.bin";
   clsCollection saved = abc();
   saved.Add(42, "number");
   saved.SaveToFile(path);
+  clsCollection c;
+  c.Add("old", "old");
+  c.LoadFromFile(path);
+  EXPECT_EQ(keysOf(c), QStringList({"ka", "kb", "kc", "number"}));
+  EXPECT_EQ(c.item(4).toInt(), 42);
 
-  clsCollection loaded;
-  loaded.Add("old", "old");
-  loaded.LoadFromFile(path);
-  EXPECT_EQ(loaded.Count(), 4);
-  EXPECT_EQ(keysOf(loaded), QStringList({"ka", "kb", "kc", "number"}));
-  EXPECT_EQ(loaded.item(4).toInt(), 42);
-}
-
-TEST(Collection, UnreadableOrForeignFilesRaiseAndLeaveItEmpty) {
-  test::ScopedTempRoot root;
-  clsCollection c = abc();
-  EXPECT_EQ(errorOf([&] { c.LoadFromFile(root.path() + "/missing.bin"); }), 75);
+  EXPECT_EQ(errorNumberOf([&] { c.LoadFromFile(root.path() + "/missing.bin"); }), 75);
   EXPECT_EQ(c.Count(), 0);
-
   c = abc();
-  const QString foreign = root.write("foreign.bin", "not a collection");
-  EXPECT_EQ(errorOf([&] { c.LoadFromFile(foreign); }), 62);
+  EXPECT_EQ(errorNumberOf([&] { c.LoadFromFile(root.write("foreign.bin", "not a collection")); }), 62);
   EXPECT_EQ(c.Count(), 0);
-
-  const QString whole = root.path() + "/whole.bin";
-  abc().SaveToFile(whole);
-  QFile file(whole);
+  c = abc();
+  QFile file(path);
   ASSERT_TRUE(file.open(QIODevice::ReadWrite));
   file.resize(file.size() - 3);
   file.close();
-  EXPECT_EQ(errorOf([&] { c.LoadFromFile(whole); }), 62);
+  EXPECT_EQ(errorNumberOf([&] { c.LoadFromFile(path); }), 62);
   EXPECT_EQ(c.Count(), 0);
-
-  EXPECT_EQ(errorOf([&] { abc().SaveToFile(root.path() + "/no/such/folder/x.bin"); }), 75);
+  EXPECT_EQ(errorNumberOf([&] { abc().SaveToFile(root.path() + "/no/such/folder/x.bin"); }), 75);
 }
 
 }  // namespace

@@ -9,17 +9,28 @@
 #include <QTimer>
 #include <functional>
 #include <gtest/gtest.h>
+#include <type_traits>
 
 #include "dialogs/clsCommonDialog.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
-
-// Readable failures: gtest shows a QString as its text.
-inline void PrintTo(const QString& text, std::ostream* os) { *os << '"' << text.toStdString() << '"'; }
 
 namespace velmora {
 namespace {
 
 const QString DefaultFilter = QString::fromUtf8("所有文件(*.*)|*.*");
+const QChar nul(u'\0');
+
+// The arguments VBGetOpenFileName reads and writes back.
+struct OpenFileName {
+  QString name, title, filter = DefaultFilter;
+  bool readOnly = false;
+  int32_t index = 1, flags = 0;
+  bool run(clsCommonDialog& dialog, bool multiSelect, const QString& folder) {
+    return dialog.VBGetOpenFileName(name, title, true, multiSelect, readOnly, true, filter, index, folder, "", "",
+                                    nullptr, flags);
+  }
+};
 
 TEST(DialogFilter, PairsDescriptionsWithPatternsInQtsForm) {
   const struct {
@@ -34,44 +45,39 @@ TEST(DialogFilter, PairsDescriptionsWithPatternsInQtsForm) {
       {"Note: text|*.txt|All|*.*", {"Note (text)", "*.txt (All)"}},
       // An empty item ends the list, like a double separator.
       {"Text|*.txt||Pictures|*.png", {"Text (*.txt)"}},
-      {"|*.txt|Pictures|*.png", {}},
-      {"", {}},
-      {"Lonely description", {}},
+      {"|*.txt|Pictures|*.png", {}}, {"", {}}, {"Lonely description", {}},
   };
-  for (const auto& c : cases) EXPECT_EQ(clsCommonDialog::QtNameFilters(c.filter), c.qtFilters) << c.filter.toStdString();
+  for (const auto& c : cases) EXPECT_EQ(clsCommonDialog::QtNameFilters(c.filter), c.qtFilters) << c.filter;
 }
 
 TEST(DialogMultiFileName, SplitsABufferIntoFolderAndNames) {
-  QString folder;
-  QStringList names;
-  int32_t count = 0;
-  clsCommonDialog::ParseMultiFileName(QString::fromUtf8("/home/u/图 片/a b.png"), folder, names, count);
-  EXPECT_EQ(folder, QString::fromUtf8("/home/u/图 片/"));
-  EXPECT_EQ(names, QStringList({"a b.png"}));
-  EXPECT_EQ(count, 1);
-
-  const QChar nul(u'\0');
-  clsCommonDialog::ParseMultiFileName(QString("/pics") + nul + "b.png" + nul + "a.png" + nul + nul + "stale" + nul,
-                                      folder, names, count);
-  EXPECT_EQ(folder, "/pics");
-  EXPECT_EQ(names, QStringList({"b.png", "a.png"})) << "the dialog's order, nothing after the double NUL";
-  EXPECT_EQ(count, 2);
-
-  clsCommonDialog::ParseMultiFileName(QString("/") + nul + "a" + nul + "b" + nul + nul, folder, names, count);
-  EXPECT_EQ(folder, "/");
-  EXPECT_EQ(count, 2);
+  const struct {
+    QString buffer, folder;
+    QStringList names;
+  } cases[] = {
+      {QString::fromUtf8("/home/u/图 片/a b.png"), QString::fromUtf8("/home/u/图 片/"), {"a b.png"}},
+      // The dialog's order, nothing after the double NUL.
+      {QString("/pics") + nul + "b.png" + nul + "a.png" + nul + nul + "stale" + nul, "/pics", {"b.png", "a.png"}},
+      {QString("/") + nul + "a" + nul + "b" + nul + nul, "/", {"a", "b"}},
+  };
+  for (const auto& c : cases) {
+    QString folder;
+    QStringList names;
+    int32_t count = 0;
+    clsCommonDialog::ParseMultiFileName(c.buffer, folder, names, count);
+    EXPECT_EQ(folder, c.folder);
+    EXPECT_EQ(names, c.names);
+    EXPECT_EQ(count, c.names.size());
+  }
 }
 
 // A dialog that cannot be seen (offscreen platform) must fail at once instead of waiting for
 // a click that cannot come. Under X the test runs itself again on the offscreen platform.
 TEST(DialogWithoutAScreen, FailsAtOnce) {
   if (QGuiApplication::platformName() == u"offscreen") {
-    QString name, title, filter = DefaultFilter;
-    bool readOnly = false;
-    int32_t index = 1, flags = 0;
     clsCommonDialog dialog;
-    EXPECT_FALSE(dialog.VBGetOpenFileName(name, title, true, false, readOnly, true, filter, index, "", "", "",
-                                          nullptr, flags));
+    OpenFileName open;
+    EXPECT_FALSE(open.run(dialog, false, ""));
     EXPECT_EQ(dialog.APIReturn(), 0);
     EXPECT_EQ(dialog.ExtendedError(), clsCommonDialog::CDERR_DIALOGFAILURE);
     EXPECT_EQ(ShowOpenDialog(true, true, DefaultFilter, 1, "", ""), "");
@@ -91,8 +97,8 @@ TEST(DialogWithoutAScreen, FailsAtOnce) {
     FAIL() << "the dialog waited on a screen nobody can see";
   }
   const QString output = QString::fromLocal8Bit(child.readAll());
-  EXPECT_EQ(child.exitCode(), 0) << output.toStdString();
-  EXPECT_TRUE(output.contains("[  PASSED  ] 1 test")) << output.toStdString();
+  EXPECT_EQ(child.exitCode(), 0) << output;
+  EXPECT_TRUE(output.contains("[  PASSED  ] 1 test")) << output;
 }
 
 // Drives the real dialog the way a user does: waits for it, then types names or selects
@@ -122,41 +128,45 @@ class Dialogs : public ::testing::Test {
     timer->start(20);
   }
   // Runs `act` on the modal widget of type T as soon as it is shown.
-  template <typename T>
-  void whenShown(std::function<void(T&)> act) {
+  template <typename T = QFileDialog>
+  void whenShown(std::type_identity_t<std::function<void(T&)>> act) {
     poll([act] {
       auto* widget = qobject_cast<T*>(QApplication::activeModalWidget());
       if (widget) act(*widget);
       return widget != nullptr;
     });
   }
-  void whenDialogShown(std::function<void(QFileDialog&)> act) { whenShown<QFileDialog>(std::move(act)); }
+  void whenShownType(const QString& text) { whenShown([text](QFileDialog& dialog) { type(dialog, text); }); }
+  void whenShownCancel() { whenShown([](QFileDialog& dialog) { dialog.reject(); }); }
 
   static void accept(QFileDialog& dialog) { QMetaObject::invokeMethod(&dialog, "accept", Qt::QueuedConnection); }
   static void type(QFileDialog& dialog, const QString& text) {
     dialog.findChild<QLineEdit*>("fileNameEdit")->setText(text);
     accept(dialog);
   }
-  static QListView* fileList(QFileDialog& dialog) { return dialog.findChild<QListView*>("listView"); }
   static int listedCount(QFileDialog& dialog) {
-    QListView* view = fileList(dialog);
+    QListView* view = dialog.findChild<QListView*>("listView");
     return view->model()->rowCount(view->rootIndex());
   }
-  // Once the folder is listed, selects the named files in the list as a user would with
-  // Ctrl+click, then accepts.
-  void selectAndAccept(QFileDialog& dialog, const QStringList& names) {
+  // Once the folder lists at least `count` entries, calls `act` on the dialog.
+  void whenListed(QFileDialog& dialog, int count, std::function<void(QFileDialog&)> act) {
     QPointer<QFileDialog> guard(&dialog);
-    poll([guard, names] {
-      if (!guard) return true;
-      if (listedCount(*guard) < names.size()) return false;
-      QListView* view = fileList(*guard);
+    poll([guard, count, act] {
+      if (guard && listedCount(*guard) < count) return false;
+      if (guard) act(*guard);
+      return true;
+    });
+  }
+  // Selects the named files in the list as a user would with Ctrl+click, then accepts.
+  void selectAndAccept(QFileDialog& dialog, const QStringList& names) {
+    whenListed(dialog, int(names.size()), [names](QFileDialog& listed) {
+      QListView* view = listed.findChild<QListView*>("listView");
       for (int row = 0; row < view->model()->rowCount(view->rootIndex()); ++row) {
         const QModelIndex index = view->model()->index(row, 0, view->rootIndex());
         if (names.contains(index.data().toString()))
           view->selectionModel()->select(index, QItemSelectionModel::Select | QItemSelectionModel::Rows);
       }
-      accept(*guard);
-      return true;
+      accept(listed);
     });
   }
 
@@ -168,25 +178,20 @@ class Dialogs : public ::testing::Test {
 };
 
 TEST_F(Dialogs, CancelGivesNothingAndResetsTheOutputs) {
-  whenDialogShown([](QFileDialog& dialog) { dialog.reject(); });
+  whenShownCancel();
   EXPECT_EQ(ShowOpenDialog(true, false, DefaultFilter, 1, temp.path(), ""), "");
-  whenDialogShown([](QFileDialog& dialog) { dialog.reject(); });
+  whenShownCancel();
   EXPECT_EQ(ShowSaveDialog(true, DefaultFilter, 1, temp.path(), "", ""), "");
 
-  QString name = "given.txt", title = "x", filter = DefaultFilter;
-  bool readOnly = true;
-  int32_t index = 1, flags = 0x10;
+  OpenFileName open{"given.txt", "x", DefaultFilter, true, 1, 0x10};
   clsCommonDialog dialog;
-  whenDialogShown([](QFileDialog& shown) { shown.reject(); });
-  EXPECT_FALSE(dialog.VBGetOpenFileName(name, title, true, false, readOnly, true, filter, index, temp.path(), "", "",
-                                        nullptr, flags));
+  whenShownCancel();
+  EXPECT_FALSE(open.run(dialog, false, temp.path()));
   EXPECT_EQ(dialog.APIReturn(), 0);
   EXPECT_EQ(dialog.ExtendedError(), 0) << "cancelling is no failure";
-  EXPECT_EQ(name, "");
-  EXPECT_EQ(title, "");
-  EXPECT_EQ(filter, "");
-  EXPECT_EQ(index, -1);
-  EXPECT_EQ(flags, 0);
+  EXPECT_EQ(open.name + open.title + open.filter, "");
+  EXPECT_EQ(open.index, -1);
+  EXPECT_EQ(open.flags, 0);
 }
 
 TEST_F(Dialogs, OpenReturnsOneFullPathWithOddCharactersIntact) {
@@ -194,18 +199,18 @@ TEST_F(Dialogs, OpenReturnsOneFullPathWithOddCharactersIntact) {
   const QString picked = QString::fromUtf8("my 'odd' \"图片\" #1 & [x]|é.png");
   const QString pickedPath = temp.write(picked, "x");
   QString shownTitle, shownFolder;
-  whenDialogShown([&](QFileDialog& dialog) {
+  whenShown([&](QFileDialog& dialog) {
     shownTitle = dialog.windowTitle();
     shownFolder = dialog.directory().absolutePath();
     selectAndAccept(dialog, {picked});
   });
-  EXPECT_EQ(ShowOpenDialog(true, false, DefaultFilter, 1, temp.path(), QString::fromUtf8("Pick one — 选择")),
-            pickedPath);
-  EXPECT_EQ(shownTitle, QString::fromUtf8("Pick one — 选择"));
+  const QString title = QString::fromUtf8("Pick one — 选择");
+  EXPECT_EQ(ShowOpenDialog(true, false, DefaultFilter, 1, temp.path(), title), pickedPath);
+  EXPECT_EQ(shownTitle, title);
   EXPECT_EQ(shownFolder, temp.path());
 
   const QString typedPath = temp.write(QString::fromUtf8("a  b 'c' ü|文件.txt"), "x");
-  whenDialogShown([&](QFileDialog& dialog) { type(dialog, typedPath); });
+  whenShownType(typedPath);
   EXPECT_EQ(ShowOpenDialog(true, false, DefaultFilter, 1, temp.path(), ""), typedPath);
 }
 
@@ -213,62 +218,58 @@ TEST_F(Dialogs, TheFilterIndexPicksTheFilterShownFirst) {
   temp.write("a.png", "x");
   temp.write("README", "x");
   const QString filter = "Text|*.txt|Pictures|*.png;*.gif|" + DefaultFilter;
-  struct Case {
-    int32_t index;
-    QString expected;
-  };
   // The list shows the page's descriptions as written, without Qt's pattern suffix.
-  const Case cases[] = {
+  const std::pair<int32_t, QString> cases[] = {
       {2, "Pictures"}, {1, "Text"}, {0, "Text"}, {4, "Text"}, {3, QString::fromUtf8("所有文件(*.*)")}};
-  for (const Case& c : cases) {
+  for (const auto& [index, expected] : cases) {
     QString selected;
-    whenDialogShown([&](QFileDialog& dialog) {
+    whenShown([&](QFileDialog& dialog) {
       selected = dialog.selectedNameFilter();
       dialog.reject();
     });
-    ShowOpenDialog(true, false, filter, c.index, temp.path(), "");
-    EXPECT_EQ(selected, c.expected) << "index " << c.index;
+    ShowOpenDialog(true, false, filter, index, temp.path(), "");
+    EXPECT_EQ(selected, expected) << "index " << index;
   }
 
   // "All files" lists a name without a dot too: Qt reads the patterns from the last
   // parentheses, not from the "(*.*)" of the description.
   int listed = 0;
-  whenDialogShown([&](QFileDialog& dialog) {
-    QPointer<QFileDialog> guard(&dialog);
-    poll([&, guard] {
-      if (!guard) return true;
-      if (listedCount(*guard) < 2) return false;
-      listed = listedCount(*guard);
-      guard->reject();
-      return true;
+  whenShown([&](QFileDialog& dialog) {
+    whenListed(dialog, 2, [&](QFileDialog& shown) {
+      listed = listedCount(shown);
+      shown.reject();
     });
   });
   ShowOpenDialog(true, false, DefaultFilter, 1, temp.path(), "");
   EXPECT_EQ(listed, 2);
 }
 
-TEST_F(Dialogs, OpenReportsTheChosenFilterAndFileTitle) {
+TEST_F(Dialogs, OpenReportsTheChosenFilterTitleAndForAMultipleSelectionFolderAndNames) {
   const QString path = temp.write("b.gif", "x");
-  QString name, title, filter = "Text|*.txt|Pictures|*.png;*.gif";
-  bool readOnly = false;
-  int32_t index = 2, flags = 0x20;
+  temp.write("a.gif", "x");
+  OpenFileName open{"", "", "Text|*.txt|Pictures|*.png;*.gif", false, 2, 0x20};
   clsCommonDialog dialog;
-  whenDialogShown([&](QFileDialog& shown) { type(shown, "b.gif"); });
-  ASSERT_TRUE(dialog.VBGetOpenFileName(name, title, true, false, readOnly, true, filter, index, temp.path(), "", "",
-                                       nullptr, flags));
+  whenShownType("b.gif");
+  ASSERT_TRUE(open.run(dialog, false, temp.path()));
   EXPECT_EQ(dialog.APIReturn(), 1);
-  EXPECT_EQ(name, path);
-  EXPECT_EQ(title, "b.gif");
-  EXPECT_EQ(filter, QString("Pictures") + QChar(u'\0') + "*.png;*.gif");
-  EXPECT_EQ(index, 2);
-  EXPECT_EQ(flags, clsCommonDialog::OFN_FILEMUSTEXIST | clsCommonDialog::OFN_HIDEREADONLY)
+  EXPECT_EQ(open.name, path);
+  EXPECT_EQ(open.title, "b.gif");
+  EXPECT_EQ(open.filter, QString("Pictures") + nul + "*.png;*.gif");
+  EXPECT_EQ(open.index, 2);
+  EXPECT_EQ(open.flags, clsCommonDialog::OFN_FILEMUSTEXIST | clsCommonDialog::OFN_HIDEREADONLY)
       << "the hook bit is dropped";
-  EXPECT_FALSE(readOnly);
+  EXPECT_FALSE(open.readOnly);
+
+  OpenFileName multiple;
+  whenShownType("\"b.gif\" \"a.gif\"");
+  ASSERT_TRUE(multiple.run(dialog, true, temp.path()));
+  EXPECT_EQ(multiple.name, temp.path() + nul + "b.gif" + nul + "a.gif" + nul + nul);
+  EXPECT_TRUE(multiple.flags & clsCommonDialog::OFN_EXPLORER);
 }
 
 TEST_F(Dialogs, AFileThatMustExistIsRefusedUntilItDoes) {
   bool warned = false;
-  whenDialogShown([&](QFileDialog& dialog) {
+  whenShown([&](QFileDialog& dialog) {
     QPointer<QFileDialog> guard(&dialog);
     whenShown<QMessageBox>([&warned, guard](QMessageBox& box) {
       warned = true;
@@ -280,7 +281,7 @@ TEST_F(Dialogs, AFileThatMustExistIsRefusedUntilItDoes) {
   EXPECT_EQ(ShowOpenDialog(true, false, DefaultFilter, 1, temp.path(), ""), "");
   EXPECT_TRUE(warned);
 
-  whenDialogShown([](QFileDialog& dialog) { type(dialog, "missing.txt"); });
+  whenShownType("missing.txt");
   EXPECT_EQ(ShowOpenDialog(false, false, DefaultFilter, 1, temp.path(), ""), temp.path() + "/missing.txt");
 }
 
@@ -289,7 +290,7 @@ TEST_F(Dialogs, MultipleSelectionJoinsFullPathsWithBars) {
   QStringList paths;
   for (const QString& name : names) paths << temp.write(name, "x");
   temp.write("other.png", "x");
-  whenDialogShown([&](QFileDialog& dialog) { selectAndAccept(dialog, names); });
+  whenShown([&](QFileDialog& dialog) { selectAndAccept(dialog, names); });
   const QString chosen = ShowOpenDialog(true, true, DefaultFilter, 1, temp.path(), "");
   QStringList chosenPaths = chosen.split('|');
   chosenPaths.sort();
@@ -297,37 +298,20 @@ TEST_F(Dialogs, MultipleSelectionJoinsFullPathsWithBars) {
   EXPECT_EQ(chosenPaths, paths);
   EXPECT_FALSE(chosen.contains("//"));
 
-  whenDialogShown([](QFileDialog& dialog) { type(dialog, "c.png"); });
+  whenShownType("c.png");
   EXPECT_EQ(ShowOpenDialog(true, true, DefaultFilter, 1, temp.path(), ""), temp.path() + "/c.png")
       << "one file, no bar";
 }
 
-TEST_F(Dialogs, MultipleSelectionBufferHoldsFolderAndNames) {
-  temp.write("a.png", "x");
-  temp.write("b.png", "x");
-  QString name, title, filter = DefaultFilter;
-  bool readOnly = false;
-  int32_t index = 1, flags = 0;
-  clsCommonDialog dialog;
-  whenDialogShown([](QFileDialog& shown) { type(shown, "\"b.png\" \"a.png\""); });
-  ASSERT_TRUE(dialog.VBGetOpenFileName(name, title, true, true, readOnly, true, filter, index, temp.path(), "", "",
-                                       nullptr, flags));
-  const QChar nul(u'\0');
-  EXPECT_EQ(name, temp.path() + nul + "b.png" + nul + "a.png" + nul + nul);
-  EXPECT_TRUE(flags & clsCommonDialog::OFN_EXPLORER);
-}
-
-TEST_F(Dialogs, SaveAddsTheDefaultExtensionToANameWithoutOne) {
-  whenDialogShown([](QFileDialog& dialog) { type(dialog, "page"); });
+TEST_F(Dialogs, SaveAddsTheDefaultExtensionAndAsksBeforeOverwritingOnlyWhenTold) {
+  whenShownType("page");
   EXPECT_EQ(ShowSaveDialog(true, "Web pages|*.htm", 1, temp.path(), "", "htm"), temp.path() + "/page.htm");
-  whenDialogShown([](QFileDialog& dialog) { type(dialog, "page.html"); });
+  whenShownType("page.html");
   EXPECT_EQ(ShowSaveDialog(true, "Web pages|*.htm", 1, temp.path(), "", "htm"), temp.path() + "/page.html");
-}
 
-TEST_F(Dialogs, SaveAsksBeforeOverwritingOnlyWhenTold) {
   const QString existing = temp.write("page.htm", "old");
   bool asked = false;
-  whenDialogShown([&](QFileDialog& dialog) {
+  whenShown([&](QFileDialog& dialog) {
     whenShown<QMessageBox>([&asked](QMessageBox& box) {
       asked = true;
       box.button(QMessageBox::Yes)->click();
@@ -336,8 +320,7 @@ TEST_F(Dialogs, SaveAsksBeforeOverwritingOnlyWhenTold) {
   });
   EXPECT_EQ(ShowSaveDialog(true, DefaultFilter, 1, temp.path(), "", ""), existing);
   EXPECT_TRUE(asked);
-
-  whenDialogShown([](QFileDialog& dialog) { type(dialog, "page.htm"); });
+  whenShownType("page.htm");
   EXPECT_EQ(ShowSaveDialog(false, DefaultFilter, 1, temp.path(), "", ""), existing) << "no question asked";
 }
 

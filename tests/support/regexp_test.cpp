@@ -9,17 +9,17 @@
 #include <string_view>
 
 #include "support/RegExp.h"
-#include "core/ScriptError.h"
+#include "support/RequiredLiteral.h"
+#include "tests/common/Helpers.h"
 
 namespace velmora {
 namespace {
 
 using namespace std::string_view_literals;
+using test::errorOf;
 
 struct Case {
-  std::u16string_view pattern;
-  std::u16string_view input;
-  std::u16string_view replacement;
+  std::u16string_view pattern, input, replacement;
 };
 
 QString q(std::u16string_view text) { return QString::fromUtf16(text.data(), qsizetype(text.size())); }
@@ -27,115 +27,47 @@ QString q(std::u16string_view text) { return QString::fromUtf16(text.data(), qsi
 // Cases where this dialect and ECMAScript (flags "gi") must agree, chosen where PCRE2's own
 // defaults would not.
 const Case kSameAsEcmaScript[] = {
-    // "$" only at the very end, "^" only at the start
-    {u"a$", u"a\n", u"X"},
-    {u"$", u"ab\ncd\n", u"#"},
-    {u"^", u"ab\ncd", u"#"},
-    {u"^a", u"aaa", u"-"},
-    // "." and line feeds
+    // "$" only at the very end, "^" only at the start; "." and line feeds
+    {u"a$", u"a\n", u"X"}, {u"$", u"ab\ncd\n", u"#"}, {u"^", u"ab\ncd", u"#"}, {u"^a", u"aaa", u"-"},
     {u"a.b", u"a\nb a-b", u"X"},
     // \w \W \d \b \s are ASCII
-    {uR"(\w+)", u"héllo wörld_1", u"[$&]"},
-    {uR"(\W)", u"é-ÿ", u"_"},
-    {uR"([\W])", u"kK", u"_"},
-    {uR"(\d+)", u"12٣4", u"#"},
-    {uR"(\bw)", u"éw aw w", u"X"},
-    {uR"(\s+)", u"a\t\v\f\r\n b\u0085c", u"_"},
-    {uR"(\S+)", u"a\u0085 b", u"[$&]"},
-    {uR"([\w-]+)", u"a-b c", u"x"},
+    {uR"(\w+)", u"héllo wörld_1", u"[$&]"}, {uR"(\W)", u"é-ÿ", u"_"}, {uR"([\W])", u"kK", u"_"},
+    {uR"(\d+)", u"12٣4", u"#"}, {uR"(\bw)", u"éw aw w", u"X"}, {uR"(\s+)", u"a\t\v\f\r\n b\u0085c", u"_"},
+    {uR"(\S+)", u"a\u0085 b", u"[$&]"}, {uR"([\w-]+)", u"a-b c", u"x"},
     // groups that did not take part (null) beside one that took part empty
-    {u"(a)|(b)(c?)", u"xAb", u"[$1|$2|$3]"},
-    {u"((a)?b)", u"b", u"<$2>"},
-    // replacement references
-    {u"b", u"abc", u"$$"},
-    {u"b", u"abc", u"[$&]"},
-    {u"b", u"abc", u"[$`]"},
-    {u"b", u"abc", u"[$']"},
-    {u"(b)", u"abc", u"$0"},
-    {u"(b)", u"abc", u"$10"},
-    {u"(b)", u"abc", u"$01"},
-    {u"(b)", u"abc", u"$2"},
-    {u"(b)", u"abc", u"$"},
-    {u"(b)", u"abc", u"$x$"},
-    {u"(b)", u"abc", u"$<x>"},
-    {u"b", u"abc", u"$1"},
+    {u"(a)|(b)(c?)", u"xAb", u"[$1|$2|$3]"}, {u"((a)?b)", u"b", u"<$2>"},
+    // replacement references, a lone "$" at the end among them
+    {u"b", u"abc", u"$$[$&][$`][$']"}, {u"(b)", u"abc", u"[$0|$10|$01|$2|$<x>]$x$"}, {u"b", u"abc", u"$1"},
     {u"(a)(b)(c)(d)(e)(f)(g)(h)(i)(j)(k)", u"abcdefghijk", u"$11$10$1$011"},
-    // case-insensitive beyond ASCII
-    {u"é", u"ÉéE", u"x"},
-    {u"σ", u"Σσς", u"x"},
-    {u"ǆ", u"ǄǅǆDž", u"x"},
-    {u"ÿ", u"Ÿ", u"x"},
-    {u"[à-ÿ]+", u"ÀÉÎõ", u"x"},
-    {u"straße", u"STRASSE straße STRAßE", u"x"},
-    {u"[a-z]+", u"ABC", u"x"},
-    {u"[^a-z]", u"A1", u"x"},
-    // ASCII letters fold with ASCII letters only: not with the Kelvin sign or the long s
-    {u"k", u"\u212a K k", u"x"},
-    {u"[a-z]+", u"\u017f\u212aab", u"x"},
-    {u"\u212a|\u017f", u"\u212a k \u017f s", u"x"},
+    // case-insensitive beyond ASCII; ASCII letters fold with ASCII letters only (not the Kelvin sign, the long s)
+    {u"é", u"ÉéE", u"x"}, {u"σ", u"Σσς", u"x"}, {u"ǆ", u"ǄǅǆDž", u"x"}, {u"ÿ", u"Ÿ", u"x"}, {u"[à-ÿ]+", u"ÀÉÎõ", u"x"},
+    {u"straße", u"STRASSE straße STRAßE", u"x"}, {u"[a-z]+", u"ABC", u"x"}, {u"[^a-z]", u"A1", u"x"},
+    {u"k", u"\u212a K k", u"x"}, {u"[a-z]+", u"\u017f\u212aab", u"x"}, {u"\u212a|\u017f", u"\u212a k \u017f s", u"x"},
     {uR"(\u212a)", u"\u212a k", u"x"},
     // empty matches
-    {u"x*", u"abc", u"-"},
-    {u"a*", u"baaac", u"-"},
-    {u"a*?", u"aa", u"-"},
-    {uR"(\b)", u"ab cd", u"|"},
-    {u"(?=a)", u"aXa", u"^"},
-    {u"a|", u"bab", u"-"},
+    {u"x*", u"abc", u"-"}, {u"a*", u"baaac", u"-"}, {u"a*?", u"aa", u"-"}, {uR"(\b)", u"ab cd", u"|"},
+    {u"(?=a)", u"aXa", u"^"}, {u"a|", u"bab", u"-"},
     // lazy quantifiers
     {uR"(<b>([^a]|a)*?</b>)", u"<b>x\nY</b><B></B><b>a", u"[$1]"},
     {uR"(<b>([^a]|a)+?</b>)", u"<b></b></b><b>A</b>", u"[$1]"},
-    {uR"(x([^a]|a)*?(y)|z)", u"xzzy z xy", u"[$1$2]"},
-    {u"<.+?>", u"<a><b>", u"[$&]"},
-    {u"a{2,3}?", u"aaaaa", u"-"},
-    {uR"(<b>[\s\S]*?</b>)", u"<b>1</b>x<B>2\n</B>", u"!"},
-    {u"(a+?)(a*)", u"aaa", u"[$1|$2]"},
-    // look-ahead
-    {u"a(?=b)", u"abac", u"X"},
-    {u"a(?!b)", u"abac", u"X"},
-    {uR"((?=(a+))a*b\1)", u"baaabac", u"[$&|$1]"},
-    // back-references
-    {uR"((a)\1)", u"aA Aa ab", u"X"},
-    {uR"(\1(a))", u"a", u"X"},
-    {uR"((a)|\1b)", u"b", u"X"},
-    {uR"(<(b|i)>[^<]*</\1>)", u"<b>x</B><i>y</b>", u"!"},
-    {uR"((?<n>a)\k<n>)", u"aA", u"x"},
+    {uR"(x([^a]|a)*?(y)|z)", u"xzzy z xy", u"[$1$2]"}, {u"<.+?>", u"<a><b>", u"[$&]"}, {u"a{2,3}?", u"aaaaa", u"-"},
+    {uR"(<b>[\s\S]*?</b>)", u"<b>1</b>x<B>2\n</B>", u"!"}, {u"(a+?)(a*)", u"aaa", u"[$1|$2]"},
+    // look-ahead and back-references
+    {u"a(?=b)", u"abac", u"X"}, {u"a(?!b)", u"abac", u"X"}, {uR"((?=(a+))a*b\1)", u"baaabac", u"[$&|$1]"},
+    {uR"((a)\1)", u"aA Aa ab", u"X"}, {uR"(\1(a))", u"a", u"X"}, {uR"((a)|\1b)", u"b", u"X"},
+    {uR"(<(b|i)>[^<]*</\1>)", u"<b>x</B><i>y</b>", u"!"}, {uR"((?<n>a)\k<n>)", u"aA", u"x"},
     // ECMAScript escapes
-    {uR"(\u00e9)", u"É", u"x"},
-    {uR"(\x41)", u"a", u"x"},
-    {uR"(\xg)", u"xg", u"_"},
-    {uR"(\u{2})", u"uuu", u"x"},
-    {uR"(\u12)", u"u12", u"x"},
-    {uR"(a\/b)", u"a/b", u"x"},
-    {uR"(a\vb)", u"a\u000bb a\nb", u"x"},
-    {uR"([\v]+)", u"\u000b\n\r", u"x"},
-    {uR"(\cJ)", u"\n", u"x"},
-    {uR"(\c1)", u"\\c1", u"x"},
-    {uR"([\c1])", u"\u0011", u"x"},
-    {uR"(a\0b)", u"a\0b"sv, u"x"},
+    {uR"(\u00e9)", u"É", u"x"}, {uR"(\x41)", u"a", u"x"}, {uR"(\xg)", u"xg", u"_"}, {uR"(\u{2})", u"uuu", u"x"},
+    {uR"(\u12)", u"u12", u"x"}, {uR"(a\/b)", u"a/b", u"x"}, {uR"(a\vb)", u"a\u000bb a\nb", u"x"},
+    {uR"([\v]+)", u"\u000b\n\r", u"x"}, {uR"(\cJ)", u"\n", u"x"}, {uR"(\c1)", u"\\c1", u"x"},
+    {uR"([\c1])", u"\u0011", u"x"}, {uR"(a\0b)", u"a\0b"sv, u"x"},
     {uR"(\e\a\z\Q\h\A\N\R\X\K\G\E)", u"eazQhANRXKGE", u"x"},
-    {uR"(\p{L}+)", u"p{L}", u"x"},
-    {uR"(\k)", u"k", u"x"},
-    {uR"([\B\y])", u"By", u"x"},
-    {uR"(\_\-\#\ )", u"_-# ", u"x"},
+    {uR"(\p{L}+)", u"p{L}", u"x"}, {uR"(\k)", u"k", u"x"}, {uR"([\B\y])", u"By", u"x"}, {uR"(\_\-\#\ )", u"_-# ", u"x"},
     // braces and brackets that are not syntax
-    {u"a{", u"a{", u"x"},
-    {u"{foo}", u"{foo}", u"x"},
-    {u"a{,2}", u"a{,2}", u"x"},
-    {u"x{1,2", u"x{1,2", u"y"},
-    {u"}", u"}", u"x"},
-    {u"]", u"]", u"x"},
-    {u"a[]", u"a", u"x"},
-    {u"a[^]b", u"a\nb", u"x"},
+    {u"a{", u"a{", u"x"}, {u"{foo}", u"{foo}", u"x"}, {u"a{,2}", u"a{,2}", u"x"}, {u"x{1,2", u"x{1,2", u"y"},
+    {u"}", u"}", u"x"}, {u"]", u"]", u"x"}, {u"a[]", u"a", u"x"}, {u"a[^]b", u"a\nb", u"x"},
     {u"[[:alpha:]]+", u"a:]]", u"x"},
 };
-
-QJsonArray casesAsJson() {
-  QJsonArray cases;
-  for (const Case& c : kSameAsEcmaScript) {
-    cases.append(QJsonObject{{"p", q(c.pattern)}, {"t", q(c.input)}, {"r", q(c.replacement)}});
-  }
-  return cases;
-}
 
 // What ECMAScript makes of every case: the replaced text and every match.
 QJsonArray runNode(const QString& node) {
@@ -151,9 +83,12 @@ QJsonArray runNode(const QString& node) {
       });
       process.stdout.write(JSON.stringify(out));
     });)";
+  QJsonArray cases;
+  for (const Case& c : kSameAsEcmaScript)
+    cases.append(QJsonObject{{"p", q(c.pattern)}, {"t", q(c.input)}, {"r", q(c.replacement)}});
   QProcess process;
   process.start(node, {"-e", script});
-  process.write(QJsonDocument(casesAsJson()).toJson(QJsonDocument::Compact));
+  process.write(QJsonDocument(cases).toJson(QJsonDocument::Compact));
   process.closeWriteChannel();
   if (!process.waitForFinished(30000) || process.exitCode() != 0) {
     ADD_FAILURE() << "node failed: " << process.readAllStandardError().toStdString();
@@ -163,8 +98,6 @@ QJsonArray runNode(const QString& node) {
 }
 
 std::string json(const QJsonArray& array) { return QJsonDocument(array).toJson(QJsonDocument::Compact).toStdString(); }
-
-QJsonValue nullOr(const QString& text) { return text.isNull() ? QJsonValue() : QJsonValue(text); }
 
 TEST(RegExpDialect, AgreesWithEcmaScript) {
   const QString node = QStandardPaths::findExecutable("node");
@@ -176,15 +109,15 @@ TEST(RegExpDialect, AgreesWithEcmaScript) {
     const Case& c = kSameAsEcmaScript[i];
     const QJsonObject js = expected[i].toObject();
     SCOPED_TRACE(QStringLiteral("pattern %1 on \"%2\"").arg(q(c.pattern), q(c.input)).toStdString());
-    ASSERT_FALSE(js.contains("error")) << js["error"].toString().toStdString();
+    ASSERT_FALSE(js.contains("error")) << js["error"].toString();
 
     const RegExp regExp(q(c.pattern));
-    EXPECT_EQ(regExp.replace(q(c.input), q(c.replacement)).toStdString(), js["replaced"].toString().toStdString());
+    EXPECT_EQ(regExp.replace(q(c.input), q(c.replacement)), js["replaced"].toString());
     QJsonArray ours;
     for (const RegExpMatch& m : regExp.execute(q(c.input))) {
       EXPECT_EQ(m.length, m.value.size());
       QJsonArray groups;
-      for (const QString& group : m.subMatches) groups.append(nullOr(group));
+      for (const QString& group : m.subMatches) groups.append(group.isNull() ? QJsonValue() : QJsonValue(group));
       ours.append(QJsonObject{{"start", m.start}, {"value", m.value}, {"groups", groups}});
     }
     EXPECT_EQ(json(ours), json(js["matches"].toArray()));
@@ -194,65 +127,45 @@ TEST(RegExpDialect, AgreesWithEcmaScript) {
 // Where this dialect departs from ECMAScript on purpose (or where PCRE2's case folding is
 // wider), pinned so that a change is noticed.
 TEST(RegExpDialect, DepartsFromEcmaScriptWhereChosen) {
-  struct Difference {
+  const struct {
     std::u16string_view pattern, input, replacement, expected;
-  };
-  const Difference differences[] = {
+  } differences[] = {
       // "." stops only at a line feed (ECMAScript also stops at CR, U+2028, U+2029).
-      {u"a.b", u"a\rb", u"x", u"x"},
-      {u".", u"\u2028", u"x", u"x"},
+      {u"a.b", u"a\rb", u"x", u"x"}, {u".", u"\u2028", u"x", u"x"},
       // \s is ASCII only (ECMAScript's includes U+00A0, U+2003, U+3000, U+FEFF, ...).
       {uR"(\s)", u"\u00a0\u2003\u3000\ufeff", u"x", u"\u00a0\u2003\u3000\ufeff"},
       // A surrogate pair is one character (ECMAScript without "u" sees two).
-      {u".", u"😀", u"x", u"x"},
-      {u"x*", u"😀", u"-", u"-😀-"},
+      {u".", u"😀", u"x", u"x"}, {u"x*", u"😀", u"-", u"-😀-"},
       // A group inside a repetition keeps its last value (ECMAScript clears it each round).
       {u"(?:(a)|b)+", u"ab", u"[$1]", u"[a]"},
       // PCRE2 folds ß with ẞ.
       {u"ß", u"ẞ", u"x", u"x"},
   };
-  for (const Difference& d : differences) {
-    EXPECT_EQ(RegExpReplace(q(d.input), q(d.pattern), q(d.replacement)), q(d.expected)) << q(d.pattern).toStdString();
-  }
+  for (const auto& d : differences)
+    EXPECT_EQ(RegExpReplace(q(d.input), q(d.pattern), q(d.replacement)), q(d.expected)) << q(d.pattern);
 }
 
-ScriptError errorOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const ScriptError& error) {
-    return error;
-  }
-  ADD_FAILURE() << "no ScriptError";
-  return ScriptError(0, {});
-}
-
-TEST(RegExpErrors, InvalidPatternsThrowWithTheirPlace) {
+TEST(RegExpErrors, InvalidPatternsAndRunawayBacktrackingThrow) {
   for (const char16_t* pattern : {u"(a", u"a{2,1}", u"*a", u"[b-a]", u"a\\", u"(?<=a+)b", u"\\1", u"(?<n>a)\\k<m>"}) {
     const ScriptError error = errorOf([&] { RegExpReplace("text", QString::fromUtf16(pattern), ""); });
-    EXPECT_EQ(error.number(), errnum::RegExpSyntax) << QString::fromUtf16(pattern).toStdString();
-    EXPECT_TRUE(error.description().contains("offset")) << error.description().toStdString();
+    EXPECT_EQ(error.number(), errnum::RegExpSyntax) << QString::fromUtf16(pattern);
+    EXPECT_TRUE(error.description().contains("offset")) << error.description();
   }
   // The offset is the one in the pattern as written, not as handed to PCRE2.
-  const ScriptError error = errorOf([] { RegExp(R"(\v\v(ab)"); });
-  EXPECT_TRUE(error.description().contains("offset 7")) << error.description().toStdString();
+  EXPECT_TRUE(errorOf([] { RegExp(R"(\v\v(ab)"); }).description().contains("offset 7"));
   // A failed pattern is not remembered as a good one.
   EXPECT_THROW(RegExp("(a"), ScriptError);
-}
 
-TEST(RegExpErrors, RunawayBacktrackingThrowsInsteadOfNoMatch) {
   const QString text = QString(36, u'a') + u'!';
   for (const char* pattern : {R"(^(a+)+$)", R"(^(\w+\s?)+$)", R"((a|aa)+$)"}) {
-    const RegExp regExp(pattern);
-    const ScriptError error = errorOf([&] { regExp.test(text); });
-    EXPECT_EQ(error.number(), errnum::RegExpGaveUp) << pattern;
+    EXPECT_EQ(errorOf([&] { RegExp(pattern).test(text); }).number(), errnum::RegExpGaveUp) << pattern;
     EXPECT_THROW(RegExpReplace(text, pattern, ""), ScriptError);
   }
 }
 
 TEST(RegExpLimits, DeepMatchesOverLargeTextsSucceed) {
   // About 32 bytes of JIT stack per character: far past the per-thread stack.
-  QString text;
-  for (int i = 0; i < 200'000; ++i) text += QStringLiteral("<p>ab\r\n</p>");
+  const QString text = QStringLiteral("<p>ab\r\n</p>").repeated(200'000);
   EXPECT_EQ(RegExpReplace(text, R"(^([^a]|a)+$)", "[$1]"), "[>]");
   EXPECT_EQ(RegExpSubMatch("<!--" + text + "-->x", R"(<!--((?:[^a]|a)*?)-->)", 0), text);
   // A lazy scan costs match-limit units per character; long texts get a larger limit.
@@ -261,12 +174,11 @@ TEST(RegExpLimits, DeepMatchesOverLargeTextsSucceed) {
 
 TEST(RegExpLimits, OpenersThatNeverCloseGiveUpAtTheTimeLimit) {
   // Each opener scans to the end of the text for its closer: time grows with the square.
-  QString text;
-  for (int i = 0; i < 200'000; ++i) text += QStringLiteral("<![if !vml]>");
+  const QString text = QStringLiteral("<![if !vml]>").repeated(200'000);
   const ScopedRegExpTimeLimit limit(std::chrono::milliseconds(300));
   const ScriptError error = errorOf([&] { RegExpReplace(text, R"(<!\[if !vml\]>([^a]|a)*?<!\[endif\]>)", ""); });
   EXPECT_EQ(error.number(), errnum::RegExpGaveUp);
-  EXPECT_TRUE(error.description().contains("time limit")) << error.description().toStdString();
+  EXPECT_TRUE(error.description().contains("time limit")) << error.description();
 }
 
 TEST(RegExpLimits, MatchesAcrossTheSearchWindowsAreFoundWhole) {
@@ -316,18 +228,15 @@ TEST(RegExpText, UnpairedSurrogatesAreOrdinaryCharacters) {
   }
 }
 
-TEST(RegExpObject, CaseAndGlobalCanBeTurnedOff) {
-  const RegExp firstOnly("a", true, false);
+TEST(RegExpObject, CaseGlobalAndTheCache) {
+  const RegExp firstOnly("a", true, false), exactCase("a", false, true);
   EXPECT_EQ(firstOnly.replace("AaA", "x"), "xaA");
   EXPECT_EQ(firstOnly.execute("AaA").size(), 1u);
-  const RegExp exactCase("a", false, true);
   EXPECT_EQ(exactCase.replace("AaA", "x"), "AxA");
   EXPECT_FALSE(RegExp("é", false).test("É"));
   EXPECT_FALSE(RegExp("x").firstMatch("abc").has_value());
   EXPECT_EQ(RegExp("(a)(b)?").groupCount(), 2);
-}
 
-TEST(RegExpObject, CachedPatternsGiveTheSameResults) {
   const RegExp first("b+(c)");
   EXPECT_EQ(first.replace("abbcd", "[$1]"), "a[c]d");
   // Far more patterns than the cache holds: the early object keeps working, and the pattern
@@ -338,9 +247,10 @@ TEST(RegExpObject, CachedPatternsGiveTheSameResults) {
   EXPECT_EQ(RegExp("B+(C)", false).replace("abbcd", "[$1]"), "abbcd");  // the case flag is part of the key
 }
 
-TEST(RegExpShortcuts, SubMatchCountsCapturingGroupsFromZero) {
+TEST(RegExpShortcuts, SubMatchTestAndReplaceAll) {
   const QString style = "@page WordSection1 {size:595.3pt 841.9pt; margin:72.0pt;}";
   const QString pattern = R"(@page\s[^\{]+?\{[^\}]*?size:([^;\}]+);[^\}]*?\})";
+  // Sub-matches count capturing groups from 0.
   EXPECT_EQ(RegExpSubMatch(style, pattern, 0), "595.3pt 841.9pt");
   EXPECT_EQ(RegExpSubMatch("ab", "(a)(b)", 1), "b");
   EXPECT_EQ(RegExpSubMatch("no page here", pattern, 0), "");
@@ -349,22 +259,77 @@ TEST(RegExpShortcuts, SubMatchCountsCapturingGroupsFromZero) {
     EXPECT_EQ(errorOf([&] { RegExpSubMatch(style, pattern, index); }).number(), errnum::InvalidProcedureCall);
     EXPECT_THROW(RegExpSubMatch("no page here", pattern, index), ScriptError);
   }
-}
-
-TEST(RegExpShortcuts, TestTakesThePatternFirst) {
+  // The test takes the pattern first.
   EXPECT_TRUE(RegExpTest("b+", "ABBC"));
   EXPECT_FALSE(RegExpTest("abbc", "b+"));
-}
-
-TEST(RegExpShortcuts, ReplaceAllRepeatsUntilNothingChanges) {
+  // Replace-all repeats until nothing changes, also when a pass matches but changes nothing.
   EXPECT_EQ(RegExpReplaceAll("<span><span a=1></span></span>x", "<span[^>]*?></span>", ""), "x");
   EXPECT_EQ(RegExpReplaceAll("p{mso-a:1;color:red;mso-b:2}", R"((\{[^\}]*?)(mso-[\w\-]+:[^;\}]+;?)+([^}]*?\}))", "$1$3"),
             "p{color:red;}");
-  // A pass that matches but changes nothing ends the loop too.
   EXPECT_EQ(RegExpReplaceAll("abc", "(b)", "$1"), "abc");
   EXPECT_EQ(RegExpReplaceAll("", "x*", ""), "");
   // The one-pass form does not repeat.
   EXPECT_EQ(RegExpReplace("<span><span></span></span>", "<span[^>]*?></span>", ""), "<span></span>");
+}
+
+// The run of text every match of a pattern must hold, by which the engine skips long texts.
+
+TEST(RequiredLiteral, TheLongestRunEveryMatchHolds) {
+  const struct {
+    const char* pattern;
+    const char* run;
+  } cases[] = {
+      {R"((<\w+[^>]*?\sstyle=[^>]*?)margin-left:\s*?-[0-9\.]+([^>]*?>))", "margin-left:"},
+      {R"(<o:p>(&nbsp;)*</o:p>)", "</o:p>"},
+      {R"(<!--\[if gte vml 1\]>([^a]|a)+?<!\[endif\]-->)", "<!--[if gte vml 1]>"},
+      {R"(abc?d)", "ab"},             // an optional character leaves the run
+      {R"(abc+d)", "abc"},            // a repeated one ends it
+      {R"(ab{2}cd)", "cd"},           // a counted one too, with its count
+      {R"(ab{x}cd)", "cd"},           // a "{" that counts nothing is read as a quantifier
+      {R"(a\.b\/c)", "a.b/c"},        // escaped punctuation is itself
+      {R"(ab\u0041cd\x41ef)", "ab"},  // escapes of letters end a run, their digits too
+      {R"(\cJabc\1xyz)", "abc"},
+      {R"(a(?=b)cde[^x]yz)", "cde"},  // groups and classes end runs
+      {R"([]abc[^]de)", "abc"},
+      {R"(ab|cdef)", ""},             // an alternative at the top promises nothing
+      {R"((ab|cd)ef)", "ef"},         // one inside a group is fine
+      {R"(.^abc$)", "abc"},
+      {R"((abc)", ""},                // never closed
+  };
+  for (const auto& c : cases) EXPECT_EQ(RequiredLiteral(c.pattern), QString(c.run)) << c.pattern;
+}
+
+// Random patterns over a small alphabet: whatever they match contains their run.
+TEST(RequiredLiteral, RandomPatternsNeverMatchWithoutTheirRun) {
+  const QStringList atoms = {"a", "b", "c", "ab", "\\.", ".", "[ab]", "[^a]", "(a|bc)", "(?:b)", "\\d", "\\s",
+                             "(?=a)", "(?!b)", "{", "\\u0061", "\\x62", "\\1", "|"};
+  const QStringList quantifiers = {"", "", "", "*", "+", "?", "{2}", "{0,1}", "*?", "+?"};
+  QRandomGenerator random(20261123);
+  int checked = 0;
+  for (int round = 0; round < 3000; ++round) {
+    QString pattern, text;
+    for (int i = random.bounded(1, 8); i > 0; --i)
+      pattern += atoms[random.bounded(int(atoms.size()))] + quantifiers[random.bounded(int(quantifiers.size()))];
+    for (int i = random.bounded(1, 40); i > 0; --i) text += QString("abcAB. 1.")[random.bounded(9)];
+    const QString run = RequiredLiteral(pattern);
+    try {
+      for (const RegExpMatch& match : RegExp(pattern).execute(text)) {
+        ++checked;
+        EXPECT_TRUE(match.value.contains(run, Qt::CaseInsensitive))
+            << qPrintable(pattern) << " matched \"" << qPrintable(match.value) << "\" without \"" << qPrintable(run) << '"';
+      }
+    } catch (const std::exception&) {
+      // an invalid pattern: nothing to check
+    }
+  }
+  EXPECT_GT(checked, 1000);
+
+  // A long text without the run is passed over whole, with the same answers as a search.
+  const QString page = QString("<p style='margin-left:1cm'>x</p>").repeated(2000);
+  const QString margin = R"((<\w+[^>]*?\sstyle=[^>]*?)margin-left:\s*?-[0-9\.]+([^>]*?>))";
+  EXPECT_EQ(RegExpReplace(page, margin, "!"), page);
+  EXPECT_EQ(RegExpReplace(page + "<p style='MARGIN-LEFT:-2cm'>y</p>", margin, "[$1$2]"),
+            page + "[<p style='cm'>]y</p>");
 }
 
 }  // namespace

@@ -1,95 +1,44 @@
 #include "support/basPublic.h"
 #include "support/clsRemote.h"
+#include "tests/common/Helpers.h"
+#include "tests/common/HttpServer.h"
 
 #include <QTcpServer>
 #include <QTimer>
 
 #include <gtest/gtest.h>
-#include <httplib.h>
-
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <thread>
 
 using namespace Qt::StringLiterals;
 
 namespace velmora {
 namespace {
 
-// A real HTTP server on 127.0.0.1, on its own threads so the Qt event loop of the test
-// never waits for it.
-class LocalServer {
- public:
-  LocalServer() {
-    server_.set_keep_alive_timeout(1);
-    server_.Get("/text", [](const httplib::Request&, httplib::Response& res) {
-      res.set_content("<p>中文 café</p>\r\n", "text/css; charset=utf-8");
-    });
-    server_.Get("/marked", [](const httplib::Request&, httplib::Response& res) {
-      res.set_content("\xEF\xBB\xBF" "body{}", "text/css");
-    });
-    server_.Get("/empty", [](const httplib::Request&, httplib::Response& res) { res.status = 200; });
-    server_.Get("/missing", [](const httplib::Request&, httplib::Response& res) {
-      res.status = 404;
-      res.set_content("not here", "text/plain");
-    });
-    server_.Get("/broken", [](const httplib::Request&, httplib::Response& res) {
-      res.status = 500;
-      res.set_content("server error", "text/plain");
-    });
-    server_.Get("/created", [](const httplib::Request&, httplib::Response& res) {
-      res.status = 201;
-      res.set_content("made", "text/plain");
-    });
-    server_.Get("/moved", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/text"); });
-    server_.Get("/hang", [this](const httplib::Request&, httplib::Response& res) {
-      std::unique_lock lock(mutex_);
-      released_.wait_for(lock, std::chrono::seconds(20), [this] { return release_; });
-      res.set_content("too late", "text/plain");
-    });
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-  }
-  ~LocalServer() {
-    {
-      std::lock_guard lock(mutex_);
-      release_ = true;
-    }
-    released_.notify_all();
-    server_.stop();
-    thread_.join();
-  }
-  QString url(const char* path) const { return u"http://127.0.0.1:%1%2"_s.arg(port_).arg(QLatin1StringView(path)); }
-  int port() const { return port_; }
-
- private:
-  httplib::Server server_;
-  int port_ = -1;
-  std::thread thread_;
-  std::mutex mutex_;
-  std::condition_variable released_;
-  bool release_ = false;
-};
+const QString kText = u"<p>中文 café</p>\r\n"_s;
 
 class GetRemotePage : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_GT(server.port(), 0); }
-  LocalServer server;
+  void SetUp() override {
+    server.route("/text", {200, kText.toUtf8(), "text/css; charset=utf-8"});
+    server.route("/marked", {200, "\xEF\xBB\xBF" "body{}", "text/css"});
+    server.route("/empty", {200, ""});
+    server.route("/missing", {404, "not here"});
+    server.route("/broken", {500, "server error"});
+    server.route("/created", {201, "made"});
+    // The server writes the content type as given: a second header line rides along.
+    server.route("/moved", {302, "", "text/plain\r\nLocation: /text"});
+    server.route("/hang", {200, "", "text/plain", /*silent=*/true});
+  }
+  test::HttpServer server;
 };
 
 // Redirects are followed; a status other than 200 gives nothing.
 TEST_F(GetRemotePage, Status200GivesTheBodyAsUtf8) {
-  const QString text = u"<p>中文 café</p>\r\n"_s;
-  const struct {
-    const char* path;
-    QString body;
-  } cases[] = {
-      {"/text", text},     {"/marked", u"body{}"_s},  // a UTF-8 mark is not text
-      {"/moved", text},    {"/empty", u""_s},   {"/missing", u""_s},
-      {"/broken", u""_s},  {"/created", u""_s}, {"/no-route", u""_s},
+  const std::pair<const char*, QString> cases[] = {
+      {"/text", kText},  {"/marked", u"body{}"_s},  // a UTF-8 mark is not text
+      {"/moved", kText}, {"/empty", u""_s},   {"/missing", u""_s},
+      {"/broken", u""_s}, {"/created", u""_s}, {"/no-route", u""_s},
   };
-  for (const auto& c : cases) EXPECT_EQ(clsRemote().GetRemotePage(server.url(c.path)), c.body) << c.path;
+  for (const auto& [path, body] : cases) EXPECT_EQ(clsRemote().GetRemotePage(server.url(path)), body) << path;
 }
 
 TEST_F(GetRemotePage, ASilentServerIsGivenUpWhileTheEventLoopRuns) {
@@ -105,7 +54,7 @@ TEST_F(GetRemotePage, WorksFromInsideACallbackOfAWait) {
   QString fetched;
   QTimer::singleShot(0, [&] { fetched = clsRemote().GetRemotePage(server.url("/text")); });
   for (int i = 0; i < 200 && fetched.isEmpty(); ++i) WaitMs(20);
-  EXPECT_EQ(fetched, u"<p>中文 café</p>\r\n"_s);
+  EXPECT_EQ(fetched, kText);
 }
 
 TEST(GetRemotePageFailures, RefusedConnectionsAndOtherAddressesGiveNothing) {
@@ -115,7 +64,7 @@ TEST(GetRemotePageFailures, RefusedConnectionsAndOtherAddressesGiveNothing) {
   probe.close();  // nothing listens there now
   for (const QString& address : {refused, u""_s, u"not an address"_s, u"file:///etc/hostname"_s,
                                  u"ftp://127.0.0.1/x"_s, u"http://"_s, u"data:text/plain,hello"_s})
-    EXPECT_EQ(clsRemote(5000).GetRemotePage(address), u""_s) << qPrintable(address);
+    EXPECT_EQ(clsRemote(5000).GetRemotePage(address), u""_s) << address;
 }
 
 }  // namespace

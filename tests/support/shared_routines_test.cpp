@@ -1,4 +1,5 @@
 #include "support/basPublic.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
 
 #include <QCoreApplication>
@@ -19,30 +20,26 @@ namespace {
 
 using test::ScopedTempRoot;
 
-// ---------------------------------------------------------------------------------------
-// Texts
+TEST(Texts, PadNumberLeftOfStringAndTimeStamp) {
+  const struct {
+    int32_t number, width, largest;
+    QString padded;
+  } pads[] = {{7, 3, 0, u"007"_s},  {7, 3, 1500, u"0007"_s}, {7, 3, 99, u"007"_s}, {12345, 3, 0, u"345"_s},
+              {0, 1, 0, u"0"_s},    {7, 0, 0, u""_s},        {7, -4, 0, u""_s},    {-5, 3, 0, u"0-5"_s}};
+  for (const auto& p : pads) EXPECT_EQ(PadNumber(p.number, p.width, p.largest), p.padded) << p.number << ' ' << p.width;
 
-TEST(PadNumber, PadsToTheWidestOfWidthAndLargest) {
-  EXPECT_EQ(PadNumber(7, 3, 0), u"007"_s);
-  EXPECT_EQ(PadNumber(7, 3, 1500), u"0007"_s);
-  EXPECT_EQ(PadNumber(7, 3, 99), u"007"_s);
-  EXPECT_EQ(PadNumber(12345, 3, 0), u"345"_s) << "cut to its last digits";
-  EXPECT_EQ(PadNumber(0, 1, 0), u"0"_s);
-  EXPECT_EQ(PadNumber(7, 0, 0), u""_s);
-  EXPECT_EQ(PadNumber(7, -4, 0), u""_s);
-  EXPECT_EQ(PadNumber(-5, 3, 0), u"0-5"_s);
-}
+  EXPECT_EQ(LeftOfString(u"a--b--c"_s, u"--"_s), u"a"_s);
+  EXPECT_EQ(LeftOfString(u"ABC"_s, u"b"_s), u"ABC"_s) << "case matters; not found gives all";
+  EXPECT_EQ(LeftOfString(u"abc"_s, u""_s), u""_s);
 
-TEST(GetTimeStamp, IsSeventeenDigitsOfTheLocalTimeNow) {
+  // Seventeen digits of the local time now.
   const QDateTime before = QDateTime::currentDateTime();
   const QString stamp = GetTimeStamp();
   const QDateTime after = QDateTime::currentDateTime();
   ASSERT_EQ(stamp.size(), 17);
-  for (QChar c : stamp) EXPECT_TRUE(c.isDigit()) << qPrintable(stamp);
+  for (QChar c : stamp) EXPECT_TRUE(c.isDigit()) << stamp;
   const QDateTime read = QDateTime::fromString(stamp, u"yyyyMMddHHmmsszzz"_s);
-  ASSERT_TRUE(read.isValid()) << qPrintable(stamp);
-  EXPECT_LE(before, read);
-  EXPECT_GE(after, read);
+  EXPECT_TRUE(read.isValid() && before <= read && read <= after) << stamp;
 }
 
 // Run under a locale that writes decimal commas too: the text ends up in CSS.
@@ -60,21 +57,12 @@ TEST(ToPoints, CentimetresBecomePointsWithADotWhateverTheLocale) {
   const QLocale previous;
   for (const QLocale& locale : {QLocale::c(), QLocale(QLocale::German, QLocale::Germany)}) {
     QLocale::setDefault(locale);
-    for (const auto& c : cases) EXPECT_EQ(ToPoints(c.length), c.points) << qPrintable(c.length + u" in "_s + locale.name());
+    for (const auto& c : cases) EXPECT_EQ(ToPoints(c.length), c.points) << c.length << " in " << locale.name();
   }
   QLocale::setDefault(previous);
 }
 
-TEST(LeftOfString, CutsAtTheFirstExactTerminator) {
-  EXPECT_EQ(LeftOfString(u"a--b--c"_s, u"--"_s), u"a"_s);
-  EXPECT_EQ(LeftOfString(u"ABC"_s, u"b"_s), u"ABC"_s) << "case matters; not found gives all";
-  EXPECT_EQ(LeftOfString(u"abc"_s, u""_s), u""_s);
-}
-
-// ---------------------------------------------------------------------------------------
-// Waiting
-
-TEST(WaitMs, TimersAndPostedCallsRunDuringTheWait) {
+TEST(WaitMs, TimersAndPostedCallsRunDuringTheWaitAlsoInsideAnotherWait) {
   int ticks = 0;
   QTimer timer;
   QObject::connect(&timer, &QTimer::timeout, [&] { ++ticks; });
@@ -83,40 +71,28 @@ TEST(WaitMs, TimersAndPostedCallsRunDuringTheWait) {
   QMetaObject::invokeMethod(&timer, [&] { posted = true; }, Qt::QueuedConnection);
   WaitMs(0);
   EXPECT_TRUE(posted) << "even a wait of 0 lets posted calls run";
-  bool late = false;
+  bool late = false, innerTimerFired = false, innerDone = false;
   QTimer::singleShot(50, [&] { late = true; });
-  WaitMs(200);
-  EXPECT_GT(ticks, 0);
-  EXPECT_TRUE(late) << "a 50 ms timer fires inside a 200 ms wait";
-  WaitMs(-5);
-}
-
-TEST(WaitMs, NestsInsideACallbackOfAnotherWait) {
-  bool innerDone = false;
-  bool innerTimerFired = false;
   QTimer::singleShot(10, [&] {
     QTimer::singleShot(5, [&] { innerTimerFired = true; });
     WaitMs(40);
     innerDone = true;
   });
-  WaitMs(150);
-  EXPECT_TRUE(innerTimerFired);
-  EXPECT_TRUE(innerDone);
+  WaitMs(200);
+  EXPECT_GT(ticks, 0);
+  EXPECT_TRUE(late) << "a 50 ms timer fires inside a 200 ms wait";
+  EXPECT_TRUE(innerTimerFired && innerDone) << "a wait nests inside a callback of another";
+  WaitMs(-5);
 }
 
-// ---------------------------------------------------------------------------------------
-// File tests
-
-TEST(FileTests, FilesFoldersAndLinks) {
+TEST(FileTests, FilesFoldersLinksAndExtensions) {
   ScopedTempRoot root;
-  const QString file = root.write(u"a.txt"_s, "x");
-  const QString folder = root.path() + u"/sub"_s;
+  const QString file = root.write(u"a.txt"_s, "x"), folder = root.path() + u"/sub"_s;
   ASSERT_TRUE(QDir().mkdir(folder));
   ASSERT_TRUE(QFile::link(file, root.path() + u"/to-file"_s));
   ASSERT_TRUE(QFile::link(folder, root.path() + u"/to-folder"_s));
   ASSERT_TRUE(QFile::link(root.path() + u"/gone"_s, root.path() + u"/dangling"_s));
   ASSERT_EQ(mkfifo(QFile::encodeName(root.path() + u"/pipe"_s).constData(), 0600), 0);
-
   const struct {
     QString path;
     bool isFile, isFolder;
@@ -128,30 +104,22 @@ TEST(FileTests, FilesFoldersAndLinks) {
       {file + u'/', false, false},  {QString(), false, false},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(FileExists(c.path), c.isFile) << qPrintable(c.path);
-    EXPECT_EQ(FolderExists(c.path), c.isFolder) << qPrintable(c.path);
+    EXPECT_EQ(FileExists(c.path), c.isFile) << c.path;
+    EXPECT_EQ(FolderExists(c.path), c.isFolder) << c.path;
   }
-}
 
-TEST(FileTests, Extensions) {
-  EXPECT_EQ(GetFileExt(u"/a/b/photo.JPG"_s), u"JPG"_s);
-  EXPECT_EQ(GetFileExt(u"a.tar.gz"_s), u"gz"_s);
-  EXPECT_EQ(GetFileExt(u"/a/b/README"_s), u""_s);
-  EXPECT_EQ(GetFileExt(u"/home/u/.cache/pic"_s), u""_s) << "a dot in a folder name is no extension";
-  EXPECT_EQ(GetFileExt(u"C:\\my.dir\\pic"_s), u""_s);
-  EXPECT_EQ(GetFileExt(u"name."_s), u""_s);
+  // A dot in a folder name is no extension.
+  const std::pair<QString, QString> extensions[] = {
+      {u"/a/b/photo.JPG"_s, u"JPG"_s}, {u"a.tar.gz"_s, u"gz"_s}, {u"/a/b/README"_s, u""_s},
+      {u"/home/u/.cache/pic"_s, u""_s}, {u"C:\\my.dir\\pic"_s, u""_s}, {u"name."_s, u""_s}};
+  for (const auto& [path, extension] : extensions) EXPECT_EQ(GetFileExt(path), extension) << path;
+  const std::tuple<QString, QString, bool> lists[] = {
+      {u"a.JPG"_s, u" png | jpg "_s, true}, {u"a.tar.gz"_s, u"gz"_s, true},    {u"/x/a.Png"_s, u"GIF|PNG"_s, true},
+      {u"noext"_s, u"png|jpg"_s, false},    {u"a."_s, u"png||"_s, false},       {u"a.png"_s, u""_s, false},
+      {u"a.png"_s, u"pn|png2|.png"_s, false}};
+  for (const auto& [path, list, in] : lists) EXPECT_EQ(IsExtInList(path, list), in) << path << " in " << list;
 
-  EXPECT_TRUE(IsExtInList(u"a.JPG"_s, u" png | jpg "_s));
-  EXPECT_TRUE(IsExtInList(u"a.tar.gz"_s, u"gz"_s));
-  EXPECT_TRUE(IsExtInList(u"/x/a.Png"_s, u"GIF|PNG"_s));
-  EXPECT_FALSE(IsExtInList(u"noext"_s, u"png|jpg"_s));
-  EXPECT_FALSE(IsExtInList(u"a."_s, u"png||"_s));
-  EXPECT_FALSE(IsExtInList(u"a.png"_s, u""_s));
-  EXPECT_FALSE(IsExtInList(u"a.png"_s, u"pn|png2|.png"_s));
-}
-
-TEST(FileTests, IsValidFileNeedsBothExtensionAndFile) {
-  ScopedTempRoot root;
+  // A valid file needs both the extension and a file.
   const QString picture = root.write(u"p.PNG"_s, "x");
   QDir().mkdir(root.path() + u"/folder.png"_s);
   EXPECT_TRUE(IsValidFile(picture, u"png|jpg"_s));
@@ -159,9 +127,6 @@ TEST(FileTests, IsValidFileNeedsBothExtensionAndFile) {
   EXPECT_FALSE(IsValidFile(root.path() + u"/missing.png"_s, u"png"_s));
   EXPECT_FALSE(IsValidFile(root.path() + u"/folder.png"_s, u"png"_s));
 }
-
-// ---------------------------------------------------------------------------------------
-// Folders
 
 QStringList entriesOf(const QString& folder) {
   return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
@@ -173,16 +138,25 @@ TEST(DeleteFolder, RemovesATreeWithHiddenAndReadOnlyEntries) {
   root.write(u"tree/a.txt"_s, "a");
   root.write(u"tree/.hidden"_s, "h");
   root.write(u"tree/sub/deeper/b.txt"_s, "b");
-  const QString locked = root.write(u"tree/locked/c.txt"_s, "c");
-  QFile::setPermissions(locked, QFile::ReadOwner);
+  QFile::setPermissions(root.write(u"tree/locked/c.txt"_s, "c"), QFile::ReadOwner);
   ASSERT_EQ(chmod(QFile::encodeName(root.path() + u"/tree/locked"_s).constData(), 0555), 0);
   bool posted = false;
   QObject context;
   QMetaObject::invokeMethod(&context, [&] { posted = true; }, Qt::QueuedConnection);
-
   DeleteFolder(top);
   EXPECT_FALSE(QFileInfo::exists(top));
   EXPECT_TRUE(posted) << "pending events run while a folder is deleted";
+
+  // Nothing happens to a missing folder, a file, or the current folder named by an empty path.
+  DeleteFolder(root.path() + u"/missing/"_s);
+  const QString file = root.write(u"plain.txt"_s, "x");
+  DeleteFolder(file);
+  EXPECT_TRUE(QFileInfo::exists(file)) << "a file is not a folder";
+  const QString previous = QDir::currentPath();
+  ASSERT_TRUE(QDir::setCurrent(root.path()));
+  DeleteFolder(QString());
+  QDir::setCurrent(previous);
+  EXPECT_TRUE(QFileInfo::exists(file));
 }
 
 TEST(DeleteFolder, NeverFollowsALinkOutOfTheFolder) {
@@ -191,7 +165,6 @@ TEST(DeleteFolder, NeverFollowsALinkOutOfTheFolder) {
   root.write(u"tree/x.txt"_s, "x");
   ASSERT_TRUE(QFile::link(root.path() + u"/outside"_s, root.path() + u"/tree/link-to-folder"_s));
   ASSERT_TRUE(QFile::link(outsideFile, root.path() + u"/tree/link-to-file"_s));
-
   DeleteFolder(root.path() + u"/tree/"_s);
   EXPECT_FALSE(QFileInfo::exists(root.path() + u"/tree"_s));
   EXPECT_TRUE(QFileInfo::exists(outsideFile));
@@ -203,59 +176,36 @@ TEST(DeleteFolder, NeverFollowsALinkOutOfTheFolder) {
   EXPECT_TRUE(QFileInfo::exists(outsideFile));
 }
 
-TEST(DeleteFolder, IgnoresWhatItCannotOrMustNotDelete) {
-  ScopedTempRoot root;
-  DeleteFolder(root.path() + u"/missing/"_s);
-  const QString file = root.write(u"plain.txt"_s, "x");
-  DeleteFolder(file);
-  EXPECT_TRUE(QFileInfo::exists(file)) << "a file is not a folder";
-
-  // An empty path would name the current folder: refused.
-  const QString previous = QDir::currentPath();
-  ASSERT_TRUE(QDir::setCurrent(root.path()));
-  DeleteFolder(QString());
-  QDir::setCurrent(previous);
-  EXPECT_TRUE(QFileInfo::exists(file));
-}
-
-TEST(GetTempFolder, EmptiesTheWorkingFolderEachTime) {
+TEST(GetTempFolder, EmptiesTheWorkingFolderEachTimeWithoutLeavingIt) {
   ScopedTempRoot root;
   const QString folder = GetTempFolder();
-  EXPECT_EQ(folder, QDir::tempPath() + u"/Velmora/"_s);
   EXPECT_EQ(folder, root.path() + u"/Velmora/"_s);
   ASSERT_TRUE(FolderExists(folder));
   root.write(u"Velmora/old.png"_s, "x");
   root.write(u"Velmora/Velmora_Temp_Word_Doc.files/image001.png"_s, "x");
   const QString outside = root.write(u"outside/keep.txt"_s, "keep");
   ASSERT_TRUE(QFile::link(root.path() + u"/outside"_s, folder + u"escape"_s));
-
   EXPECT_EQ(GetTempFolder(), folder);
-  EXPECT_TRUE(entriesOf(folder).isEmpty()) << qPrintable(entriesOf(folder).join(u", "_s));
+  EXPECT_EQ(entriesOf(folder), QStringList());
   EXPECT_TRUE(QFileInfo::exists(outside));
-}
 
-TEST(GetTempFolder, AContextFolderIsEmptiedAlone) {
-  ScopedTempRoot root;
-  const QString common = GetTempFolder();
+  // A context folder is emptied alone; names that would leave the folder are refused.
   const QString page = GetTempFolder(u"page-1"_s);
-  EXPECT_EQ(page, common + u"page-1/"_s);
+  EXPECT_EQ(page, folder + u"page-1/"_s);
   root.write(u"Velmora/page-1/a.png"_s, "x");
   const QString other = root.write(u"Velmora/page-2/b.png"_s, "x");
   EXPECT_EQ(GetTempFolder(u"page-1"_s), page);
-  EXPECT_TRUE(entriesOf(page).isEmpty());
+  EXPECT_EQ(entriesOf(page), QStringList());
+  for (const QString& bad : {u".."_s, u"."_s, u"a/b"_s, u"..\\x"_s}) EXPECT_EQ(GetTempFolder(bad), u""_s) << bad;
   EXPECT_TRUE(QFileInfo::exists(other));
-
-  for (const QString& bad : {u".."_s, u"."_s, u"a/b"_s, u"..\\x"_s}) {
-    EXPECT_EQ(GetTempFolder(bad), u""_s) << qPrintable(bad);
-    EXPECT_TRUE(QFileInfo::exists(other));
-  }
 }
 
 TEST(GetTempFolder, TheSharedFolderKeepsThePagesOfRunningAgents) {
   ScopedTempRoot root;
   const QString folder = GetTempFolder();
   // This process stands for a running agent; no process has a pid this large.
-  const QString live = root.write(u"Velmora/"_s + AgentPageFolderName(QCoreApplication::applicationPid(), 3) + u"/a.png"_s, "x");
+  const QString live =
+      root.write(u"Velmora/"_s + AgentPageFolderName(QCoreApplication::applicationPid(), 3) + u"/a.png"_s, "x");
   const QString gone = root.write(u"Velmora/"_s + AgentPageFolderName(2147483647, 1) + u"/b.png"_s, "x");
   const QString lookalike = root.write(u"Velmora/page-1x-2/c.png"_s, "x");
   EXPECT_EQ(GetTempFolder(), folder);

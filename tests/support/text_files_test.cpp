@@ -1,4 +1,5 @@
 #include "support/basPublic.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
 
 #include <QDir>
@@ -7,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,41 +18,18 @@ namespace {
 
 using test::ScopedTempRoot;
 
-// Names the system code page for one test and puts the old setting back.
-class ScopedCodePage {
- public:
-  explicit ScopedCodePage(const QByteArray& charset)
-      : old_(qEnvironmentVariableIsSet("VELMORA_CODEPAGE") ? std::optional(qgetenv("VELMORA_CODEPAGE"))
-                                                           : std::nullopt) {
-    qputenv("VELMORA_CODEPAGE", charset);
-  }
-  ~ScopedCodePage() {
-    if (old_) qputenv("VELMORA_CODEPAGE", *old_);
-    else qunsetenv("VELMORA_CODEPAGE");
-  }
-
- private:
-  std::optional<QByteArray> old_;
+// Names the system code page for one test.
+struct ScopedCodePage : test::ScopedEnvironment {
+  explicit ScopedCodePage(const QByteArray& charset) : ScopedEnvironment("VELMORA_CODEPAGE", charset) {}
 };
 
-struct ReadResult {
-  QString text;
-  int code;
-};
-
-ReadResult readAs(const QString& path, int code) {
-  QString text = ReadTextFileAs(path, code);
-  return {text, code};
-}
-
-// ---------------------------------------------------------------------------------------
-// Marks and inspection
+// The text read with `code` asked for, and the code the reader reports back.
+std::pair<QString, int> readAs(const QString& path, int code) { return {ReadTextFileAs(path, code), code}; }
 
 TEST(DetectBOM, FindsEachMarkFromTheFirstFourBytes) {
   const struct {
     uint32_t firstFour;
-    int code;
-    int length;
+    int code, length;
   } cases[] = {
       {0x0000FEFF, encoding::Utf32LE, 4}, {0xFFFE0000, encoding::Utf32BE, 4}, {0x0041FEFF, encoding::Utf16LE, 2},
       {0x4100FFFE, encoding::Utf16BE, 2}, {0x41BFBBEF, encoding::Utf8Bom, 3}, {0x00BFBBEF, encoding::Utf8Bom, 3},
@@ -105,9 +82,6 @@ TEST(UTF8ToUnicode, DecodesAndReplacesInvalidBytes) {
   EXPECT_EQ(UTF8ToUnicode(QByteArray("a\0b", 3)), QString(u"a\0b"_s));
 }
 
-// ---------------------------------------------------------------------------------------
-// Reading files
-
 TEST(ReadTextFile, DetectsEachEncoding) {
   ScopedTempRoot root;
   ScopedCodePage codePage("gbk");
@@ -133,9 +107,7 @@ TEST(ReadTextFile, DetectsEachEncoding) {
   };
   for (const auto& c : cases) {
     const QString path = root.write(QString::fromLatin1(c.name), c.bytes);
-    const ReadResult read = readAs(path, encoding::Find);
-    EXPECT_EQ(read.code, c.code) << c.name;
-    EXPECT_EQ(read.text, c.text) << c.name;
+    EXPECT_EQ(readAs(path, encoding::Find), std::pair(c.text, c.code)) << c.name;
     EXPECT_EQ(ReadTextFile(path), c.text) << c.name;
   }
 }
@@ -143,26 +115,24 @@ TEST(ReadTextFile, DetectsEachEncoding) {
 TEST(ReadTextFileAs, AForcedEncodingReadsFromTheFirstByte) {
   ScopedTempRoot root;
   ScopedCodePage codePage("windows-1252");
-  const QString withMark = root.write(u"mark.html"_s, QByteArray::fromHex("efbbbf") + "caf" + QByteArray::fromHex("c3a9"));
-
-  ReadResult read = readAs(withMark, encoding::CodePage);
-  EXPECT_EQ(read.code, encoding::CodePage);
-  EXPECT_EQ(read.text, u"ï»¿cafÃ©"_s) << "the mark's three bytes in the code page";
-  read = readAs(withMark, encoding::Utf8);
-  EXPECT_EQ(read.text, u"\uFEFFcafé"_s);
-  read = readAs(withMark, encoding::Utf8Bom);
-  EXPECT_EQ(read.text, u"café"_s) << "forced to what was found: the mark is skipped";
-
-  const QString noMark = root.write(u"plain.html"_s, "caf" + QByteArray::fromHex("c3a9"));
-  EXPECT_EQ(readAs(noMark, encoding::Utf8Bom).text, u"café"_s);
-  EXPECT_EQ(readAs(noMark, encoding::Utf16BE).text, QString(QChar(0x6361)) + QChar(0x66C3)) << "odd last byte dropped";
-  read = readAs(noMark, encoding::Utf32LE);
-  EXPECT_EQ(read.text, u""_s);
-  EXPECT_EQ(read.code, encoding::Utf32LE);
-
+  const QString mark = root.write(u"mark.html"_s, QByteArray::fromHex("efbbbf") + "caf" + QByteArray::fromHex("c3a9"));
+  const QString plain = root.write(u"plain.html"_s, "caf" + QByteArray::fromHex("c3a9"));
   const QString utf16 = root.write(u"utf16.txt"_s, QByteArray::fromHex("fffe4100"));
-  EXPECT_EQ(readAs(utf16, encoding::Utf16LE).text, u"A"_s);
-  EXPECT_EQ(readAs(utf16, encoding::Utf16BE).text, QString(QChar(0xFFFE)) + QChar(0x4100));
+  const struct {
+    QString path;
+    int code;
+    QString text;
+  } cases[] = {
+      {mark, encoding::CodePage, u"ï»¿cafÃ©"_s},  // the mark's three bytes in the code page
+      {mark, encoding::Utf8, u"\uFEFFcafé"_s},
+      {mark, encoding::Utf8Bom, u"café"_s},  // forced to what was found: the mark is skipped
+      {plain, encoding::Utf8Bom, u"café"_s},
+      {plain, encoding::Utf16BE, QString(QChar(0x6361)) + QChar(0x66C3)},  // the odd last byte dropped
+      {plain, encoding::Utf32LE, u""_s},
+      {utf16, encoding::Utf16LE, u"A"_s},
+      {utf16, encoding::Utf16BE, QString(QChar(0xFFFE)) + QChar(0x4100)},
+  };
+  for (const auto& c : cases) EXPECT_EQ(readAs(c.path, c.code), std::pair(c.text, c.code)) << c.path << ' ' << c.code;
 }
 
 TEST(ReadTextFile, WhatCannotBeReadGivesNothing) {
@@ -176,20 +146,12 @@ TEST(ReadTextFile, WhatCannotBeReadGivesNothing) {
   const QString secret = root.write(u"secret.txt"_s, "secret");
   ASSERT_EQ(chmod(QFile::encodeName(secret).constData(), 0), 0);
   if (geteuid() != 0) paths << secret;  // permissions do not stop root from reading
-  for (const QString& path : paths) {
-    for (int code : {int(encoding::Find), int(encoding::Utf16LE)}) {
-      int inOut = code;
-      EXPECT_EQ(ReadTextFileAs(path, inOut), u""_s) << qPrintable(path);
-      EXPECT_EQ(inOut, code) << qPrintable(path);
-    }
-  }
+  for (const QString& path : paths)
+    for (int code : {int(encoding::Find), int(encoding::Utf16LE)})
+      EXPECT_EQ(readAs(path, code), std::pair(u""_s, code)) << path;
 
   const QString plain = root.write(u"a.txt"_s, "abc");
-  for (int code : {-2, 7, 65001}) {
-    const ReadResult read = readAs(plain, code);
-    EXPECT_EQ(read.text, u""_s) << "code outside the table " << code;
-    EXPECT_EQ(read.code, code);
-  }
+  for (int code : {-2, 7, 65001}) EXPECT_EQ(readAs(plain, code), std::pair(u""_s, code)) << "a code outside the table";
   ScopedCodePage codePage("no-such-charset");
   EXPECT_EQ(ReadTextFile(root.write(u"gbk.txt"_s, QByteArray::fromHex("d6d0"))), u""_s);
 }
@@ -202,10 +164,9 @@ TEST(ReadTextFile, BinaryJunkNeverBreaksTheReader) {
   for (char& byte : junk) byte = char(random.bounded(256));
   const QString path = root.write(u"junk.bin"_s, junk);
   for (int code = encoding::Find; code <= encoding::Utf32BE; ++code) {
-    int inOut = code;
-    const QString text = ReadTextFileAs(path, inOut);
+    const auto [text, found] = readAs(path, code);
     if (code == encoding::Find) {
-      EXPECT_EQ(inOut, encoding::CodePage);
+      EXPECT_EQ(found, encoding::CodePage);
     }
     if (code == encoding::CodePage || code == encoding::Utf8) {
       EXPECT_FALSE(text.isEmpty()) << code;
