@@ -5,20 +5,12 @@
 
 #include "control/Velmora5.h"
 #include "core/ScriptError.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
 #include "tests/control/FakeProducers.h"
 
 namespace velmora {
 namespace {
-
-long errorNumberOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const ScriptError& error) {
-    return error.number();
-  }
-  return 0;
-}
 
 class EditorControl : public ::testing::Test {
  protected:
@@ -53,8 +45,8 @@ TEST_F(EditorControl, CreationResetsTheContextAndEmptiesTheWorkingFolder) {
 }
 
 TEST_F(EditorControl, LocalSizeOutsideThe32BitRangeOverflows) {
-  EXPECT_EQ(errorNumberOf([&] { control->setLocalSize("2147483648"); }), errnum::Overflow);
-  EXPECT_EQ(errorNumberOf([&] { control->setLocalSize("1e300"); }), errnum::Overflow);
+  EXPECT_EQ(test::errorNumberOf([&] { control->setLocalSize("2147483648"); }), errnum::Overflow);
+  EXPECT_EQ(test::errorNumberOf([&] { control->setLocalSize("1e300"); }), errnum::Overflow);
   EXPECT_NO_THROW(control->setLocalSize("-2147483648"));
 }
 
