@@ -210,28 +210,31 @@ bool Charset::isKnown(const QString& charset) {
   return unicodeEncoding(key).has_value() || openConverter(charset, key, nullptr) != nullptr;
 }
 
-bool Charset::decode(const QByteArray& bytes, const QString& charset, QString& out, QString* error) {
+Result<QString> Charset::decode(const QByteArray& bytes, const QString& charset) {
   const QString key = labelKey(charset);
   if (const auto encoding = unicodeEncoding(key)) {
     // Stateless: a sequence cut at the end becomes U+FFFD instead of vanishing. A leading
     // byte-order mark is dropped, as browsers do.
     QStringDecoder decoder(*encoding, QStringConverter::Flag::Stateless);
-    out = decoder.decode(bytes);
-    return true;
+    return QString(decoder.decode(bytes));
   }
-  const Converter converter = openConverter(charset, key, error);
-  return converter && icuDecode(converter.get(), bytes, out, error);
+  QString out, error;
+  const Converter converter = openConverter(charset, key, &error);
+  if (converter && icuDecode(converter.get(), bytes, out, &error)) return out;
+  return Failure{{}, error};
 }
 
-bool Charset::encode(const QString& text, const QString& charset, QByteArray& out, QString* error) {
+Result<QByteArray> Charset::encode(const QString& text, const QString& charset) {
   const QString key = labelKey(charset);
   if (const auto encoding = unicodeEncoding(key)) {
     QStringEncoder encoder(*encoding, QStringConverter::Flag::Stateless);  // no byte-order mark
-    out = encoder.encode(text);
-    return true;
+    return QByteArray(encoder.encode(text));
   }
-  const Converter converter = openConverter(charset, key, error);
-  return converter && icuEncode(converter.get(), text, out, error);
+  QByteArray out;
+  QString error;
+  const Converter converter = openConverter(charset, key, &error);
+  if (converter && icuEncode(converter.get(), text, out, &error)) return out;
+  return Failure{{}, error};
 }
 
 QString Charset::systemCodePage() {

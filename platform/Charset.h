@@ -2,6 +2,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include "core/Result.h"
+
 namespace velmora {
 
 // Text to bytes and back in a charset named the way web pages name them: the UTF
@@ -10,9 +12,10 @@ namespace velmora {
 // error, never a silent fallback.
 class Charset {
  public:
-  // false (with `error` set) when the charset is unknown or the text cannot be converted.
-  static bool encode(const QString& text, const QString& charset, QByteArray& out, QString* error = nullptr);
-  static bool decode(const QByteArray& bytes, const QString& charset, QString& out, QString* error = nullptr);
+  // A failure (with a description only; the caller names the stage) when the charset is
+  // unknown or the text cannot be converted.
+  static Result<QByteArray> encode(const QString& text, const QString& charset);
+  static Result<QString> decode(const QByteArray& bytes, const QString& charset);
   static bool isKnown(const QString& charset);
   // The locale's legacy 8-bit encoding (what a text file without a mark and without UTF-8
   // sequences is read as); the environment variable VELMORA_CODEPAGE overrides it.

@@ -244,9 +244,9 @@ QString XmlHttpRequest::responseText(QString* error) const {
   if (body.startsWith("\xFE\xFF")) return decodeWith(QStringConverter::Utf16BE, body.sliced(2));
   const QString charset = charsetParameter(responseContentType_);
   if (charset.isEmpty() || charset.compare(u"utf-8", Qt::CaseInsensitive) == 0) return QString::fromUtf8(body);
-  QString text, problem;
-  if (Charset::decode(responseBody_, charset, text, &problem)) return text;
-  if (error) *error = problem;
+  const Result<QString> text = Charset::decode(responseBody_, charset);
+  if (text) return text.value();
+  if (error) *error = text.failure().description;
   return QString();
 }
 

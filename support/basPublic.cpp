@@ -325,13 +325,10 @@ QString fromUtf16(QStringConverter::Encoding encoding, const QByteArray& bytes) 
 }
 
 QString fromCodePage(const QByteArray& bytes) {
-  const QString charset = Charset::systemCodePage();
-  QString text, error;
-  if (!Charset::decode(bytes, charset, text, &error)) {
-    qWarning("cannot read a text file in the system code page: %s", qPrintable(error));
-    return QString();
-  }
-  return text;
+  const Result<QString> text = Charset::decode(bytes, Charset::systemCodePage());
+  if (text) return text.value();
+  qWarning("cannot read a text file in the system code page: %s", qPrintable(text.failure().description));
+  return QString();
 }
 
 }  // namespace

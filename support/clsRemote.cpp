@@ -46,8 +46,8 @@ QString clsRemote::GetRemotePage(const QString& address) const {
 
   const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
   if (reply->error() != QNetworkReply::NoError || status != 200) return QString();
-  QString text;
-  return Charset::decode(reply->readAll(), QStringLiteral("utf-8"), text) ? text : QString();
+  const Result<QString> text = Charset::decode(reply->readAll(), QStringLiteral("utf-8"));
+  return text ? text.value() : QString();
 }
 
 }  // namespace velmora

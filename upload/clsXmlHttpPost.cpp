@@ -34,10 +34,12 @@ Outcome clsXmlHttpPost::appendText(const QString& text) {
   const QString upper = m_sCharset.toUpper();
   // "unicode" is the stream's name for UTF-16 little-endian.
   const QString charset = upper == u"UNICODE" ? QStringLiteral("utf-16le") : m_sCharset;
-  QByteArray bytes;
-  QString error;
-  if (!Charset::encode(text, charset, bytes, &error))
-    return Failure{kSendWord, error.isEmpty() ? QStringLiteral("cannot write text in ") + m_sCharset : error};
+  const Result<QByteArray> encoded = Charset::encode(text, charset);
+  if (!encoded) {
+    const QString& why = encoded.failure().description;
+    return Failure{kSendWord, why.isEmpty() ? QStringLiteral("cannot write text in ") + m_sCharset : why};
+  }
+  const QByteArray& bytes = encoded.value();
   qsizetype mark = 0;
   if (upper == u"UTF-8" && bytes.startsWith("\xEF\xBB\xBF")) mark = 3;
   if (upper == u"UNICODE" && bytes.startsWith("\xFF\xFE")) mark = 2;

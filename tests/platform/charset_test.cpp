@@ -8,6 +8,18 @@ using namespace Qt::StringLiterals;
 namespace velmora {
 namespace {
 
+// The converted bytes or text; a failure fails the test and gives "".
+QByteArray encoded(const QString& text, const QString& charset) {
+  const Result<QByteArray> bytes = Charset::encode(text, charset);
+  EXPECT_TRUE(bytes) << charset << ": " << (bytes ? QString() : bytes.failure().description);
+  return bytes ? bytes.value() : QByteArray();
+}
+QString decoded(const QByteArray& bytes, const QString& charset) {
+  const Result<QString> text = Charset::decode(bytes, charset);
+  EXPECT_TRUE(text) << charset << ": " << (text ? QString() : text.failure().description);
+  return text ? text.value() : QString();
+}
+
 // Our own names and the web's readings of labels; the other names are the converter library's.
 TEST(Charset, EncodesToKnownBytesAndDecodesBack) {
   const struct {
@@ -29,47 +41,33 @@ TEST(Charset, EncodesToKnownBytesAndDecodesBack) {
       {"utf-16be", u"A中"_s, "00414e2d"},
   };
   for (const auto& c : cases) {
-    QByteArray bytes;
-    QString text, error;
-    ASSERT_TRUE(Charset::encode(c.text, QString::fromLatin1(c.charset), bytes, &error)) << error;
-    EXPECT_EQ(bytes.toHex(), c.hex) << c.charset;
-    ASSERT_TRUE(Charset::decode(QByteArray::fromHex(c.hex), QString::fromLatin1(c.charset), text, &error)) << error;
-    EXPECT_EQ(text, c.text) << c.charset;
+    EXPECT_EQ(encoded(c.text, QString::fromLatin1(c.charset)).toHex(), c.hex) << c.charset;
+    EXPECT_EQ(decoded(QByteArray::fromHex(c.hex), QString::fromLatin1(c.charset)), c.text) << c.charset;
   }
 }
 
 TEST(Charset, NamesAreCaseInsensitiveAndTrimmedAndAnUnknownNameIsAnError) {
-  for (const QString& name : {u"GB2312"_s, u" gb2312 "_s, u"Gb2312"_s}) {
-    QByteArray bytes;
-    EXPECT_TRUE(Charset::encode(u"中"_s, name, bytes)) << name;
-    EXPECT_EQ(bytes, QByteArray::fromHex("d6d0"));
-  }
+  for (const QString& name : {u"GB2312"_s, u" gb2312 "_s, u"Gb2312"_s})
+    EXPECT_EQ(encoded(u"中"_s, name), QByteArray::fromHex("d6d0")) << name;
   for (const char* name : {"Windows-1258", "ISO-8859-2", "KOI8-R", "BIG5", "utf-16", "US-ASCII", "EUC-JP"})
     EXPECT_TRUE(Charset::isKnown(QString::fromLatin1(name))) << name;
 
   // Not a fallback: nothing is converted.
   for (const QString& name : {u"x-no-such-charset"_s, u""_s, u"   "_s, u"--"_s}) {
     EXPECT_FALSE(Charset::isKnown(name));
-    QByteArray bytes("untouched");
-    QString text(u"untouched"_s), error;
-    EXPECT_FALSE(Charset::encode(u"abc"_s, name, bytes, &error));
-    EXPECT_TRUE(error.contains(u"unknown charset"_s)) << error;
-    EXPECT_EQ(bytes, QByteArray("untouched"));
-    error.clear();
-    EXPECT_FALSE(Charset::decode("abc", name, text, &error));
-    EXPECT_TRUE(error.contains(name)) << error;
-    EXPECT_EQ(text, u"untouched"_s);
+    const Result<QByteArray> bytes = Charset::encode(u"abc"_s, name);
+    ASSERT_FALSE(bytes) << name;
+    EXPECT_TRUE(bytes.failure().description.contains(u"unknown charset"_s)) << bytes.failure().description;
+    const Result<QString> text = Charset::decode("abc", name);
+    ASSERT_FALSE(text) << name;
+    EXPECT_TRUE(text.failure().description.contains(name)) << text.failure().description;
   }
 }
 
 TEST(Charset, UnmappableCharactersBecomeReferencesInvalidBytesReplacementCharacters) {
-  QByteArray bytes;
-  ASSERT_TRUE(Charset::encode(u"a中b"_s, u"windows-1252"_s, bytes));
-  EXPECT_EQ(bytes, QByteArray("a&#20013;b"));
-  ASSERT_TRUE(Charset::encode(u"中😀"_s, u"gb2312"_s, bytes));
-  EXPECT_EQ(bytes, QByteArray::fromHex("d6d0") + "&#128512;");
-  ASSERT_TRUE(Charset::encode(u"Привет"_s, u"shift_jis"_s, bytes));
-  EXPECT_EQ(QString::fromLatin1(bytes).count(u"&#"_s), 0) << "shift_jis holds Cyrillic";
+  EXPECT_EQ(encoded(u"a中b"_s, u"windows-1252"_s), QByteArray("a&#20013;b"));
+  EXPECT_EQ(encoded(u"中😀"_s, u"gb2312"_s), QByteArray::fromHex("d6d0") + "&#128512;");
+  EXPECT_EQ(QString::fromLatin1(encoded(u"Привет"_s, u"shift_jis"_s)).count(u"&#"_s), 0) << "shift_jis holds Cyrillic";
 
   const struct {
     const char* hex;
@@ -77,30 +75,18 @@ TEST(Charset, UnmappableCharactersBecomeReferencesInvalidBytesReplacementCharact
   } invalid[] = {{"4193", u"shift_jis"_s, u"A\uFFFD"_s},  // a cut double byte
                  {"41812042", u"gbk"_s, u"A\uFFFD B"_s},  // a bad trail byte
                  {"41c342", u"utf-8"_s, u"A\uFFFDB"_s}};
-  QString text;
-  for (const auto& c : invalid) {
-    ASSERT_TRUE(Charset::decode(QByteArray::fromHex(c.hex), c.charset, text));
-    EXPECT_EQ(text, c.text) << c.hex;
-  }
-  ASSERT_TRUE(Charset::decode(QByteArray::fromHex("41e4b8"), u"utf-8"_s, text));
+  for (const auto& c : invalid) EXPECT_EQ(decoded(QByteArray::fromHex(c.hex), c.charset), c.text) << c.hex;
+  const QString text = decoded(QByteArray::fromHex("41e4b8"), u"utf-8"_s);
   EXPECT_TRUE(text.startsWith(u'A') && text.size() > 1) << "a sequence cut at the end is not lost";
   EXPECT_EQ(text.mid(1), QString(text.size() - 1, QChar(0xFFFD)));
 }
 
 TEST(Charset, UnicodeCharsetsWriteNoMarkAndDropOneWhenReadingEmptyTextConverts) {
-  QByteArray bytes;
-  ASSERT_TRUE(Charset::encode(u"x"_s, u"utf-8"_s, bytes));
-  EXPECT_EQ(bytes, QByteArray("x"));
-  ASSERT_TRUE(Charset::encode(u"x"_s, u"unicode"_s, bytes));
-  EXPECT_EQ(bytes, QByteArray("x\0", 2));
-  QString text;
-  ASSERT_TRUE(Charset::decode(QByteArray::fromHex("efbbbf78"), u"utf-8"_s, text));
-  EXPECT_EQ(text, u"x"_s);
-
-  EXPECT_TRUE(Charset::encode(QString(), u"gbk"_s, bytes));
-  EXPECT_TRUE(bytes.isEmpty());
-  EXPECT_TRUE(Charset::decode(QByteArray(), u"shift_jis"_s, text));
-  EXPECT_TRUE(text.isEmpty());
+  EXPECT_EQ(encoded(u"x"_s, u"utf-8"_s), QByteArray("x"));
+  EXPECT_EQ(encoded(u"x"_s, u"unicode"_s), QByteArray("x\0", 2));
+  EXPECT_EQ(decoded(QByteArray::fromHex("efbbbf78"), u"utf-8"_s), u"x"_s);
+  EXPECT_TRUE(encoded(QString(), u"gbk"_s).isEmpty());
+  EXPECT_TRUE(decoded(QByteArray(), u"shift_jis"_s).isEmpty());
 }
 
 TEST(Charset, SystemCodePageFollowsTheLocale) {
