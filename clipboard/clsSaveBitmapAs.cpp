@@ -42,8 +42,8 @@ bool clsSaveBitmapAs::SavePictureFromHDC(const QImage& bitmap, const QString& fi
   if (format.isEmpty()) return fail(QStringLiteral("no encoder for the file name ") + fileName);
   if (bitmap.isNull()) return fail(QStringLiteral("the picture is empty"));
   if (format == "gif") {
-    QString error;
-    return WriteGif(bitmap, fileName, &error) || fail(error);
+    const Outcome written = writeGif(bitmap, fileName);
+    return written || fail(written.failure().description);
   }
   QImageWriter writer(fileName, format);
   if (format == "jpeg") writer.setQuality(100);
@@ -53,7 +53,7 @@ bool clsSaveBitmapAs::SavePictureFromHDC(const QImage& bitmap, const QString& fi
   return fail(writer.errorString());
 }
 
-bool WriteGif(const QImage& image, const QString& fileName, QString* error) {
+Outcome writeGif(const QImage& image, const QString& fileName) {
   const QImage rgb = opaque(image);
   const unsigned width = unsigned(rgb.width()), height = unsigned(rgb.height());
   const size_t pixels = size_t(width) * height;
@@ -71,16 +71,12 @@ bool WriteGif(const QImage& image, const QString& fileName, QString* error) {
   std::vector<GifColorType> palette(256);
   if (GifQuantizeBuffer(width, height, &colours, red.data(), green.data(), blue.data(), indices.data(),
                         palette.data()) == GIF_ERROR) {
-    if (error) *error = QStringLiteral("GIF palette quantization failed");
-    return false;
+    return Failure{{}, QStringLiteral("GIF palette quantization failed")};
   }
 
   int status = 0;
   GifFileType* gif = EGifOpenFileName(QFile::encodeName(fileName).constData(), false, &status);
-  if (!gif) {
-    if (error) *error = QString::fromUtf8(GifErrorString(status));
-    return false;
-  }
+  if (!gif) return Failure{{}, QString::fromUtf8(GifErrorString(status))};
   ColorMapObject* map = GifMakeMapObject(256, palette.data());
   bool ok = map && EGifPutScreenDesc(gif, int(width), int(height), 8, 0, map) != GIF_ERROR &&
             EGifPutImageDesc(gif, 0, 0, int(width), int(height), false, nullptr) != GIF_ERROR;
@@ -89,11 +85,9 @@ bool WriteGif(const QImage& image, const QString& fileName, QString* error) {
   const int writeError = gif->Error;
   GifFreeMapObject(map);
   ok = EGifCloseFile(gif, &status) != GIF_ERROR && ok;
-  if (!ok) {
-    if (error) *error = QString::fromUtf8(GifErrorString(writeError ? writeError : status));
-    QFile::remove(fileName);
-  }
-  return ok;
+  if (ok) return {};
+  QFile::remove(fileName);
+  return Failure{{}, QString::fromUtf8(GifErrorString(writeError ? writeError : status))};
 }
 
 }  // namespace velmora

@@ -2,6 +2,8 @@
 #include <QImage>
 #include <QString>
 
+#include "core/Result.h"
+
 namespace velmora {
 
 // Saves a picture to a file whose extension chooses the format: ".png", ".gif", ".jpg"
@@ -19,6 +21,6 @@ class clsSaveBitmapAs {
 };
 
 // GIF through giflib, with a median-cut palette of up to 256 colours.
-bool WriteGif(const QImage& image, const QString& fileName, QString* error);
+Outcome writeGif(const QImage& image, const QString& fileName);
 
 }  // namespace velmora
