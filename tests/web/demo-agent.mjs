@@ -1,9 +1,10 @@
-// What the demo page's browser tests share: the agent in demo mode (with its receiver) on
-// free ports, one headless Chromium per test file, and a watchdog so that a stuck test ends
-// with the agent's log instead of hanging.
+// What the browser tests share: the real agent in demo mode (with its receiver) on free
+// ports, one headless Chromium per test file, small helpers, and a watchdog so that a stuck
+// test ends with the agents' logs instead of hanging.
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
-import { existsSync, mkdtempSync, rmSync } from "node:fs";
+import { existsSync, mkdtempSync, readdirSync, rmSync } from "node:fs";
+import http from "node:http";
 import { createRequire } from "node:module";
 import net from "node:net";
 import { tmpdir } from "node:os";
@@ -14,25 +15,24 @@ import { fileURLToPath } from "node:url";
 export const repo = path.resolve(path.dirname(fileURLToPath(import.meta.url)), "../..");
 const webRoot = path.join(repo, "web");
 const { chromium } = createRequire(path.join(webRoot, "package.json"))("playwright-core");
-const agentPath = process.env.VELMORA_AGENT || path.join(repo, "build/velmora-agent");
-
-const CHROMIUM_ARGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-  "--disable-background-networking", "--disable-component-update", "--disable-sync"];
+export const agentPath = process.env.VELMORA_AGENT || path.join(repo, "build/velmora-agent");
+export const needsDisplay = process.env.DISPLAY ? false : "needs the X server of the test command";
 
 // A real PNG: 3 x 2 red pixels.
 export const PICTURE = Buffer.from(
   "iVBORw0KGgoAAAANSUhEUgAAAAMAAAACCAIAAAASFvFNAAAAEElEQVR4nGM4IScHQQxwFgBBAAYZPEVBlgAAAABJRU5ErkJggg==", "base64");
 
 const agents = [];
+const servers = [];
 let browser;
 
 const watchdog = setTimeout(() => {
   for (const agent of agents) {
-    console.error("demo test timed out; agent log:\n" + agent.log);
+    console.error("timed out; agent log:\n" + agent.log);
     agent.process.kill("SIGKILL");
   }
   process.exit(1);
-}, 150_000);
+}, 170_000);
 watchdog.unref();
 
 export function waitFor(check, what, timeoutMs = 15_000) {
@@ -41,35 +41,35 @@ export function waitFor(check, what, timeoutMs = 15_000) {
     const poll = () => {
       const value = check();
       if (value) return resolve(value);
-      if (Date.now() - started > timeoutMs) return reject(new Error(`timed out waiting for ${what}`));
+      if (Date.now() - started > timeoutMs) {
+        return reject(new Error(`timed out waiting for ${what}\n${agents.map((a) => a.log).join("\n")}`));
+      }
       setTimeout(poll, 50);
     };
     poll();
   });
 }
 
-// The agent in demo mode on free ports, offscreen, with a temporary folder of its own.
-// With `display` it uses the X server of the test command, for the clipboard.
+// The agent in demo mode with a temporary folder of its own. Without `display` it runs on
+// Qt's offscreen platform, as on a machine without a desktop; with it, on the X server of
+// the test command (for the clipboard and dialogs).
 export class DemoAgent {
   constructor(extraArgs = [], { display = false } = {}) {
     this.scratch = mkdtempSync(path.join(tmpdir(), "velmora-demo-"));
     this.log = "";
-    const env = { ...process.env, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch, QT_QPA_PLATFORM: "offscreen" };
-    if (display) {
-      env.QT_QPA_PLATFORM = "xcb";
-    } else {
-      delete env.DISPLAY;
-    }
+    const env = { ...process.env, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch,
+      QT_QPA_PLATFORM: display ? "xcb" : "offscreen" };
+    if (!display) delete env.DISPLAY;
     delete env.WAYLAND_DISPLAY;
     this.process = spawn(agentPath, ["--demo", "--port", "0", "--http-port", "0", "--web-root", webRoot, ...extraArgs],
       { env, stdio: ["ignore", "ignore", "pipe"] });
-    this.process.stderr.setEncoding("utf8");
-    this.process.stderr.on("data", (text) => { this.log += text; });
+    this.process.stderr.setEncoding("utf8").on("data", (text) => { this.log += text; });
     this.exited = new Promise((resolve) => this.process.on("exit", (code, signal) => resolve(code ?? signal)));
     agents.push(this);
   }
 
   async started() {
+    this.wsPort = Number((await waitFor(() => this.log.match(/listening on ws:\/\/127\.0\.0\.1:(\d+)/), "the agent"))[1]);
     this.demoOrigin = (await waitFor(() => this.log.match(/demo page on (http:\/\/127\.0\.0\.1:\d+)\//), "the demo"))[1];
     const receiver = this.log.match(/upload receiver on (http:\/\/127\.0\.0\.1:\d+) \(storing in (.+)\)/);
     if (receiver) [, this.receiverUrl, this.storage] = receiver;
@@ -77,17 +77,52 @@ export class DemoAgent {
   }
 
   async stop() {
-    if (this.process.exitCode === null && this.process.signalCode === null) this.process.kill("SIGTERM");
+    if (this.process.exitCode === null && this.process.signalCode === null) {
+      this.process.kill("SIGTERM");
+      const timer = setTimeout(() => this.process.kill("SIGKILL"), 5000);
+      await this.exited;
+      clearTimeout(timer);
+    }
     return this.exited;
   }
 
+  pageFolders() {
+    const root = path.join(this.scratch, "Velmora");
+    return existsSync(root) ? readdirSync(root).filter((name) => name.startsWith("page-")) : [];
+  }
+
+  // Opens the demo page; its session's name ("page-<pid>-<n>") is page.sessionName.
   async openDemo() {
+    const opened = () => [...this.log.matchAll(/page (page-\d+-\d+) opened/g)].map((match) => match[1]);
+    const before = opened().length;
     const page = await browser.newPage();
     page.setDefaultTimeout(20_000);
     await page.goto(`${this.demoOrigin}/`);
     await page.evaluate(() => window.velmoraDemo.ready.then(() => true));
+    await waitFor(() => opened().length > before, "the page's session");
+    page.sessionName = opened().at(-1);
     return page;
   }
+
+  // Runs `work` on a fresh demo page and closes the page afterwards.
+  async onDemo(work) {
+    const page = await this.openDemo();
+    try {
+      return await work(page);
+    } finally {
+      await page.close();
+    }
+  }
+}
+
+export const newPage = () => browser.newPage();
+
+// An HTTP server on 127.0.0.1 (another site of this machine), closed after the tests; answers its origin.
+export async function serve(handler) {
+  const server = http.createServer(handler);
+  servers.push(server);
+  await new Promise((resolve) => server.listen(0, "127.0.0.1", resolve));
+  return `http://127.0.0.1:${server.address().port}`;
 }
 
 export function portRefuses(port) {
@@ -104,6 +139,14 @@ export function ownClipboard(type, file) {
   return spawn("xclip", ["-selection", "clipboard", "-t", type, "-i", file, "-quiet"], { stdio: "ignore" });
 }
 
+// Clicks one of the demo's action buttons and answers the outcome its result line shows.
+export async function act(page, button, result) {
+  await page.evaluate((line) => { document.querySelector(line).dataset.outcome = "busy"; }, result);
+  await page.click(button);
+  await page.waitForSelector(`${result}:is([data-outcome="ok"], [data-outcome="error"])`);
+  return { outcome: await page.getAttribute(result, "data-outcome"), text: await page.textContent(result) };
+}
+
 // The pictures the editor shows once every one of them has loaded.
 export async function loadedPictures(page, count) {
   return (await page.waitForFunction((expected) => {
@@ -114,11 +157,11 @@ export async function loadedPictures(page, count) {
   }, count)).jsonValue();
 }
 
-export const needsDisplay = process.env.DISPLAY ? false : "needs the X server of the test command";
-
 before(async () => {
   assert.ok(existsSync(agentPath), `the agent is not built: ${agentPath}`);
-  browser = await chromium.launch({ executablePath: "/usr/bin/chromium", args: CHROMIUM_ARGS, timeout: 30_000 });
+  browser = await chromium.launch({ executablePath: "/usr/bin/chromium", timeout: 30_000, args: ["--headless",
+    "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+    "--disable-component-update", "--disable-sync"] });
 });
 
 after(async () => {
@@ -127,5 +170,6 @@ after(async () => {
     await agent.stop();
     rmSync(agent.scratch, { recursive: true, force: true });
   }
+  for (const server of servers) server.close();
   clearTimeout(watchdog);
 });

@@ -4,11 +4,10 @@
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import { writeFileSync } from "node:fs";
-import http from "node:http";
 import path from "node:path";
 import { test } from "node:test";
 
-import { DemoAgent, repo, waitFor } from "./demo-agent.mjs";
+import { DemoAgent, act, repo } from "./demo-agent.mjs";
 
 const cliPath = process.env.VELMORA_CLI || path.join(repo, "build/velmora");
 
@@ -34,24 +33,19 @@ p.MsoNormal, li.MsoNormal { mso-style-parent:""; margin:0cm; font-size:12.0pt; f
 </body>
 </html>`;
 
-// A paste as the browser delivers one after "Copy" in an office program: HTML and plain text.
-function pasteIntoBox(page, html) {
-  return page.evaluate((copied) => {
-    const data = new DataTransfer();
-    data.setData("text/html", copied);
-    data.setData("text/plain", "Quarterly report\n1. Sales grew by 12%.");
-    const box = document.getElementById("cleanup-html");
-    box.focus();
-    box.dispatchEvent(new ClipboardEvent("paste", { clipboardData: data, bubbles: true, cancelable: true }));
-  }, html);
-}
-
-test("the clean-up box cleans pasted Word HTML into the editor and lists the rules", { timeout: 90_000 }, async () => {
+test("the clean-up box cleans pasted Word HTML into the editor and lists the rules", async () => {
   const agent = await new DemoAgent().started();
-  const page = await agent.openDemo();
-  try {
+  await agent.onDemo(async (page) => {
     await page.waitForSelector("#cleanup-panel", { state: "visible" });
-    await pasteIntoBox(page, COPIED_FROM_WORD);
+    // A paste as the browser delivers one after "Copy" in an office program: HTML and plain text.
+    await page.evaluate((copied) => {
+      const data = new DataTransfer();
+      data.setData("text/html", copied);
+      data.setData("text/plain", "Quarterly report\n1. Sales grew by 12%.");
+      const box = document.getElementById("cleanup-html");
+      box.focus();
+      box.dispatchEvent(new ClipboardEvent("paste", { clipboardData: data, bubbles: true, cancelable: true }));
+    }, COPIED_FROM_WORD);
     assert.equal(await page.inputValue("#cleanup-html"), COPIED_FROM_WORD);
     assert.equal(await page.inputValue("#cleanup-source"), "paste");
 
@@ -60,12 +54,8 @@ test("the clean-up box cleans pasted Word HTML into the editor and lists the rul
     await page.check('#cleanup-switches input[name="opt2table"]');
     assert.equal(await page.inputValue("#cleanup-opt"), "optimizemode:2;opt2table:1");
     await page.uncheck('#cleanup-switches input[name="opt2table"]');
-    assert.equal(await page.inputValue("#cleanup-opt"), "optimizemode:2");
-
-    await page.click("#cleanup-run");
-    await page.waitForSelector('#cleanup-result:is([data-outcome="ok"], [data-outcome="error"])');
-    assert.match(await page.textContent("#cleanup-result"), /^Cleaned with word, optimizemode:2: \d+ rule\(s\) changed/);
-
+    const { text } = await act(page, "#cleanup-run", "#cleanup-result");
+    assert.match(text, /^Cleaned with word, optimizemode:2: \d+ rule\(s\) changed/);
     const shown = await page.evaluate(async () => {
       const { editor } = await window.velmoraDemo.ready;
       return { text: editor.getText(), html: editor.root.innerHTML };
@@ -83,34 +73,5 @@ test("the clean-up box cleans pasted Word HTML into the editor and lists the rul
     assert.ok(listed.length > 0);
     assert.deepEqual(listed, cli.trace.map(({ rule, change }) => `${rule} ${change > 0 ? "+" : ""}${change}`));
     assert.equal(await page.textContent("#cleanup-body-text"), cli.Body);
-  } finally {
-    await page.close();
-  }
-});
-
-// Another site on this machine: a page served from another port of 127.0.0.1.
-async function anotherSite() {
-  const server = http.createServer((request, response) => {
-    response.writeHead(200, { "Content-Type": "text/html" }).end("<p>another site</p>");
   });
-  await new Promise((resolve) => server.listen(0, "127.0.0.1", resolve));
-  return { server, origin: `http://127.0.0.1:${server.address().port}` };
-}
-
-test("a page of another origin cannot have the demo server clean up", { timeout: 60_000 }, async () => {
-  const agent = await new DemoAgent().started();
-  const other = await anotherSite();
-  const page = await agent.openDemo();
-  try {
-    // A form-like POST needs no permission to be sent; only its answer is hidden from the page.
-    await page.goto(`${other.origin}/`);
-    await page.evaluate(async ({ demo, html }) => {
-      await fetch(`${demo}/clean`, { method: "POST", mode: "no-cors", body: JSON.stringify({ engine: "word", html }) });
-    }, { demo: agent.demoOrigin, html: COPIED_FROM_WORD });
-    const refusal = `demo server refused POST /clean: Origin "${other.origin}" is not the demo's own`;
-    await waitFor(() => agent.log.includes(refusal), `"${refusal}" in the agent's log:\n${agent.log}`);
-  } finally {
-    await page.close();
-    other.server.close();
-  }
 });
