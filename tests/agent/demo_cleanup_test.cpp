@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -57,38 +56,35 @@ class DemoCleanupTest : public ::testing::Test {
 };
 
 TEST_F(DemoCleanupTest, TheDemoPageGetsWhatTheCommandLinePrints) {
-  const QString file = test::testData("word/clipboard_format.txt");
-  QFile input(file);
-  ASSERT_TRUE(input.open(QIODevice::ReadOnly));
-  const QString html = QString::fromUtf8(input.readAll());
-
+  const QString word = test::testData("word/clipboard_format.txt");
   struct Case {
-    const char* engine;
-    const char* source;
-    const char* options;
+    QString file;
+    QJsonObject options;  // each also the command line's --<name>
+    QString css;          // a WPS workbook's shared style sheet
+  } cases[] = {
+      {word, {{"engine", "word"}, {"source", "paste"}, {"opt", "optimizemode:2;opt2table:1"}}},
+      {word, {{"engine", "wps-word"}, {"source", "paste"}, {"opt", "optimizemode:1"}}},
+      {word, {{"engine", "excel"}, {"source", "import"}, {"opt", "optimizemode:1;opt1css:1"}}},
+      {test::testData("excel/wps_sheet002.htm"), {{"engine", "wps-excel"}, {"opt", "optimizemode:1;opt1css:1"}},
+       test::testData("excel/wps_stylesheet.css")},
+      {word, {{"engine", "word"}}},  // left out, the source is "import" and there are no options (mode 2)
   };
-  for (const Case& c : {Case{"word", "paste", "optimizemode:2;opt2table:1"}, Case{"wps-word", "paste", "optimizemode:1"},
-                        Case{"excel", "import", "optimizemode:1;opt1css:1"}}) {
-    SCOPED_TRACE(c.engine);
-    const Reply reply = postFromDemo({{"engine", c.engine}, {"source", c.source}, {"opt", c.options}, {"html", html}});
+  for (const Case& c : cases) {
+    QJsonObject request = c.options;
+    QStringList arguments;
+    for (auto option = c.options.begin(); option != c.options.end(); ++option)
+      arguments << "--" + option.key() << option.value().toString();
+    request.insert("html", ReadTextFile(c.file));
+    if (!c.css.isEmpty()) {
+      request.insert("extraCss", ReadTextFile(c.css));
+      arguments << "--extra-css" << c.css;
+    }
+    SCOPED_TRACE(arguments.join(' ').toStdString());
+    const Reply reply = postFromDemo(request);
     ASSERT_EQ(reply.status, 200) << reply.json["error"].toString().toStdString();
-    EXPECT_EQ(reply.json, cleanWithCommandLine(file, {"--engine", c.engine, "--source", c.source, "--opt", c.options}));
+    EXPECT_EQ(reply.json, cleanWithCommandLine(c.file, arguments));
     EXPECT_FALSE(reply.json["trace"].toArray().isEmpty());
   }
-
-  // A WPS sheet with its workbook's shared style sheet.
-  const QString sheet = test::testData("excel/wps_sheet002.htm"), css = test::testData("excel/wps_stylesheet.css");
-  const Reply wps = postFromDemo({{"engine", "wps-excel"}, {"opt", "optimizemode:1;opt1css:1"},
-                                  {"html", ReadTextFile(sheet)}, {"extraCss", ReadTextFile(css)}});
-  ASSERT_EQ(wps.status, 200) << wps.json["error"].toString().toStdString();
-  EXPECT_EQ(wps.json, cleanWithCommandLine(sheet, {"--engine", "wps-excel", "--opt", "optimizemode:1;opt1css:1",
-                                                   "--extra-css", css}));
-
-  // Left out, the source is "import" and there are no options (mode 2).
-  const Reply plain = postFromDemo({{"engine", "word"}, {"html", html}});
-  ASSERT_EQ(plain.status, 200);
-  EXPECT_EQ(plain.json, cleanWithCommandLine(file, {"--engine", "word"}));
-  EXPECT_FALSE(plain.json["Body"].toString().contains("mso-"));
 }
 
 TEST_F(DemoCleanupTest, OnlyTheDemosOwnPageMayUseIt) {

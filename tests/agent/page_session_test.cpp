@@ -41,18 +41,14 @@ struct Announced {
   explicit Announced(PageSession& session) {
     QObject::connect(&session, &PageSession::propertiesChanged, &context,
                      [this](int id, const QVariantMap& map) { changes.append({id, map}); });
-    QObject::connect(&session, qOverload<int, const QString&, const QVariantList&>(&PageSession::event), &context, [this](int id, const QString& name, const QVariantList& args) {
-      events.append({id, name, args});
-    });
+    QObject::connect(&session, qOverload<int, const QString&, const QVariantList&>(&PageSession::event), &context,
+                     [this](int id, const QString& name, const QVariantList& args) {
+                       events << QStringLiteral("%1 %2(%3)").arg(id).arg(name, QVariant(args).toStringList().join(','));
+                     });
   }
-  struct Event {
-    int id;
-    QString name;
-    QVariantList args;
-  };
   QObject context;
   QList<QPair<int, QVariantMap>> changes;
-  QList<Event> events;
+  QStringList events;  // "id Name(arguments)"
 };
 
 class PageSessionTest : public ::testing::Test {
@@ -80,64 +76,47 @@ class PageSessionTest : public ::testing::Test {
   std::unique_ptr<PageSession> session = makeSession("page-1");
 };
 
-TEST_F(PageSessionTest, TheTypeLibraryDescribesMembersTheirKindsAndDefaults) {
-  const QVariantMap library = session->typeLibrary();
-  EXPECT_EQ(library.value("name"), "Darrowin");
-  const QVariantList classes = library.value("classes").toList();
+// The page's client builds its controls from the type library: members by kind, events by name.
+TEST_F(PageSessionTest, TheTypeLibraryNamesTheClassesTheirMembersAndEvents) {
+  const QVariantList classes = session->typeLibrary().value("classes").toList();
   ASSERT_EQ(classes.size(), 2);
-  const QVariantMap editor = classes[0].toMap();
-  EXPECT_EQ(editor.value("name"), "Velmora5");
-  QVariantMap dialogOpen, status;
-  for (const QVariant& member : editor.value("dispatch").toMap().value("members").toList()) {
-    if (member.toMap().value("name") == "DialogOpen") dialogOpen = member.toMap();
-    if (member.toMap().value("name") == "Status") status = member.toMap();
-  }
-  EXPECT_EQ(dialogOpen.value("kind"), "method");
-  EXPECT_EQ(dialogOpen.value("dispId"), 27);
-  const QVariantList params = dialogOpen.value("params").toList();
-  ASSERT_EQ(params.size(), 6);
-  EXPECT_EQ(params[0].toMap().value("default"), QVariant(true));
-  EXPECT_EQ(params[2].toMap().value("default"), QString("所有文件(*.*)|*.*"));
-  EXPECT_EQ(params[3].toMap().value("default"), QVariant(1));
-  EXPECT_EQ(params[3].toMap().value("type"), "int32");
-  EXPECT_EQ(status.value("kind"), "get");
-  const QVariantList events = classes[1].toMap().value("events").toMap().value("members").toList();
-  ASSERT_EQ(events.size(), 2);
-  EXPECT_EQ(events[1].toMap().value("name"), "OnUpload");
-  EXPECT_EQ(events[1].toMap().value("dispId"), 2);
+  EXPECT_EQ(classes[0].toMap().value("name"), "Velmora5");
+  QMap<QString, QString> kinds;
+  for (const QVariant& member : classes[0].toMap().value("dispatch").toMap().value("members").toList())
+    kinds[member.toMap().value("name").toString()] = member.toMap().value("kind").toString();
+  EXPECT_EQ(kinds.value("DialogOpen"), "method");
+  EXPECT_EQ(kinds.value("Status"), "get");
+  QStringList events;
+  for (const QVariant& event : classes[1].toMap().value("events").toMap().value("members").toList())
+    events << event.toMap().value("name").toString();
+  EXPECT_EQ(events, (QStringList{"OnCancel", "OnUpload"}));
 }
 
-TEST_F(PageSessionTest, ControlsAreCreatedAndDrivenByIdThroughDispatch) {
+TEST_F(PageSessionTest, ControlsAreDrivenByIdAndScriptErrorsComeBackAsErrorMaps) {
   const QVariantMap created = session->create("velmora5");
   ASSERT_TRUE(created.value("ok").toBool());
   const int id = created.value("value").toInt();
-  const QVariantMap properties = created.value("properties").toMap();
-  EXPECT_EQ(properties.value("Version"), "5.1.0.0");
-  EXPECT_EQ(properties.value("Status"), "");
-
+  EXPECT_EQ(created.value("properties").toMap().value("Version"), "5.1.0.0") << "create answers every property";
   const QVariantMap test = session->invoke(id, "Test", {});
-  EXPECT_TRUE(test.value("ok").toBool());
   EXPECT_EQ(test.value("value"), "Velmora");
   EXPECT_TRUE(test.value("properties").toMap().isEmpty()) << "nothing changed";
-
   EXPECT_TRUE(session->put(id, "LocalSize", "2048").value("ok").toBool());
-  const QVariantMap upload = session->invoke(id, "LocalUpload", {"<p>no pictures</p>"});
-  EXPECT_TRUE(upload.value("ok").toBool());
+  EXPECT_TRUE(session->invoke(id, "LocalUpload", {"<p>no pictures</p>"}).value("ok").toBool());
   EXPECT_EQ(session->get(id, "Body").value("value"), "<p>no pictures</p>");
-
   EXPECT_NE(create(*session), id) << "every control has its own id";
-}
 
-TEST_F(PageSessionTest, ScriptErrorsComeBackAsErrorMaps) {
-  const int id = create(*session);
-  const QVariantMap overflow = session->put(id, "LocalSize", "99999999999");
-  EXPECT_FALSE(overflow.value("ok").toBool());
-  EXPECT_EQ(errorOf(overflow).value("number").toLongLong(), errnum::Overflow);
-  EXPECT_EQ(errorOf(overflow).value("description"), "Overflow");
-  EXPECT_EQ(errorOf(session->get(id, "SendUrl")).value("number").toLongLong(), errnum::PropertyOrMethodNotFound);
-  EXPECT_EQ(errorOf(session->invoke(99, "Test", {})).value("number").toLongLong(), 424) << "no such control";
-  EXPECT_EQ(errorOf(session->create("NoSuchClass")).value("number").toLongLong(), 429);
-  EXPECT_EQ(session->objectCount(), 1);
+  const std::pair<QVariantMap, long> failures[] = {
+      {session->put(id, "LocalSize", "99999999999"), errnum::Overflow},
+      {session->get(id, "SendUrl"), errnum::PropertyOrMethodNotFound},
+      {session->invoke(99, "Test", {}), 424},  // no such control
+      {session->create("NoSuchClass"), 429},
+  };
+  for (const auto& [reply, number] : failures) {
+    EXPECT_FALSE(reply.value("ok").toBool()) << number;
+    EXPECT_EQ(errorOf(reply).value("number").toLongLong(), number);
+  }
+  EXPECT_EQ(errorOf(failures[0].first).value("description"), "Overflow");
+  EXPECT_EQ(session->objectCount(), 2);
 }
 
 TEST_F(PageSessionTest, AControlNotSafeForPagesIsNeverCreated) {
@@ -146,13 +125,11 @@ TEST_F(PageSessionTest, AControlNotSafeForPagesIsNeverCreated) {
     answers.safeForScripting = scripting;
     answers.safeForInitializing = !scripting;
     session->setSafetyAnswers(answers);
-    const QVariantMap refused = session->create("Velmora5");
-    EXPECT_EQ(errorOf(refused).value("number").toLongLong(), 429);
-    EXPECT_TRUE(errorOf(refused).value("description").toString().contains("not marked safe")) << scripting;
+    const QVariantMap refused = errorOf(session->create("Velmora5"));
+    EXPECT_EQ(refused.value("number").toLongLong(), 429);
+    EXPECT_TRUE(refused.value("description").toString().contains("not marked safe")) << scripting;
   }
   EXPECT_EQ(session->objectCount(), 0);
-  session->setSafetyAnswers(ObjectSafety());
-  create(*session);
 }
 
 TEST_F(PageSessionTest, ChangesReachThePageOnceAndTheSharedErrorTextReachesEveryControl) {
@@ -188,12 +165,7 @@ TEST_F(PageSessionTest, EventsOfTheControlAreRelayedWithTheirArguments) {
   Announced announced(*session);
   emit upload->OnUpload("ok", "a.png|b.png");
   emit upload->OnCancel("cancel");
-  ASSERT_EQ(announced.events.size(), 2);
-  EXPECT_EQ(announced.events[0].id, id);
-  EXPECT_EQ(announced.events[0].name, "OnUpload");
-  EXPECT_EQ(announced.events[0].args, (QVariantList{"ok", "a.png|b.png"}));
-  EXPECT_EQ(announced.events[1].name, "OnCancel");
-  EXPECT_EQ(announced.events[1].args, QVariantList{"cancel"});
+  EXPECT_EQ(announced.events, (QStringList{QString("%1 OnUpload(ok,a.png|b.png)").arg(id), QString("%1 OnCancel(cancel)").arg(id)}));
 }
 
 TEST_F(PageSessionTest, WithoutADisplayMembersThatShowAWindowFailAtOnce) {
@@ -208,36 +180,24 @@ TEST_F(PageSessionTest, WithoutADisplayMembersThatShowAWindowFailAtOnce) {
   EXPECT_TRUE(session->invoke(id, "Test", {}).value("ok").toBool());
 }
 
-TEST_F(PageSessionTest, ReleaseFreesTheControl) {
-  const int id = create(*session, "VelmoraMFU5");
-  const QPointer<FakeUploadControl> control = upload;
-  ASSERT_TRUE(control);
-  EXPECT_TRUE(session->release(id).value("ok").toBool());
-  EXPECT_TRUE(control.isNull());
-  EXPECT_EQ(session->objectCount(), 0);
-  EXPECT_EQ(errorOf(session->invoke(id, "Test", {})).value("number").toLongLong(), 424);
-  EXPECT_EQ(errorOf(session->release(id)).value("number").toLongLong(), 424);
-}
-
 TEST_F(PageSessionTest, AControlReleasedDuringItsOwnCallLivesUntilTheCallReturns) {
   const int id = create(*session, "VelmoraMFU5");
   QPointer<FakeUploadControl> control = upload;
-  bool aliveAfterRelease = false;
-  bool idleRanEarly = false;
   bool idleRan = false;
   control->duringCall = [&] {
     EXPECT_TRUE(session->isBusy());
     session->whenIdle([&] { idleRan = true; });
-    idleRanEarly = idleRan;
+    EXPECT_FALSE(idleRan);
     EXPECT_TRUE(session->release(id).value("ok").toBool());
-    aliveAfterRelease = !control.isNull();
+    EXPECT_FALSE(control.isNull()) << "alive while its call runs";
   };
   EXPECT_TRUE(session->put(id, "SendUrl", "http://127.0.0.1/u?x=1").value("ok").toBool());
-  EXPECT_TRUE(aliveAfterRelease);
-  EXPECT_FALSE(idleRanEarly);
   EXPECT_TRUE(idleRan);
   EXPECT_TRUE(control.isNull()) << "freed once the call returned";
   EXPECT_FALSE(session->isBusy());
+  EXPECT_EQ(session->objectCount(), 0);
+  EXPECT_EQ(errorOf(session->invoke(id, "Test", {})).value("number").toLongLong(), 424);
+  EXPECT_EQ(errorOf(session->release(id)).value("number").toLongLong(), 424);
 }
 
 TEST_F(PageSessionTest, EndingASessionDeletesItsOwnWorkingFolderOnly) {
