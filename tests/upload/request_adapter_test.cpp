@@ -76,8 +76,11 @@ TEST(RequestAdapter, FailuresBelowHttpReadAsStatusesOtherThan200) {
   }
 }
 
-TEST(RequestAdapter, OpenRefusesWhatIsNotAnHttpAddress) {
+TEST(RequestAdapter, RefusesWhatIsNotAnHttpRequest) {
   Recorded r;
+  const Outcome unopened = r.request->send("x");
+  ASSERT_FALSE(unopened);
+  EXPECT_FALSE(unopened.failure().description.isEmpty());
   for (const char* url : {"http://127.0.0.1:99999/up?x=1", "no address at all?x=1", "ftp://127.0.0.1/up?x=1",
                           "http://[::1/up", "http:///up?x=1", ""}) {
     const Outcome opened = r.request->Open("POST", url, true);
@@ -85,18 +88,11 @@ TEST(RequestAdapter, OpenRefusesWhatIsNotAnHttpAddress) {
     EXPECT_FALSE(opened.failure().description.isEmpty()) << url;
   }
   EXPECT_FALSE(r.request->Open("PO ST", "http://127.0.0.1/", true));
-  EXPECT_TRUE(r.states.isEmpty());
-}
-
-TEST(RequestAdapter, HeadersAndSendNeedAnOpenRequest) {
-  Recorded r;
-  const Outcome sent = r.request->send("x");
-  ASSERT_FALSE(sent);
-  EXPECT_FALSE(sent.failure().description.isEmpty());
   ASSERT_TRUE(r.request->Open("POST", "http://127.0.0.1:9/", true));
   EXPECT_FALSE(r.request->setRequestHeader("X-Bad", "a\r\nInjected: yes"));
   EXPECT_FALSE(r.request->setRequestHeader("Bad Name", "a"));
   EXPECT_TRUE(r.request->setRequestHeader("X-Good", "a"));
+  EXPECT_EQ(r.states, QList<int>{XmlHttpRequest::Loading}) << "only the one open request";
 }
 
 TEST(RequestAdapter, AbortStopsARequestSilently) {
@@ -124,7 +120,6 @@ TEST(RequestAdapter, ResponseTextFollowsTheAnswersCharset) {
   server.route("/unknown", {200, "abc", "text/plain; charset=x-no-such"});
   const auto fetch = [&](const QByteArray& path, QString* error = nullptr) {
     Recorded r;
-    QString openError;
     EXPECT_TRUE(r.request->Open("GET", server.url(path), false));
     EXPECT_TRUE(r.request->send(QByteArray()));  // synchronous: complete on return
     EXPECT_TRUE(r.complete());
