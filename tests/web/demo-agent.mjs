@@ -115,8 +115,6 @@ export class DemoAgent {
   }
 }
 
-export const newPage = () => browser.newPage();
-
 // An HTTP server on 127.0.0.1 (another site of this machine), closed after the tests; answers its origin.
 export async function serve(handler) {
   const server = http.createServer(handler);

@@ -126,17 +126,6 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
         .find((span) => span.textContent === "Red news")?.style.color), "rgb(200, 0, 0)");
     });
   });
-
-  test("Quick format of HTML that names no web page leaves the editor alone", async () => {
-    offer("text/html", "<meta charset='utf-8'><p>from a local file</p>");
-    await onDemoSeeing("0|0|0|0|1|0", async (page) => {
-      const before = await editorText(page);
-      const { outcome, text } = await paste(page, "quick-format");
-      assert.equal(outcome, "error");
-      assert.match(text, /^No template/);
-      assert.equal(await editorText(page), before);
-    });
-  });
 });
 
 // An uncompressed movie: "FWS", version 10, 21 bytes, the frame 200..11200 x 100..8100
