@@ -104,11 +104,8 @@ TEST(Settings, NameTheAllowedOrigins) {
   EXPECT_NE(errorOf(temp.path() + "/missing.json").find("missing.json"), std::string::npos);
   EXPECT_NE(errorOf(temp.write("broken.json", "{\"allowedOrigins\": [")).find("broken.json"), std::string::npos);
   EXPECT_NE(errorOf(temp.write("list.json", R"(["http://a.example"])")).find("wants {\"allowedOrigins\""), std::string::npos);
-  EXPECT_NE(errorOf(temp.write("text.json", R"({"allowedOrigins": "http://a.example"})")).find("wants"), std::string::npos);
   EXPECT_NE(errorOf(temp.write("path.json", R"({"allowedOrigins": ["http://a.example/editor"]})"))
                 .find("not an origin: [\"http://a.example/editor\"]"),
-            std::string::npos);
-  EXPECT_NE(errorOf(temp.write("number.json", R"({"allowedOrigins": [8080]})")).find("not an origin: [8080]"),
             std::string::npos);
 }
 

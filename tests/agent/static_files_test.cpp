@@ -33,12 +33,5 @@ TEST(StaticFiles, OnlyFilesInsideTheMountsAreServed) {
     EXPECT_EQ(files.resolve(path), "") << path.toStdString();
 }
 
-// Browsers refuse a module script served under another type.
-TEST(ContentTypes, FollowTheExtension) {
-  EXPECT_EQ(StaticFiles::contentType("velmora.js"), "text/javascript; charset=utf-8");
-  EXPECT_EQ(StaticFiles::contentType("INDEX.HTML"), "text/html; charset=utf-8");
-  EXPECT_EQ(StaticFiles::contentType("LICENSE"), "application/octet-stream");
-}
-
 }  // namespace
 }  // namespace velmora::agent

@@ -2,7 +2,6 @@
 #include <QSet>
 #include <gtest/gtest.h>
 
-#include "tests/common/TestSupport.h"
 #include "upload/clsXmlHttpPost.h"
 
 namespace velmora {
@@ -70,34 +69,6 @@ TEST(MultipartBody, TextIsWrittenInTheCharsetWithoutAByteOrderMark) {
     const QByteArray head = utf16 ? QByteArray("\r\0\n\0", 4) : QByteArray("\r\n");
     EXPECT_TRUE(body.startsWith(head)) << c.charset;
     EXPECT_TRUE(body.contains(c.value)) << c.charset << " " << body.toHex().toStdString();
-  }
-}
-
-// A file of 300 KB, read from its path or from a device of unknown size (in pieces).
-TEST(MultipartBody, FileContentComesFromPathsAndDevicesUnchanged) {
-  test::ScopedTempRoot temp;
-  QByteArray bytes(300 * 1024, '\0');
-  for (qsizetype i = 0; i < bytes.size(); ++i) bytes[i] = char(i * 7);
-  struct Pipe : QIODevice {
-    QByteArray data;
-    qint64 at = 0;
-    bool isSequential() const override { return true; }
-    qint64 readData(char* out, qint64 max) override {
-      const qint64 n = std::min(max, qint64(data.size()) - at);
-      memcpy(out, data.constData() + std::exchange(at, at + n), size_t(n));
-      return n;
-    }
-    qint64 writeData(const char*, qint64) override { return -1; }
-  } pipe;
-  pipe.data = bytes;
-  pipe.open(QIODevice::ReadOnly);
-  clsXmlHttpPost fromPath, fromPipe;
-  (void)fromPath.AddFile("uploadfile", "p.png", temp.write("p.png", bytes));
-  (void)fromPipe.AddFile("uploadfile", "p.png", pipe);
-  for (clsXmlHttpPost* post : {&fromPath, &fromPipe}) {
-    (void)post->AddEnd();
-    EXPECT_EQ(post->Data(), expected(*post, "\r\n--{B}\r\nContent-Disposition: form-data; name=\"uploadfile\"; filename=\"p.png\""
-                                            "\r\nContent-Type: application/octet-stream\r\n\r\n") + bytes + expected(*post, "\r\n--{B}--\r\n"));
   }
 }
 

@@ -33,17 +33,21 @@ test("the demo page drives a control through the agent and gets its results and 
       const session = await new Promise((resolve) => new QWebChannel(socket, (channel) => resolve(channel.objects.velmora)));
       session.deleteLater();
       const afterDelete = (await session.create("Velmora5")).ok;
-      socket.close();
+      // A message that is not the channel's JSON ends the connection that sent it, not the agent.
+      const closed = new Promise((resolve) => socket.addEventListener("close", (event) => resolve(event.code)));
+      socket.send("this is not JSON");
       return {
         version: control.Version, className: control.className, done: { Status, Error, Body, OriginalFiles },
-        setterErrors, writeOnly: v.SendUrl, afterDelete, overflow: await caught(() => control.put("LocalSize", "1e12")),
+        setterErrors, writeOnly: v.SendUrl, afterDelete, notJson: await closed, stillThere: await control.Test(),
+        overflow: await caught(() => control.put("LocalSize", "1e12")),
         noDisplay: await caught(() => control.DialogOpen()), noClass: await caught(() => client.create("NoSuchClass")),
       };
     });
     assert.match(seen.noDisplay, /^5 .*DialogOpen shows a window/);
     assert.match(seen.noClass, /^429 /);
     assert.deepEqual({ ...seen, noDisplay: undefined, noClass: undefined }, {
-      version: "5.1.0.0", className: "Velmora5", setterErrors: [6], writeOnly: undefined, afterDelete: true,
+      version: "5.1.0.0", className: "Velmora5", setterErrors: [6], writeOnly: undefined, afterDelete: true, notJson: 1002,
+      stillThere: "Velmora",
       done: { Status: "ok", Error: "", Body: '<p>no pictures</p><a href="#part2">see</a>', OriginalFiles: "" },
       overflow: "6 Overflow", noDisplay: undefined, noClass: undefined,
     });

@@ -1,12 +1,10 @@
-// What the browser tests share: the real agent in demo mode (with its receiver) on free
-// ports, one headless Chromium per test file, small helpers, and a watchdog so that a stuck
-// test ends with the agents' logs instead of hanging.
+// What the browser tests share: the real agent in demo mode (with its receiver) on free ports,
+// one headless Chromium per test file, and a watchdog that ends a stuck test with the agents' logs.
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { existsSync, mkdtempSync, readdirSync, rmSync } from "node:fs";
 import http from "node:http";
 import { createRequire } from "node:module";
-import net from "node:net";
 import { tmpdir } from "node:os";
 import path from "node:path";
 import { after, before } from "node:test";
@@ -77,13 +75,9 @@ export class DemoAgent {
   }
 
   async stop() {
-    if (this.process.exitCode === null && this.process.signalCode === null) {
-      this.process.kill("SIGTERM");
-      const timer = setTimeout(() => this.process.kill("SIGKILL"), 5000);
-      await this.exited;
-      clearTimeout(timer);
-    }
-    return this.exited;
+    this.process.kill("SIGTERM");  // nothing when it has ended already
+    const timer = setTimeout(() => this.process.kill("SIGKILL"), 5000);
+    try { return await this.exited; } finally { clearTimeout(timer); }
   }
 
   pageFolders() {
@@ -107,11 +101,7 @@ export class DemoAgent {
   // Runs `work` on a fresh demo page and closes the page afterwards.
   async onDemo(work) {
     const page = await this.openDemo();
-    try {
-      return await work(page);
-    } finally {
-      await page.close();
-    }
+    try { return await work(page); } finally { await page.close(); }
   }
 }
 
@@ -121,14 +111,6 @@ export async function serve(handler) {
   servers.push(server);
   await new Promise((resolve) => server.listen(0, "127.0.0.1", resolve));
   return `http://127.0.0.1:${server.address().port}`;
-}
-
-export function portRefuses(port) {
-  return new Promise((resolve) => {
-    const socket = net.connect(port, "127.0.0.1");
-    socket.on("connect", () => { socket.destroy(); resolve(false); });
-    socket.on("error", () => resolve(true));
-  });
 }
 
 // Another program owns the X clipboard with `file` as `type`, as a desktop program would

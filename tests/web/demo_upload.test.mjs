@@ -6,7 +6,7 @@ import { existsSync, mkdirSync, readFileSync, readdirSync, writeFileSync } from 
 import path from "node:path";
 import { test } from "node:test";
 
-import { DemoAgent, PICTURE, act, loadedPictures, portRefuses, repo } from "./demo-agent.mjs";
+import { DemoAgent, PICTURE, act, loadedPictures, repo } from "./demo-agent.mjs";
 
 test("Local upload puts the receiver's copy of a local picture into the editor", async () => {
   const agent = await new DemoAgent().started();
@@ -30,7 +30,7 @@ test("Local upload puts the receiver's copy of a local picture into the editor",
 
   assert.equal(await agent.stop(), 0);
   assert.ok(!existsSync(storage), "the receiver's storage goes with the agent");
-  assert.ok(await portRefuses(Number(new URL(receiverUrl).port)), "the receiver stops with the agent");
+  await assert.rejects(fetch(`${receiverUrl}/files/`), "the receiver stops with the agent");
 });
 
 test("without its receiver the demo still runs, with no Local upload", async () => {
