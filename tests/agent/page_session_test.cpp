@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <QFileInfo>
 #include <QPointer>
 
 #include "agent/PageSession.h"
@@ -160,27 +159,6 @@ TEST_F(PageSessionTest, AControlReleasedDuringItsOwnCallLivesUntilTheCallReturns
   EXPECT_EQ(session->objectCount(), 0);
   EXPECT_EQ(errorNumber(session->invoke(id, "Test", {})), 424);
   EXPECT_EQ(errorNumber(session->release(id)), 424);
-}
-
-TEST_F(PageSessionTest, EndingASessionDeletesItsOwnWorkingFolderOnly) {
-  create(*session);
-  const QString folder = session->workingFolder();
-  EXPECT_EQ(folder, temp.path() + "/Velmora/page-1/");
-  ASSERT_TRUE(QFileInfo(folder).isDir()) << "the control made it";
-  temp.write("Velmora/page-1/picture.png", "png");
-
-  auto other = makeSession("page-2");
-  create(*other);
-  EXPECT_TRUE(QFileInfo::exists(folder + "picture.png")) << "another page's control leaves this page's files alone";
-
-  create(*session, "VelmoraMFU5");
-  const QPointer<FakeUploadControl> uploadControl = upload;
-  session.reset();
-  EXPECT_FALSE(QFileInfo::exists(folder));
-  EXPECT_TRUE(uploadControl.isNull()) << "its controls are freed";
-  EXPECT_TRUE(QFileInfo(other->workingFolder()).isDir());
-  for (const char* name : {"", ".", "..", "a/b", "../x", "a\\b"})
-    EXPECT_THROW(PageSession{name}, std::invalid_argument) << "a working subfolder is a plain name: " << name;
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 // the WebSocket door, and what a page leaves behind when it goes.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
-import { mkdirSync, writeFileSync } from "node:fs";
+import { existsSync, mkdirSync, writeFileSync } from "node:fs";
 import http from "node:http";
 import net from "node:net";
 import path from "node:path";
@@ -119,9 +119,12 @@ test("the doors let in only loopback names and the demo's own files", async () =
   }
 });
 
-test("a page that goes takes its folder, the others keep theirs until the agent stops", async () => {
-  const [gone, staying] = [await agent.openDemo(), await agent.openDemo()];
-  assert.ok(agent.pageFolders().includes(gone.sessionName), "a page's working folder exists while it is open");
+test("a page that goes takes its folder; the others keep theirs, files and all, until the agent stops", async () => {
+  const gone = await agent.openDemo();
+  const picture = path.join(agent.scratch, "Velmora", gone.sessionName, "picture.png");
+  writeFileSync(picture, PICTURE);  // the page's folder exists while it is open
+  const staying = await agent.openDemo();
+  assert.ok(existsSync(picture), "another page's control leaves this page's files alone");
   await gone.close();
   await waitFor(() => !agent.pageFolders().includes(gone.sessionName), "the gone page's working folder to go");
   assert.ok(agent.pageFolders().includes(staying.sessionName));
