@@ -82,8 +82,8 @@ TEST_F(DemoCleanupTest, TheDemoPageGetsWhatTheCommandLinePrints) {
 TEST_F(DemoCleanupTest, OnlyTheDemosOwnPageMayUseItAndABadRequestIsToldWhatIsWrong) {
   const std::string request = R"({"engine": "word", "html": "<p>x</p>"})";
   EXPECT_EQ(post(request).status, 200);
-  for (const std::string& origin : std::vector<std::string>{"http://editor.example", "null",
-                                                              "http://localhost:" + std::to_string(server.port()), ""}) {
+  const std::string localhost = "http://localhost:" + std::to_string(server.port());
+  for (const std::string& origin : std::vector<std::string>{"http://editor.example", "null", localhost, ""}) {
     const Reply reply = post(request, origin);
     EXPECT_EQ(reply.status, 403) << origin;
     EXPECT_FALSE(reply.json["error"].toString().isEmpty());
@@ -102,7 +102,8 @@ TEST_F(DemoCleanupTest, OnlyTheDemosOwnPageMayUseItAndABadRequestIsToldWhatIsWro
   for (const auto& [body, says] : bad) {
     const Reply reply = post(body);
     EXPECT_EQ(reply.status, 400) << body;
-    EXPECT_TRUE(reply.json["error"].toString().contains(QString::fromUtf8(says))) << reply.json["error"].toString().toStdString();
+    const QString error = reply.json["error"].toString();
+    EXPECT_TRUE(error.contains(QString::fromUtf8(says))) << error.toStdString();
   }
 }
 

@@ -25,11 +25,11 @@ TEST(StaticFiles, OnlyFilesInsideTheMountsAreServed) {
   };
   for (const auto& [path, file] : served)
     EXPECT_EQ(files.resolve(path), QFileInfo(temp.path() + "/web/" + file).canonicalFilePath()) << path.toStdString();
-  for (const QString& path : QStringList{"/package.json", "/demo/../package.json", "/demo/../../secret.txt", "/demo/./demo.js",
-                              "/demo//demo.js", "/demo/.hidden", "/demo/..", "/demo/sub/../demo.js",
-                              "/demo\\..\\package.json", "/demo/..\\package.json", "/demo/missing.js", "/demo",
-                              "/velmora.js/", "demo/demo.js", "/demo/out.txt", "", "/", "/demo/demo.js" + QString(QChar(0)),
-                              temp.path() + "/secret.txt"})
+  for (const QString& path : QStringList{"/package.json", "/demo/../package.json", "/demo/../../secret.txt",
+                                         "/demo/./demo.js", "/demo//demo.js", "/demo/.hidden", "/demo/..",
+                                         "/demo/sub/../demo.js", "/demo\\..\\package.json", "/demo/..\\package.json",
+                                         "/demo/missing.js", "/demo", "/velmora.js/", "demo/demo.js", "/demo/out.txt",
+                                         "", "/", "/demo/demo.js" + QString(QChar(0)), temp.path() + "/secret.txt"})
     EXPECT_EQ(files.resolve(path), "") << path.toStdString();
 }
 

@@ -12,20 +12,14 @@ namespace {
 // Seeds that look like what each parser expects, so that mutations reach past the first
 // check; then random bytes.
 std::vector<QByteArray> seeds() {
-  QByteArray swf("FWS\x0a\x40\0\0\0", 8);
-  swf += QByteArray::fromHex("7800055f00000fa000");
-  QByteArray cws("CWS\x0a\x40\0\0\0", 8);
-  cws += QByteArray::fromHex("789c0b0808000000ffff");
-  return {swf,
-          cws,
-          "\xef\xbb\xbfhello \xe4\xb8\xad",
-          "mode:html;api:0;;x:y:z",
+  return {QByteArray::fromHex("4657530a400000007800055f00000fa000"),         // "FWS", a plain movie
+          QByteArray::fromHex("4357530a40000000789c0b0808000000ffff"),       // "CWS", a packed one
+          "\xef\xbb\xbfhello \xe4\xb8\xad", "mode:html;api:0;;x:y:z",
           "<html><head><link rel=stylesheet href=\"../x.css\"><script>x</script></head><body>"
           "<!--StartFragment--><p>a</p><!--EndFragment--></body></html>",
           "Version:0.9\r\nStartHTML:0000000105\r\nEndHTML:0000000170\r\nStartFragment:0000000141\r\n"
           "EndFragment:0000000153\r\n<html><body><!--StartFragment-->\xe4\xb8\xad<b>x</b><!--EndFragment--></body></html>",
-          "file:///tmp/a%20b.png\r\n# comment\r\nfile://host/x\r\n",
-          QByteArray("C:\\docs\0a.doc\0b.xls\0\0", 21),
+          "file:///tmp/a%20b.png\r\n# comment\r\nfile://host/x\r\n", QByteArray("C:\\docs\0a.doc\0b.xls\0\0", 21),
           "\x03<html><head><style>p.MsoNormal{margin:0cm;mso-pagination:none}@page WordSection1{size:595.3pt 841.9pt;"
           "margin:72pt 90pt}</style></head><body><div class=WordSection1><p class=MsoNormal><span lang=EN>x</span>"
           "<!--[if gte vml 1]><v:shape style='width:1pt'><v:imagedata src=\"a_files/i.png\"/></v:shape><![endif]-->"

@@ -46,16 +46,17 @@ class PrinterOnAPrintServer : public ::testing::Test {
       QFile file(root + "/conf/" + name);
       return file.open(QIODevice::WriteOnly) && file.write(text.arg(root).toUtf8()) > 0 ? file.fileName() : QString();
     };
-    cupsd_->start(cupsd, {"-f", "-c", write("cupsd.conf", "Listen %1/cups.sock\nBrowsing No\nWebInterface No\n"
-                                                          "DefaultAuthType None\n<Location />\n  Order allow,deny\n"
-                                                          "  Allow all\n</Location>\n"),
-                         "-s", write("cups-files.conf", "ServerRoot %1/conf\nRequestRoot %1/spool\nTempDir %1/spool/tmp\n"
-                                                        "CacheDir %1/cache\nStateDir %1/state\nErrorLog %1/log/error_log\n"
-                                                        "AccessLog %1/log/access_log\nFileDevice Yes\n")});
+    const QString conf = write("cupsd.conf", "Listen %1/cups.sock\nBrowsing No\nWebInterface No\nDefaultAuthType None\n"
+                                             "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n");
+    const QString files = write("cups-files.conf", "ServerRoot %1/conf\nRequestRoot %1/spool\nTempDir %1/spool/tmp\n"
+                                                   "CacheDir %1/cache\nStateDir %1/state\nErrorLog %1/log/error_log\n"
+                                                   "AccessLog %1/log/access_log\nFileDevice Yes\n");
+    cupsd_->start(cupsd, {"-f", "-c", conf, "-s", files});
     // "lpstat -r" succeeds either way; its words tell whether the server answers.
     const auto answers = [] { return run("lpstat", socket(), {"-r"}).startsWith("scheduler is running"); };
-    if (!cupsd_->waitForStarted() || !test::waitUntil([&] { return cupsd_->state() != QProcess::Running || answers(); }, 15000) ||
-        cupsd_->state() != QProcess::Running)
+    const bool running = cupsd_->waitForStarted() &&
+                         test::waitUntil([&] { return cupsd_->state() != QProcess::Running || answers(); }, 15000);
+    if (!running || cupsd_->state() != QProcess::Running)
       return void(problem_ = "cupsd is not answering");
     if (!addPrinter("VelmoraPrinter")) problem_ = "lpadmin failed";
   }
@@ -97,8 +98,7 @@ TEST_F(PrinterOnAPrintServer, FindsThePrintersInstalledNowByTheirExactNames) {
 }
 
 TEST(Printer, WithoutAPrintServerNoPrinterExists) {
-  test::ScopedTempRoot temp;
-  useCupsServer(temp.path() + "/no-cups.sock");
+  useCupsServer("/nonexistent/cups.sock");
   EXPECT_FALSE(clsStrandelAPI().IsPrinterExist("VelmoraPrinter"));
   useCupsServer({});
 }

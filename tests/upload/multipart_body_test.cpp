@@ -43,7 +43,8 @@ TEST(MultipartBody, UploadOfOneFileIsByteForByteTheFormTheServerExpects) {
 TEST(MultipartBody, BoundaryHasItsShapeAndDiffersBetweenInstances) {
   const QRegularExpression shape(QStringLiteral("^-{27}7d51[0-9]{5,6}[0-9]{5,6}$"));
   QSet<QString> boundaries;
-  for (int i = 0; i < 200; ++i) boundaries << (i % 2 ? QString::fromLatin1(boundaryOf(clsXmlHttpPost())) : clsXmlHttpPost::GenerateBoundary());
+  for (int i = 0; i < 100; ++i)
+    boundaries << QString::fromLatin1(boundaryOf(clsXmlHttpPost())) << clsXmlHttpPost::GenerateBoundary();
   for (const QString& boundary : boundaries) EXPECT_TRUE(shape.match(boundary).hasMatch()) << boundary.toStdString();
   EXPECT_GT(boundaries.size(), 1);
 }

@@ -46,10 +46,10 @@ Answer uploadNamed(const ReceiverProcess& receiver, const QByteArray& fileName, 
 
 TEST(Receiver, HostileFileNamesAreStoredUnderTheRootWithSafeNames) {
   ReceiverProcess receiver;
-  const QByteArray names[] = {"../../etc/passwd.png", "/etc/passwd", "..\\..\\windows\\x.png", "C:\\Windows\\system32\\x.png",
-                               QByteArray("a\0b/../../c.png", 15), "..", ".", "", ".hidden.png", "a/../../../b.png",
-                               "%2e%2e%2fencoded.png", QByteArray(5000, 'n') + ".png", "x." + QByteArray(300, 'e'),
-                               "\xE5\x9B\xBE.png", "with space & \"quote\".png"};
+  const QByteArray names[] = {"../../etc/passwd.png", "/etc/passwd", "..\\..\\windows\\x.png",
+                               "C:\\Windows\\system32\\x.png", QByteArray("a\0b/../../c.png", 15), "..", ".", "",
+                               ".hidden.png", "a/../../../b.png", "%2e%2e%2fencoded.png", "x." + QByteArray(300, 'e'),
+                               QByteArray(5000, 'n') + ".png", "\xE5\x9B\xBE.png", "with space & \"quote\".png"};
   const QRegularExpression address("^" + QRegularExpression::escape(receiver.url("/files/")) +
                                     "([0-9]{6}-[A-Za-z0-9_][A-Za-z0-9._-]{0,80})$");
   QStringList storedNames;

@@ -67,8 +67,9 @@ export class DemoAgent {
   }
 
   async started() {
-    this.wsPort = Number((await waitFor(() => this.log.match(/listening on ws:\/\/127\.0\.0\.1:(\d+)/), "the agent"))[1]);
-    this.demoOrigin = (await waitFor(() => this.log.match(/demo page on (http:\/\/127\.0\.0\.1:\d+)\//), "the demo"))[1];
+    const said = (pattern, what) => waitFor(() => this.log.match(pattern), what).then((match) => match[1]);
+    this.wsPort = Number(await said(/listening on ws:\/\/127\.0\.0\.1:(\d+)/, "the agent"));
+    this.demoOrigin = await said(/demo page on (http:\/\/127\.0\.0\.1:\d+)\//, "the demo");
     const receiver = this.log.match(/upload receiver on (http:\/\/127\.0\.0\.1:\d+) \(storing in (.+)\)/);
     if (receiver) [, this.receiverUrl, this.storage] = receiver;
     return this;

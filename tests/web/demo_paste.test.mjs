@@ -33,7 +33,8 @@ async function offerTargets(targets) {
     writeFileSync(file, bytes);
     return `${type}=${file}`;
   });
-  const owner = spawn(clipboardOwnerPath, args, { stdio: ["ignore", "pipe", "inherit"], env: { ...process.env, QT_QPA_PLATFORM: "xcb" } });
+  const owner = spawn(clipboardOwnerPath, args,
+    { stdio: ["ignore", "pipe", "inherit"], env: { ...process.env, QT_QPA_PLATFORM: "xcb" } });
   owners.push(owner);
   let said = "";
   owner.stdout.setEncoding("utf8").on("data", (text) => { said += text; });
@@ -59,7 +60,7 @@ const controlProperty = (page, name) => page.evaluate(async (property) =>
 const TABLE = "<table><tr><td>Apples</td><td>3</td></tr><tr><td>Pears</td><td>5</td></tr></table>";
 
 describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
-  test("Paste HTML, files, picture and Excel put what was copied into the editor, pictures through the receiver", async (t) => {
+  test("Paste HTML, files, picture and Excel put the copy in the editor, pictures through the receiver", async (t) => {
     const picture = path.join(agent.scratch, "copied page", "photo.png");  // a space, as "%20" in its address
     const notes = path.join(agent.scratch, "copied page", "notes.txt");
     mkdirSync(path.dirname(picture));
@@ -67,7 +68,8 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
     writeFileSync(notes, "words, not a picture");
     const cases = [
       { name: "Paste HTML: a web selection with a file: picture", button: "paste-html", flag: "0|0|0|0|1|0",
-        type: "text/html", bytes: `<meta charset='utf-8'><p>Seen <b>here</b>: <img src="file://${picture.replaceAll(" ", "%20")}"></p>`,
+        type: "text/html",
+        bytes: `<meta charset='utf-8'><p>Seen <b>here</b>: <img src="file://${picture.replaceAll(" ", "%20")}"></p>`,
         check: async (page) => assert.match(await editorText(page), /Seen here:/) },
       { name: "Paste files: only the picture of the copied files arrives", button: "paste-files", flag: "0|0|0|1|0|0",
         type: "text/uri-list", bytes: `file://${encodeURI(picture)}\r\nfile://${encodeURI(notes)}\r\n`,
@@ -114,7 +116,8 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
       "<!--StartFragment--><p>the copied piece</p><!--EndFragment--><p>Page foot</p></body></html>";
     await offerTargets({ "text/html": copied, "chromium/x-source-url": `${site}/site/news/page.html` });
     await onDemoSeeing("0|0|0|0|1|0", async (page) => {
-      assert.deepEqual(await paste(page, "quick-format"), { outcome: "ok", text: "Template pasted with 2 style elements" });
+      assert.deepEqual(await paste(page, "quick-format"),
+        { outcome: "ok", text: "Template pasted with 2 style elements" });
       assert.deepEqual(fetched, ["/site/look.css"]);
       assert.equal(await controlProperty(page, "Style"),
         "<style>\r\n.lead { color: rgb(0, 128, 0) }\r\n</style>\r\n<style>p { margin: 0 }</style>\r\n");

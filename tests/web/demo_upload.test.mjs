@@ -20,7 +20,8 @@ test("Local upload puts the receiver's copy of a local picture into the editor",
     await page.fill("#local-path", picture);
     await page.click("#local-insert");
     assert.equal(await page.getAttribute("#editor img", "src"), `file://${picture.replaceAll(" ", "%20")}`);
-    assert.deepEqual(await act(page, "#local-upload", "#local-upload-result"), { outcome: "ok", text: "Uploaded red.png" });
+    const result = await act(page, "#local-upload", "#local-upload-result");
+    assert.deepEqual(result, { outcome: "ok", text: "Uploaded red.png" });
     const [shown] = await loadedPictures(page, 1);
     assert.match(shown.src, new RegExp(`^${receiverUrl}/files/`));
     assert.deepEqual([shown.width, shown.height], [3, 2]);
