@@ -50,26 +50,18 @@ TEST(MultipartBody, BoundaryHasItsShapeAndDiffersBetweenInstances) {
 }
 
 TEST(MultipartBody, TextIsWrittenInTheCharsetWithoutAByteOrderMark) {
-  struct Case {
-    const char* charset;
-    QByteArray value;  // how "é图" is written
-  } cases[] = {
-      {"utf-8", "\xC3\xA9\xE5\x9B\xBE"},
-      {"UTF-8", "\xC3\xA9\xE5\x9B\xBE"},
-      {"gb2312", "\xA8\xA6\xCD\xBC"},
-      {"Unicode", QByteArray("\xE9\x00\xFE\x56", 4)},
-  };
-  for (const Case& c : cases) {
+  const std::pair<const char*, QByteArray> cases[] = {  // how "é图" is written
+      {"utf-8", "\xC3\xA9\xE5\x9B\xBE"}, {"UTF-8", "\xC3\xA9\xE5\x9B\xBE"},
+      {"gb2312", "\xA8\xA6\xCD\xBC"}, {"Unicode", QByteArray("\xE9\x00\xFE\x56", 4)}};
+  for (const auto& [charset, value] : cases) {
     clsXmlHttpPost post;
-    post.setCharset(c.charset);
+    post.setCharset(charset);
     (void)post.AddForm("f", QString::fromUtf8("\xC3\xA9\xE5\x9B\xBE"));
     (void)post.AddEnd();
     const QByteArray& body = post.Data();
-    EXPECT_FALSE(body.startsWith("\xEF\xBB\xBF") || body.startsWith("\xFF\xFE")) << c.charset;
-    const bool utf16 = QByteArray(c.charset).toUpper() == "UNICODE";
-    const QByteArray head = utf16 ? QByteArray("\r\0\n\0", 4) : QByteArray("\r\n");
-    EXPECT_TRUE(body.startsWith(head)) << c.charset;
-    EXPECT_TRUE(body.contains(c.value)) << c.charset << " " << body.toHex().toStdString();
+    const QByteArray head = QByteArray(charset) == "Unicode" ? QByteArray("\r\0\n\0", 4) : QByteArray("\r\n");
+    EXPECT_TRUE(body.startsWith(head)) << charset << ": no byte-order mark";
+    EXPECT_TRUE(body.contains(value)) << charset << " " << body.toHex().toStdString();
   }
 }
 
