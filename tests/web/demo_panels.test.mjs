@@ -1,17 +1,18 @@
-// The demo's paste actions end to end: another program owns the X clipboard (xclip, or the
-// clipboard_owner helper for a browser's several targets), the demo page in headless
-// Chromium calls the control, pictures go to the agent's receiver and the editor shows what
-// the control produced.
+// The demo page's panels end to end, in headless Chromium against the agent in demo mode:
+// the paste actions (another program owns the X clipboard: xclip, or the clipboard_owner helper
+// for a browser's several targets), Local upload, and the clean-up box. Pictures go to the
+// agent's receiver and the editor shows what the control produced.
 import assert from "node:assert/strict";
-import { spawn } from "node:child_process";
+import { execFileSync, spawn } from "node:child_process";
 import { existsSync, mkdirSync, readFileSync, readdirSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { after, before, describe, test } from "node:test";
 
-import { DemoAgent, PICTURE, act, agentPath, loadedPictures, needsDisplay, ownClipboard, serve, waitFor }
+import { DemoAgent, PICTURE, act, agentPath, loadedPictures, needsDisplay, ownClipboard, repo, serve, waitFor }
   from "./demo-agent.mjs";
 
 const clipboardOwnerPath = path.join(path.dirname(agentPath), "tests/clipboard_owner");
+const cliPath = process.env.VELMORA_CLI || path.join(repo, "build/velmora");
 
 let agent;
 const owners = [];
@@ -127,5 +128,87 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
       assert.equal(await page.evaluate(() => [...document.querySelectorAll("#editor span")]
         .find((span) => span.textContent === "Red news")?.style.color), "rgb(200, 0, 0)");
     });
+  });
+});
+
+// What Word puts on the clipboard, as the browser hands it to a page: the HTML without its header.
+const fixture = readFileSync(path.join(repo, "tests/data/word/clipboard_format.txt"), "utf8");
+const COPIED_FROM_WORD = fixture.slice(fixture.indexOf("<html")).replaceAll("\r\n", "\n");
+
+test("the clean-up box cleans pasted Word HTML into the editor and lists the rules", async () => {
+  await agent.onDemo(async (page) => {
+    await page.waitForSelector("#cleanup-panel", { state: "visible" });
+    // A paste as the browser delivers one after "Copy" in an office program: HTML and plain text.
+    await page.evaluate((copied) => {
+      const data = new DataTransfer();
+      data.setData("text/html", copied);
+      data.setData("text/plain", "Energy is, as Einstein said.");
+      const box = document.getElementById("cleanup-html");
+      box.focus();
+      box.dispatchEvent(new ClipboardEvent("paste", { clipboardData: data, bubbles: true, cancelable: true }));
+    }, COPIED_FROM_WORD);
+    assert.equal(await page.inputValue("#cleanup-html"), COPIED_FROM_WORD);
+    assert.equal(await page.inputValue("#cleanup-source"), "paste");
+
+    await page.selectOption("#cleanup-engine", "word");
+    await page.selectOption("#cleanup-mode", "2");
+    await page.check('#cleanup-switches input[name="opt2table"]');
+    assert.equal(await page.inputValue("#cleanup-opt"), "optimizemode:2;opt2table:1");
+    await page.uncheck('#cleanup-switches input[name="opt2table"]');
+    const { text } = await act(page, "#cleanup-run", "#cleanup-result");
+    assert.match(text, /^Cleaned with word, optimizemode:2: \d+ rule\(s\) changed/);
+    const shown = await page.evaluate(async () => {
+      const { editor } = await window.velmoraDemo.ready;
+      return { text: editor.getText(), html: editor.root.innerHTML };
+    });
+    assert.match(shown.text, /Energy is[\s\S]*Second paragraph/);
+    assert.doesNotMatch(shown.html, /mso-|\[if/);
+
+    // The page lists the rules `velmora clean --trace` reports for the same text and choices.
+    const file = path.join(agent.scratch, "copied.html");
+    writeFileSync(file, COPIED_FROM_WORD);
+    const cli = JSON.parse(execFileSync(cliPath,
+      ["clean", "--engine", "word", "--source", "paste", "--opt", "optimizemode:2", "--trace", file],
+      { env: { ...process.env, TMPDIR: agent.scratch } }));
+    const listed = await page.$$eval("#cleanup-trace li", (items) => items.map((item) => item.textContent));
+    assert.ok(listed.length > 0);
+    assert.deepEqual(listed, cli.trace.map(({ rule, change }) => `${rule} ${change > 0 ? "+" : ""}${change}`));
+    assert.equal(await page.textContent("#cleanup-body-text"), cli.Body);
+  });
+});
+
+test("Local upload puts the receiver's copy of a local picture into the editor", async () => {
+  const own = await new DemoAgent().started();  // an agent of its own, to stop
+  const { receiverUrl, storage } = own;
+  const picture = path.join(own.scratch, "my pictures", "red.png");  // a space, as "%20" in its address
+  mkdirSync(path.dirname(picture));
+  writeFileSync(picture, PICTURE);
+
+  await own.onDemo(async (page) => {
+    await page.waitForSelector("#local-upload-panel", { state: "visible" });
+    await page.fill("#local-path", picture);
+    await page.click("#local-insert");
+    assert.equal(await page.getAttribute("#editor img", "src"), `file://${picture.replaceAll(" ", "%20")}`);
+    const result = await act(page, "#local-upload", "#local-upload-result");
+    assert.deepEqual(result, { outcome: "ok", text: "Uploaded red.png" });
+    const [shown] = await loadedPictures(page, 1);
+    assert.match(shown.src, new RegExp(`^${receiverUrl}/files/`));
+    assert.deepEqual([shown.width, shown.height], [3, 2]);
+    assert.equal(await page.textContent("#error"), '""');
+    assert.deepEqual(readdirSync(storage).map((name) => readFileSync(path.join(storage, name))), [PICTURE]);
+  });
+
+  assert.equal(await own.stop(), 0);
+  assert.ok(!existsSync(storage), "the receiver's storage goes with the agent");
+  await assert.rejects(fetch(`${receiverUrl}/files/`), "the receiver stops with the agent");
+});
+
+test("without its receiver the demo still runs, with no Local upload", async () => {
+  const own = await new DemoAgent(["--receiver", path.join(repo, "no-such-receiver")]).started();
+  assert.match(own.log, /the demo runs without its upload receiver: cannot run .*no-such-receiver/);
+  await own.onDemo(async (page) => {
+    assert.equal(await page.evaluate(async () => (await window.velmoraDemo.ready).control.Test()), "Velmora");
+    await page.waitForSelector('#local-upload-panel[data-state="no-receiver"]', { state: "attached" });
+    assert.equal(await page.isHidden("#local-upload-panel"), true);
   });
 });
