@@ -3,6 +3,8 @@
 #include <QStringList>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "core/ScriptError.h"
 #include "fuzz/FuzzTargets.h"
 
@@ -61,13 +63,8 @@ TEST(FuzzReplay, EveryParserTakesTheSeedsAndTheirMutations) {
   std::vector<QByteArray> inputs = seeds();
   const size_t seedCount = inputs.size();
   for (int round = 0; round < 300; ++round) {
-    QByteArray input;
-    if (round % 3 == 0) {
-      input.resize(qsizetype(random.bounded(512)));
-      for (char& c : input) c = char(random.bounded(256));
-    } else {
-      input = mutate(inputs[size_t(round) % seedCount], random);
-    }
+    QByteArray input = round % 3 ? mutate(inputs[size_t(round) % seedCount], random) : QByteArray(random.bounded(512), 0);
+    if (round % 3 == 0) std::generate(input.begin(), input.end(), [&] { return char(random.bounded(256)); });
     inputs.push_back(input);
   }
   QStringList replayed;
