@@ -114,12 +114,6 @@ export async function serve(handler) {
   return `http://127.0.0.1:${server.address().port}`;
 }
 
-// Another program owns the X clipboard with `file` as `type`, as a desktop program would
-// after "Copy"; kill the returned process to let go.
-export function ownClipboard(type, file) {
-  return spawn("xclip", ["-selection", "clipboard", "-t", type, "-i", file, "-quiet"], { stdio: "ignore" });
-}
-
 // Clicks one of the demo's action buttons and answers the outcome its result line shows.
 export async function act(page, button, result) {
   await page.evaluate((line) => { document.querySelector(line).dataset.outcome = "busy"; }, result);

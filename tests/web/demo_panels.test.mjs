@@ -8,7 +8,7 @@ import { existsSync, mkdirSync, readFileSync, readdirSync, writeFileSync } from 
 import path from "node:path";
 import { after, before, describe, test } from "node:test";
 
-import { DemoAgent, PICTURE, act, agentPath, loadedPictures, needsDisplay, ownClipboard, repo, serve, waitFor }
+import { DemoAgent, PICTURE, act, agentPath, loadedPictures, needsDisplay, repo, serve, waitFor }
   from "./demo-agent.mjs";
 
 const clipboardOwnerPath = path.join(path.dirname(agentPath), "tests/clipboard_owner");
@@ -19,15 +19,9 @@ const owners = [];
 before(async () => { agent = await new DemoAgent([], { display: !needsDisplay }).started(); });
 after(() => { for (const owner of owners) owner.kill(); });
 
-// xclip owns the clipboard with `bytes` as `type`.
-function offer(type, bytes) {
-  const file = path.join(agent.scratch, `offered-${owners.length}`);
-  writeFileSync(file, bytes);
-  owners.push(ownClipboard(type, file));
-}
-
-// The clipboard_owner helper offers several targets at once, as a browser does after "Copy".
-async function offerTargets(targets) {
+// Another program owns the X clipboard with `targets` (type: bytes), as a browser or a file
+// manager does after "Copy": the clipboard_owner helper.
+async function offer(targets) {
   assert.ok(existsSync(clipboardOwnerPath), `build the clipboard owner first: ninja -C build clipboard_owner`);
   const args = Object.entries(targets).map(([type, bytes], i) => {
     const file = path.join(agent.scratch, `target-${owners.length}-${i}`);
@@ -87,7 +81,7 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
     for (const c of cases) {
       await t.test(c.name, async () => {
         const storedBefore = readdirSync(agent.storage);
-        offer(c.type, c.bytes);
+        await offer({ [c.type]: c.bytes });
         await onDemoSeeing(c.flag, async (page) => {
           const { outcome, text } = await paste(page, c.button);
           assert.equal(outcome, "ok", text);
@@ -115,7 +109,7 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
     const copied = "<html><head><link rel=\"stylesheet\" href=\"../look.css\"><style>p { margin: 0 }</style></head>" +
       "<body><p class=\"lead\"><span style=\"color: rgb(200, 0, 0)\">Red news</span> of the day</p>" +
       "<!--StartFragment--><p>the copied piece</p><!--EndFragment--><p>Page foot</p></body></html>";
-    await offerTargets({ "text/html": copied, "chromium/x-source-url": `${site}/site/news/page.html` });
+    await offer({ "text/html": copied, "chromium/x-source-url": `${site}/site/news/page.html` });
     await onDemoSeeing("0|0|0|0|1|0", async (page) => {
       assert.deepEqual(await paste(page, "quick-format"),
         { outcome: "ok", text: "Template pasted with 2 style elements" });
