@@ -124,21 +124,17 @@ test("a page that goes takes its folder; the others keep theirs, files and all, 
   await staying.close();
 });
 
-// A display and xdotool are there when the tests run under Xvfb (scripts/test.sh).
-const hasDisplay = Boolean(process.env.DISPLAY) && (() => {
-  try { execFileSync("xdotool", ["version"], { stdio: "ignore" }); return true; } catch { return false; }
-})();
+// What xdotool says, or nothing when it fails. It and a display are there under Xvfb (scripts/test.sh).
+const xdotool = (...args) => {
+  try { return execFileSync("xdotool", args, { encoding: "utf8", timeout: 5000, stdio: "pipe" }); } catch { return ""; }
+};
 
 test("a page that goes while its dialog is open is cleaned up once the dialog closes", {
-  skip: hasDisplay ? false : "needs an X display and xdotool",
+  skip: process.env.DISPLAY && xdotool("version") ? false : "needs an X display and xdotool",
 }, async () => {
   const desktop = await new DemoAgent([], { display: true }).started();
-  const windows = () => {
-    try {
-      return execFileSync("xdotool", ["search", "--onlyvisible", "--pid", String(desktop.process.pid)],
-        { encoding: "utf8", timeout: 5000 }).trim().split("\n").filter(Boolean);
-    } catch { return []; }
-  };
+  const windows = () =>
+    xdotool("search", "--onlyvisible", "--pid", String(desktop.process.pid)).split("\n").filter(Boolean);
   const [owner, other] = [await desktop.openDemo(), await desktop.openDemo()];
   await owner.evaluate(() => { velmoraDemo.ready.then(({ control }) => control.DialogOpen()); });
   await waitFor(() => windows().length > 0, "the open dialog");
@@ -156,10 +152,8 @@ test("a page that goes while its dialog is open is cleaned up once the dialog cl
   // Escape in each until the dialog is gone, looking them up again on every try.
   await waitFor(() => {
     for (const window of windows()) {
-      try {
-        execFileSync("xdotool", ["windowfocus", "--sync", window], { timeout: 5000, stdio: "ignore" });
-        execFileSync("xdotool", ["key", "--window", window, "Escape"], { timeout: 5000, stdio: "ignore" });
-      } catch { /* the window went meanwhile */ }
+      xdotool("windowfocus", "--sync", window);  // the window may have gone meanwhile
+      xdotool("key", "--window", window, "Escape");
     }
     return !desktop.pageFolders().includes(owner.sessionName);
   }, "the gone page's folder to be deleted", 30_000);
