@@ -80,10 +80,8 @@ TEST(RequestAdapter, ResponseTextFollowsTheAnswersCharset) {
   server.route("/bom", {200, QByteArray("\xFF\xFE\x41\x00", 4), "text/plain; charset=gb2312"});
   server.route("/unknown", {200, "abc", "text/plain; charset=x-no-such"});
   const auto fetch = [&](const QByteArray& path, QString* error = nullptr) {
-    Recorded r;
-    EXPECT_TRUE(r.request->Open("GET", server.url(path), false));
-    EXPECT_TRUE(r.request->send(QByteArray()));  // synchronous: complete on return
-    EXPECT_TRUE(r.complete());
+    Recorded r;  // synchronous: complete once send returns
+    EXPECT_TRUE(r.request->Open("GET", server.url(path), false) && r.request->send(QByteArray()) && r.complete());
     return r.request->responseText(error);
   };
   EXPECT_EQ(fetch("/gb"), QString::fromUtf8("\xE5\x9B\xBE\xE7\x89\x87"));

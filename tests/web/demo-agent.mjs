@@ -33,19 +33,12 @@ const watchdog = setTimeout(() => {
 }, 170_000);
 watchdog.unref();
 
-export function waitFor(check, what, timeoutMs = 15_000) {
-  return new Promise((resolve, reject) => {
-    const started = Date.now();
-    const poll = () => {
-      const value = check();
-      if (value) return resolve(value);
-      if (Date.now() - started > timeoutMs) {
-        return reject(new Error(`timed out waiting for ${what}\n${agents.map((a) => a.log).join("\n")}`));
-      }
-      setTimeout(poll, 50);
-    };
-    poll();
-  });
+export async function waitFor(check, what, timeoutMs = 15_000) {
+  for (const deadline = Date.now() + timeoutMs; Date.now() < deadline; await new Promise((r) => setTimeout(r, 50))) {
+    const value = check();
+    if (value) return value;
+  }
+  throw new Error(`timed out waiting for ${what}\n${agents.map((agent) => agent.log).join("\n")}`);
 }
 
 // The agent in demo mode with a temporary folder of its own. Without `display` it runs on
