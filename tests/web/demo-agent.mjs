@@ -24,14 +24,13 @@ const agents = [];
 const servers = [];
 let browser;
 
-const watchdog = setTimeout(() => {
+setTimeout(() => {
   for (const agent of agents) {
     console.error("timed out; agent log:\n" + agent.log);
     agent.process.kill("SIGKILL");
   }
   process.exit(1);
-}, 170_000);
-watchdog.unref();
+}, 170_000).unref();
 
 export async function waitFor(check, what, timeoutMs = 15_000) {
   for (const deadline = Date.now() + timeoutMs; Date.now() < deadline; await new Promise((r) => setTimeout(r, 50))) {
@@ -139,5 +138,4 @@ after(async () => {
     rmSync(agent.scratch, { recursive: true, force: true });
   }
   for (const server of servers) server.close();
-  clearTimeout(watchdog);
 });
