@@ -3,7 +3,6 @@
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { existsSync, mkdtempSync, readdirSync, rmSync } from "node:fs";
-import http from "node:http";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
 import path from "node:path";
@@ -21,7 +20,6 @@ export const PICTURE = Buffer.from(
   "iVBORw0KGgoAAAANSUhEUgAAAAMAAAACCAIAAAASFvFNAAAAEElEQVR4nGM4IScHQQxwFgBBAAYZPEVBlgAAAABJRU5ErkJggg==", "base64");
 
 const agents = [];
-const servers = [];
 let browser;
 
 setTimeout(() => {
@@ -98,14 +96,6 @@ export class DemoAgent {
   }
 }
 
-// An HTTP server on 127.0.0.1 (another site of this machine), closed after the tests; answers its origin.
-export async function serve(handler) {
-  const server = http.createServer(handler);
-  servers.push(server);
-  await new Promise((resolve) => server.listen(0, "127.0.0.1", resolve));
-  return `http://127.0.0.1:${server.address().port}`;
-}
-
 // Clicks one of the demo's action buttons and answers the outcome its result line shows.
 export async function act(page, button, result) {
   await page.evaluate((line) => { document.querySelector(line).dataset.outcome = "busy"; }, result);
@@ -137,5 +127,4 @@ after(async () => {
     await agent.stop();
     rmSync(agent.scratch, { recursive: true, force: true });
   }
-  for (const server of servers) server.close();
 });

@@ -4,12 +4,13 @@
 // agent's receiver and the editor shows what the control produced.
 import assert from "node:assert/strict";
 import { execFileSync, spawn } from "node:child_process";
+import { once } from "node:events";
 import { existsSync, mkdirSync, readFileSync, readdirSync, writeFileSync } from "node:fs";
+import http from "node:http";
 import path from "node:path";
 import { after, before, describe, test } from "node:test";
 
-import { DemoAgent, PICTURE, act, agentPath, loadedPictures, needsDisplay, repo, serve, waitFor }
-  from "./demo-agent.mjs";
+import { DemoAgent, PICTURE, act, agentPath, loadedPictures, needsDisplay, repo, waitFor } from "./demo-agent.mjs";
 
 const clipboardOwnerPath = path.join(path.dirname(agentPath), "tests/clipboard_owner");
 const cliPath = process.env.VELMORA_CLI || path.join(repo, "build/velmora");
@@ -99,13 +100,16 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
     }
   });
 
-  test("Quick format gives the editor the copied page around the piece, its style sheet inline", async () => {
+  test("Quick format gives the editor the copied page around the piece, its style sheet inline", async (t) => {
     const fetched = [];
-    const site = await serve((request, response) => {
+    const server = http.createServer((request, response) => {  // the site the piece was copied from
       fetched.push(request.url);
       if (request.url !== "/site/look.css") return response.writeHead(404).end();
       response.writeHead(200, { "Content-Type": "text/css" }).end(".lead { color: rgb(0, 128, 0) }");
-    });
+    }).listen(0, "127.0.0.1");
+    t.after(() => server.close());
+    await once(server, "listening");
+    const site = `http://127.0.0.1:${server.address().port}`;
     const copied = "<html><head><link rel=\"stylesheet\" href=\"../look.css\"><style>p { margin: 0 }</style></head>" +
       "<body><p class=\"lead\"><span style=\"color: rgb(200, 0, 0)\">Red news</span> of the day</p>" +
       "<!--StartFragment--><p>the copied piece</p><!--EndFragment--><p>Page foot</p></body></html>";
