@@ -68,13 +68,13 @@ class PageSessionTest : public ::testing::Test {
   QStringList events;  // "id Name(arguments)"
 };
 
-// Driving a control through the session is tested end to end in tests/web/agent_e2e.test.mjs.
+// Driving a control through the session is tested end to end in tests/web/agent_e2e.test.mjs,
+// the errors of the members themselves in tests/server/dispatch_test.cpp.
 TEST_F(PageSessionTest, ScriptErrorsComeBackAsErrorMaps) {
   session->setHasDisplay(false);  // members that show a window fail at once, for nobody could see it
   const int id = create(*session);
   EXPECT_NE(create(*session), id) << "every control has its own id";
 
-  // The errors of the members themselves are in tests/server/dispatch_test.cpp.
   const std::pair<QVariantMap, long> failures[] = {
       {session->put(id, "LocalSize", "99999999999"), errnum::Overflow},
       {session->invoke(99, "Test", {}), 424},  // no such control

@@ -9,7 +9,6 @@
 namespace velmora {
 namespace {
 
-// The command line's calls and how they end.
 TEST(CommandLine, PrintsTheResultAndThePropertiesAndExitsWithHowTheCallEnded) {
   test::ScopedTempRoot temp;
   struct Case {

@@ -11,9 +11,6 @@ QByteArray boundaryOf(const clsXmlHttpPost& post) {
   return post.ContentType().section(QStringLiteral("boundary="), 1).toLatin1();
 }
 
-// `text` with "{B}" standing for the instance's boundary.
-QByteArray expected(const clsXmlHttpPost& post, QByteArray text) { return text.replace("{B}", boundaryOf(post)); }
-
 // Names are written as they are, quotes and all.
 TEST(MultipartBody, UploadOfOneFileIsByteForByteTheFormTheServerExpects) {
   clsXmlHttpPost post;
@@ -37,7 +34,7 @@ TEST(MultipartBody, UploadOfOneFileIsByteForByteTheFormTheServerExpects) {
       "\x89PNG\r\n\x00\xff"
       "\r\n"
       "--{B}--\r\n";
-  EXPECT_EQ(post.Data(), expected(post, QByteArray(golden, sizeof golden - 1)));
+  EXPECT_EQ(post.Data(), QByteArray(golden, sizeof golden - 1).replace("{B}", boundaryOf(post)));  // {B}: the boundary
 }
 
 TEST(MultipartBody, BoundaryHasItsShapeAndDiffersBetweenInstances) {

@@ -9,8 +9,6 @@
 namespace velmora {
 namespace {
 
-using test::HttpServer;
-using test::ReceiverProcess;
 using test::waitUntil;
 
 // A request with the ready states it went through.
@@ -39,7 +37,7 @@ void postForm(Recorded& r, const QString& url) {
 }
 
 TEST(RequestAdapter, PostsAsynchronouslyReportingEveryReadyStateAndAbortsSilently) {
-  ReceiverProcess receiver;
+  test::ReceiverProcess receiver;
   Recorded r;
   postForm(r, receiver.url("/up?x=1&action=local&type=local&rnd=001"));
   ASSERT_TRUE(waitUntil([&] { return r.complete(); }));
@@ -74,7 +72,7 @@ TEST(RequestAdapter, RefusesWhatIsNotAnHttpRequest) {
 }
 
 TEST(RequestAdapter, ResponseTextFollowsTheAnswersCharset) {
-  HttpServer server;
+  test::HttpServer server;
   server.route("/gb", {200, "\xCD\xBC\xC6\xAC", "text/plain; charset=\"GB2312\""});
   server.route("/plain", {200, "caf\xC3\xA9", "text/plain"});
   server.route("/bom", {200, QByteArray("\xFF\xFE\x41\x00", 4), "text/plain; charset=gb2312"});

@@ -1,7 +1,6 @@
-// The demo page's panels end to end, in headless Chromium against the agent in demo mode:
-// the paste actions (another program owns the X clipboard: xclip, or the clipboard_owner helper
-// for a browser's several targets), Local upload, and the clean-up box. Pictures go to the
-// agent's receiver and the editor shows what the control produced.
+// The demo page's panels end to end, in headless Chromium against the agent in demo mode: the
+// paste actions (the clipboard_owner helper owns the X clipboard), Local upload and the clean-up
+// box. Pictures go to the agent's receiver; the editor shows what the control produced.
 import assert from "node:assert/strict";
 import { execFileSync, spawn } from "node:child_process";
 import { once } from "node:events";
