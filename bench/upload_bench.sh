@@ -1,17 +1,17 @@
 #!/usr/bin/env bash
 # The local-file upload against the reference receiver on loopback, on demand (not part
-# of the tests):
-#  1. 200 pictures of 100 KB through `velmora call LocalUpload`, and the same 200
-#     multipart bodies posted one after the other by one curl process: both times and
-#     their ratio (goal: at most 1.2).
-#  2. The peak memory of a batch of 20 files of 50 MB (1 GB in all): it should stay near
-#     the largest file plus a constant, not grow with the batch.
+# of the tests), in two stages:
+#  - Upload speed: 200 pictures of 100 KB through `velmora call LocalUpload`, and the
+#    same 200 multipart bodies posted one after the other by one curl process: both
+#    times and their ratio (goal: at most 1.2).
+#  - Peak memory of a batch of 20 files of 50 MB (1 GB in all): it should stay near the
+#    largest file plus a constant, not grow with the batch.
 #
 #   bench/upload_bench.sh [BUILD_DIR [BASELINE_BUILD_DIR]]     (default: build)
 #
-# A baseline (another checkout's build folder) runs in the same rounds of part 1, so a
-# change can be judged on a shared machine. ROUNDS=N sets the rounds (default 5);
-# SPEED_ONLY=1 skips part 2.
+# A baseline (another checkout's build folder) runs in the same rounds of the upload
+# speed stage, so a change can be judged on a shared machine. ROUNDS=N sets the rounds
+# (default 5); SPEED_ONLY=1 skips the peak memory stage.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD=${1:-build}
@@ -65,7 +65,7 @@ elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f\n", b - a }'; }
 
 uploaded() { grep -c ' stored=' "$WORK/receiver.log" || true; }
 
-# ---- 1. 200 x 100 KB: the control against curl --------------------------------------
+# ---- Upload speed: 200 x 100 KB, the control against curl ---------------------------
 make_pictures 200 100 "$WORK/small"
 
 # The same bodies as the control sends (its layout, one boundary), posted by one curl.
@@ -82,7 +82,7 @@ for i in $(seq -f '%03g' 200); do
   } >"$WORK/small/body$i"
   [ "$i" = 001 ] || echo next >>"$WORK/curl.config"
   cat >>"$WORK/curl.config" <<EOF
-url = "URL/upload?bench=1&action=local&type=local&rnd=$i"
+url = "URL/upload?bench=speed&action=local&type=local&rnd=$i"
 data-binary = "@$WORK/small/body$i"
 header = "Content-Type: multipart/form-data; boundary=$boundary"
 output = "/dev/null"
@@ -93,7 +93,7 @@ velmora_round() {  # BUILD: one LocalUpload of the 200 files against that build'
   RECEIVER=$1/velmora-receiver start_receiver
   local t0 t1 stored
   t0=$(seconds)
-  "$1/velmora" --set "SendUrl=$URL/upload?bench=1" --set "LocalExt=png" --set "LocalSize=2048" \
+  "$1/velmora" --set "SendUrl=$URL/upload?bench=speed" --set "LocalExt=png" --set "LocalSize=2048" \
     call LocalUpload - <"$WORK/small/page.html" >"$WORK/velmora.json" 2>"$WORK/velmora.err"
   t1=$(seconds)
   stored=$(uploaded)
@@ -119,7 +119,7 @@ ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
 
 # The machine may be shared: the rounds alternate, so that all see the same load, and
 # their medians are compared.
-echo "200 files of 100 KB on loopback, $ROUNDS rounds (seconds; velmora's include its start)"
+echo "upload speed: 200 files of 100 KB on loopback, $ROUNDS rounds (seconds; velmora's include its start)"
 for round in $(seq "$ROUNDS"); do
   line="  curl $(curl_round | tee -a "$WORK/curl.times")"
   line+="  velmora $(velmora_round "$BUILD" | tee -a "$WORK/velmora.times")"
@@ -136,12 +136,12 @@ if [ -n "$BASELINE" ]; then
 fi
 [ -z "$SPEED_ONLY" ] || exit 0
 
-# ---- 2. Peak memory: 20 x 50 MB against 1 x 50 MB and against no file ----------------
+# ---- Peak memory: 20 x 50 MB against 1 x 50 MB and against no file -------------------
 peak_kb() {  # COUNT SIZE_KB: max RSS of LocalUpload over that batch
   rm -rf "$WORK/big"
   make_pictures "$1" "$2" "$WORK/big"
   start_receiver
-  /usr/bin/time -f '%M' -o "$WORK/rss" "$VELMORA" --set "SendUrl=$URL/upload?bench=2" --set "LocalExt=png" \
+  /usr/bin/time -f '%M' -o "$WORK/rss" "$VELMORA" --set "SendUrl=$URL/upload?bench=memory" --set "LocalExt=png" \
     --set "LocalSize=60000" call LocalUpload - <"$WORK/big/page.html" >"$WORK/big.json"
   stop_receiver
   grep -q '"Error": ""' "$WORK/big.json" || { echo "LocalUpload failed" >&2; cat "$WORK/big.json" >&2; exit 1; }

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -28,28 +27,16 @@ class DemoCleanupTest : public ::testing::Test {
     ASSERT_TRUE(server.bind(0, &error)) << qPrintable(error);
     server.start(QStringLiteral("ws://127.0.0.1:1"));
   }
-
-  Reply post(const std::string& body, const httplib::Headers& headers) {
+  // Posts `body` to /clean from `origin` (none when empty; the demo's own by default).
+  Reply post(const std::string& body, std::string origin = "own") {
     httplib::Client client("127.0.0.1", server.port());
     client.set_read_timeout(60);
+    httplib::Headers headers;
+    if (!origin.empty()) headers.emplace("Origin", origin == "own" ? server.origin().toStdString() : origin);
     const httplib::Result result = client.Post("/clean", headers, body, "application/json");
-    if (!result) {
-      ADD_FAILURE() << "no answer: " << httplib::to_string(result.error());
-      return {};
-    }
+    if (!result) ADD_FAILURE() << "no answer: " << httplib::to_string(result.error());
+    if (!result) return {};
     return {result->status, QJsonDocument::fromJson(QByteArray::fromStdString(result->body)).object()};
-  }
-  Reply postFromDemo(const QJsonObject& request) {
-    return post(QJsonDocument(request).toJson().toStdString(), ownOrigin());
-  }
-  httplib::Headers ownOrigin() const { return {{"Origin", server.origin().toStdString()}}; }
-
-  static QJsonObject cleanWithCommandLine(const QString& file, const QStringList& arguments) {
-    QProcess process;
-    process.start(VELMORA_CLI, QStringList{"clean"} + arguments + QStringList{"--trace", file});
-    EXPECT_TRUE(process.waitForFinished(60000));
-    EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
-    return QJsonDocument::fromJson(process.readAllStandardOutput()).object();
   }
 
   test::ScopedTempRoot temp;
@@ -57,97 +44,76 @@ class DemoCleanupTest : public ::testing::Test {
 };
 
 TEST_F(DemoCleanupTest, TheDemoPageGetsWhatTheCommandLinePrints) {
-  const QString file = test::testData("word/clipboard_format.txt");
-  QFile input(file);
-  ASSERT_TRUE(input.open(QIODevice::ReadOnly));
-  const QString html = QString::fromUtf8(input.readAll());
-
+  const QString word = test::testData("word/clipboard_format.txt");
   struct Case {
-    const char* engine;
-    const char* source;
-    const char* options;
-  };
-  for (const Case& c : {Case{"word", "paste", "optimizemode:2;opt2table:1"}, Case{"wps-word", "paste", "optimizemode:1"},
-                        Case{"excel", "import", "optimizemode:1;opt1css:1"}}) {
-    SCOPED_TRACE(c.engine);
-    const Reply reply = postFromDemo({{"engine", c.engine}, {"source", c.source}, {"opt", c.options}, {"html", html}});
-    ASSERT_EQ(reply.status, 200) << reply.json["error"].toString().toStdString();
-    EXPECT_EQ(reply.json, cleanWithCommandLine(file, {"--engine", c.engine, "--source", c.source, "--opt", c.options}));
-    EXPECT_FALSE(reply.json["trace"].toArray().isEmpty());
-  }
-
-  // A WPS sheet with its workbook's shared style sheet.
-  const QString sheet = test::testData("excel/wps_sheet002.htm"), css = test::testData("excel/wps_stylesheet.css");
-  const Reply wps = postFromDemo({{"engine", "wps-excel"}, {"opt", "optimizemode:1;opt1css:1"},
-                                  {"html", ReadTextFile(sheet)}, {"extraCss", ReadTextFile(css)}});
-  ASSERT_EQ(wps.status, 200) << wps.json["error"].toString().toStdString();
-  EXPECT_EQ(wps.json, cleanWithCommandLine(sheet, {"--engine", "wps-excel", "--opt", "optimizemode:1;opt1css:1",
-                                                   "--extra-css", css}));
-
-  // Left out, the source is "import" and there are no options (mode 2).
-  const Reply plain = postFromDemo({{"engine", "word"}, {"html", html}});
-  ASSERT_EQ(plain.status, 200);
-  EXPECT_EQ(plain.json, cleanWithCommandLine(file, {"--engine", "word"}));
-  EXPECT_FALSE(plain.json["Body"].toString().contains("mso-"));
-}
-
-TEST_F(DemoCleanupTest, OnlyTheDemosOwnPageMayUseIt) {
-  const std::string request = R"({"engine": "word", "html": "<p>x</p>"})";
-  const std::string localhostOrigin = "http://localhost:" + std::to_string(server.port());
-  for (const httplib::Headers& headers : {httplib::Headers{{"Origin", "http://editor.example"}},
-                                          httplib::Headers{{"Origin", "null"}},
-                                          httplib::Headers{{"Origin", localhostOrigin}}, httplib::Headers{}}) {
-    const Reply reply = post(request, headers);
-    EXPECT_EQ(reply.status, 403);
-    EXPECT_FALSE(reply.json["error"].toString().isEmpty());
-  }
-  EXPECT_EQ(post(request, ownOrigin()).status, 200);
-}
-
-TEST_F(DemoCleanupTest, ABadRequestIsToldWhatIsWrong) {
-  struct Case {
-    std::string body;
-    const char* says;
-  };
-  const std::vector<Case> cases{
-      {R"({"engine": "word", "html": )", "not JSON"},
-      {"", "not JSON"},
-      {R"(["word", "<p>x</p>"])", "JSON object"},
-      {R"({"engine": "pdf", "html": "<p>x</p>"})", R"(unknown engine "pdf")"},
-      {R"({"engine": "WORD", "html": "<p>x</p>"})", R"(unknown engine "WORD")"},
-      {R"({"html": "<p>x</p>"})", "unknown engine (none"},
-      {R"({"engine": 1, "html": "<p>x</p>"})", "unknown engine (none, or not a text)"},
-      {R"({"engine": "word", "source": "clipboard", "html": "<p>x</p>"})", R"("source" wants import or paste)"},
-      {R"({"engine": "word", "opt": {"optimizemode": 1}, "html": "<p>x</p>"})", R"("opt" wants)"},
-      {R"({"engine": "excel"})", R"("html" wants)"},
-      {R"({"engine": "excel", "html": null})", R"("html" wants)"},
-      {R"({"engine": "excel", "html": "x", "extraCss": "td {}"})", R"("extraCss" belongs to engine wps-excel)"},
-      {R"({"engine": "wps-excel", "html": "x", "extraCss": 3})", R"("extraCss" wants)"},
+    QString file;
+    QJsonObject options;  // each also the command line's --<name>
+    QString css{};        // a WPS workbook's shared style sheet
+  } cases[] = {
+      {word, {{"engine", "word"}, {"source", "paste"}, {"opt", "optimizemode:2;opt2table:1"}}},
+      {word, {{"engine", "wps-word"}, {"source", "paste"}, {"opt", "optimizemode:1"}}},
+      {word, {{"engine", "excel"}, {"source", "import"}, {"opt", "optimizemode:1;opt1css:1"}}},
+      {test::testData("excel/wps_sheet002.htm"), {{"engine", "wps-excel"}, {"opt", "optimizemode:1;opt1css:1"}},
+       test::testData("excel/wps_stylesheet.css")},
+      {word, {{"engine", "word"}}},  // left out, the source is "import" and there are no options (mode 2)
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.body);
-    const Reply reply = post(c.body, ownOrigin());
-    EXPECT_EQ(reply.status, 400);
-    EXPECT_TRUE(reply.json["error"].toString().contains(QString::fromUtf8(c.says)))
-        << reply.json["error"].toString().toStdString();
+    QJsonObject request = c.options;
+    QStringList arguments;
+    for (auto option = c.options.begin(); option != c.options.end(); ++option)
+      arguments << "--" + option.key() << option.value().toString();
+    request.insert("html", ReadTextFile(c.file));
+    if (!c.css.isEmpty()) {
+      request.insert("extraCss", ReadTextFile(c.css));
+      arguments << "--extra-css" << c.css;
+    }
+    SCOPED_TRACE(arguments.join(' ').toStdString());
+    const Reply reply = post(QJsonDocument(request).toJson().toStdString());
+    ASSERT_EQ(reply.status, 200) << reply.json["error"].toString().toStdString();
+    QProcess cli;
+    cli.start(VELMORA_CLI, QStringList{"clean"} + arguments + QStringList{"--trace", c.file});
+    ASSERT_TRUE(cli.waitForFinished(60000));
+    EXPECT_EQ(cli.exitCode(), 0) << cli.readAllStandardError().toStdString();
+    EXPECT_EQ(reply.json, QJsonDocument::fromJson(cli.readAllStandardOutput()).object());
+    EXPECT_FALSE(reply.json["trace"].toArray().isEmpty());
   }
 }
 
+TEST_F(DemoCleanupTest, OnlyTheDemosOwnPageMayUseItAndABadRequestIsToldWhatIsWrong) {
+  const std::string request = R"({"engine": "word", "html": "<p>x</p>"})";
+  EXPECT_EQ(post(request).status, 200);
+  const std::string localhost = "http://localhost:" + std::to_string(server.port());
+  for (const std::string& origin : std::vector<std::string>{"http://editor.example", "null", localhost, ""}) {
+    const Reply reply = post(request, origin);
+    EXPECT_EQ(reply.status, 403) << origin;
+    EXPECT_FALSE(reply.json["error"].toString().isEmpty());
+  }
+  const std::pair<std::string, const char*> bad[] = {
+      {R"({"engine": "word", "html": )", "not JSON"},
+      {R"(["word", "<p>x</p>"])", "JSON object"},
+      {R"({"engine": "WORD", "html": "<p>x</p>"})", R"(unknown engine "WORD")"},
+      {R"({"engine": "word", "source": "clipboard", "html": "<p>x</p>"})", R"("source" wants import or paste)"},
+      {R"({"engine": "word", "opt": {"optimizemode": 1}, "html": "<p>x</p>"})", R"("opt" wants)"},
+      {R"({"engine": "excel", "html": null})", R"("html" wants)"},
+      {R"({"engine": "excel", "html": "x", "extraCss": "td {}"})", R"("extraCss" belongs to engine wps-excel)"},
+  };
+  for (const auto& [body, says] : bad) {
+    const Reply reply = post(body);
+    EXPECT_EQ(reply.status, 400) << body;
+    const QString error = reply.json["error"].toString();
+    EXPECT_TRUE(error.contains(QString::fromUtf8(says))) << error.toStdString();
+  }
+}
+
+// Sent in one piece or chunked (the size known only while reading), a body beyond the limit is refused.
 TEST_F(DemoCleanupTest, ABodyBeyondTheLimitIsRefusedHoweverItIsSent) {
   const std::string tooLarge(size_t(cleanupBodyLimit) + 1, ' ');
-  EXPECT_EQ(post(tooLarge, ownOrigin()).status, 413);
-
-  // Chunked, the size is known only while reading.
-  httplib::Client client("127.0.0.1", server.port());
-  const httplib::Result chunked = client.Post(
-      "/clean", ownOrigin(),
+  EXPECT_EQ(post(tooLarge).status, 413);
+  const httplib::Result chunked = httplib::Client("127.0.0.1", server.port()).Post(
+      "/clean", {{"Origin", server.origin().toStdString()}},
       [&](size_t offset, httplib::DataSink& sink) {
-        if (offset >= tooLarge.size()) {
-          sink.done();
-          return true;
-        }
         const size_t length = std::min<size_t>(1 << 20, tooLarge.size() - offset);
-        return sink.write(tooLarge.data() + offset, length);
+        return length ? sink.write(tooLarge.data() + offset, length) : (sink.done(), true);
       },
       "application/json");
   ASSERT_TRUE(chunked) << httplib::to_string(chunked.error());
@@ -155,7 +121,7 @@ TEST_F(DemoCleanupTest, ABodyBeyondTheLimitIsRefusedHoweverItIsSent) {
 
   std::string justFits = R"({"engine": "word", "html": "<p>x</p>"})";
   justFits.resize(size_t(cleanupBodyLimit), ' ');  // JSON may end in white space
-  EXPECT_EQ(post(justFits, ownOrigin()).status, 200);
+  EXPECT_EQ(post(justFits).status, 200);
 }
 
 }  // namespace

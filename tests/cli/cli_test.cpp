@@ -4,93 +4,76 @@
 #include <gtest/gtest.h>
 
 #include "tests/common/TestSupport.h"
+#include "tests/upload/ReceiverProcess.h"
 
 namespace velmora {
 namespace {
 
-struct CliRun {
-  int exitCode = -1;
-  QJsonObject json;
-  QString err;
-};
-
-class CommandLine : public ::testing::Test {
- protected:
+TEST(CommandLine, PrintsTheResultAndThePropertiesAndExitsWithHowTheCallEnded) {
   test::ScopedTempRoot temp;
-
-  CliRun velmora(const QStringList& args, const QByteArray& input = {}) {
-    QProcess process;
-    process.start(VELMORA_CLI, args);
-    process.write(input);
-    process.closeWriteChannel();
-    EXPECT_TRUE(process.waitForFinished(60000));
-    CliRun run;
-    run.exitCode = process.exitCode();
-    run.json = QJsonDocument::fromJson(process.readAllStandardOutput()).object();
-    run.err = QString::fromUtf8(process.readAllStandardError());
-    return run;
-  }
-  static QString property(const CliRun& run, const char* name) {
-    return run.json["properties"].toObject()[name].toString();
-  }
-};
-
-TEST_F(CommandLine, CallsAMemberAndPrintsTheResultAndTheProperties) {
-  const CliRun test = velmora({"call", "Test"});
-  EXPECT_EQ(test.exitCode, 0) << test.err.toStdString();
-  EXPECT_EQ(test.json["result"].toString(), "Velmora");
-  EXPECT_EQ(property(test, "Version"), "5.1.0.0");
-  EXPECT_EQ(property(test, "Status"), "");
-}
-
-TEST_F(CommandLine, SetsPropertiesAndReadsArgumentsFromStandardInput) {
-  const CliRun run = velmora({"--set", "LocalExt=png", "--set", "LocalSize=10", "call", "LocalUpload", "-"},
-                          "<p>caf\xc3\xa9 <a href=\"file:///C:/x.htm#a\">a</a></p>");
-  EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-  EXPECT_EQ(property(run, "Body"), QString::fromUtf8("<p>caf\xc3\xa9 <a href=\"#a\">a</a></p>"));
-  EXPECT_EQ(property(run, "Status"), "ok");
-}
-
-TEST_F(CommandLine, AFailedFlowExitsWithItsWordInError) {
-  const CliRun run = velmora({"call", "ImportWord", temp.path() + "/missing.doc", "mode:html"});
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(property(run, "Error"), "InvalidFile:doc|docx|wps");
-}
-
-TEST_F(CommandLine, APasteWithNothingToTakeEndsAtOnce) {
-  // The clipboard here is empty: no file list, so no upload starts and Status stays "".
-  const CliRun run = velmora({"call", "PasteFileList", ""});
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(property(run, "Status"), "");
-  EXPECT_TRUE(run.err.contains("started no work")) << run.err.toStdString();
-}
-
-TEST_F(CommandLine, RefusesWhatAScriptCouldNotDo) {
   struct Case {
     QStringList args;
-    const char* message;
+    int exitCode;
+    const char* key;  // what has `value`: "result", a property, "stderr" (contains it) or "boolean" (the result is one)
+    QString value;
   } cases[] = {
-      {{"call", "Frobnicate"}, "doesn't support"},
-      {{"call", "Test", "extra"}, "Wrong number of arguments"},
-      {{"call", "ImportWord", "a.doc"}, "Argument not optional"},
-      {{"call", "ImportExcelSheet", "a.xls", "x", ""}, "Type mismatch"},
-      {{"--set", "LocalSize=1e12", "call", "Test"}, "Overflow"},
-      {{"--set", "NoEquals", "call", "Test"}, "Property=Value"},
-      {{"--bogus", "1", "call", "Test"}, "unknown option"},
-      {{"--set", "LocalExt=png"}, "missing"},
-      {{}, "usage"},
+      {{"call", "Test"}, 0, "result", "Velmora"},
+      {{"call", "Test"}, 0, "Version", "5.1.0.0"},
+      {{"call", "IsPrinterExist"}, 0, "boolean", ""},
+      {{"call", "ImportWord", temp.path() + "/missing.doc", "mode:html"}, 1, "Error", "InvalidFile:doc|docx|wps"},
+      // The clipboard here is empty: no file list, so no upload starts and Status stays "".
+      {{"call", "PasteFileList", ""}, 1, "Status", ""},
+      {{"call", "PasteFileList", ""}, 1, "stderr", "started no work"},
+      // What a script could not do either, and what the command line does not understand.
+      {{"call", "Frobnicate"}, 2, "stderr", "doesn't support"},
+      {{"--set", "LocalSize=1e12", "call", "Test"}, 2, "stderr", "Overflow"},
+      {{"--set", "NoEquals", "call", "Test"}, 2, "stderr", "Property=Value"},
+      {{"--bogus", "1", "call", "Test"}, 2, "stderr", "unknown option"},
+      {{"--set", "LocalExt=png"}, 2, "stderr", "missing"},
+      {{}, 2, "stderr", "usage"},
   };
   for (const Case& c : cases) {
-    const CliRun run = velmora(c.args);
-    EXPECT_EQ(run.exitCode, 2) << c.args.join(' ').toStdString();
-    EXPECT_TRUE(run.err.contains(c.message)) << run.err.toStdString();
+    SCOPED_TRACE(c.args.join(' ').toStdString());
+    QProcess process;
+    process.start(VELMORA_CLI, c.args);
+    process.closeWriteChannel();
+    ASSERT_TRUE(process.waitForFinished(60000));
+    const QString err = QString::fromUtf8(process.readAllStandardError());
+    const QJsonObject json = QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+    EXPECT_EQ(process.exitCode(), c.exitCode) << err.toStdString();
+    if (QByteArray(c.key) == "stderr") EXPECT_TRUE(err.contains(c.value)) << err.toStdString();
+    else if (QByteArray(c.key) == "boolean") EXPECT_TRUE(json["result"].isBool());
+    else if (QByteArray(c.key) == "result") EXPECT_EQ(json["result"].toString(), c.value);
+    else EXPECT_EQ(json["properties"][c.key].toString(), c.value);
   }
 }
 
-TEST_F(CommandLine, BooleanResultsAreJsonBooleans) {
-  const CliRun run = velmora({"call", "IsPrinterExist"});
-  EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-  EXPECT_TRUE(run.json["result"].isBool());
+// A call whose work goes on after it returns: the page is printed once its uploads ended.
+TEST(CommandLineUpload, LocalUploadFromStandardInputPrintsTheRewrittenBodyAndTheLists) {
+  test::ScopedTempRoot temp;
+  test::ReceiverProcess receiver;
+  const QString a = temp.write("pics/a.png", "a"), b = temp.write("pics/b.gif", "b");
+  const QString tooBig = temp.write("pics/too-big.jpg", QByteArray(2049 * 1024, 'x'));
+  // Text in UTF-8, a link into a local page that becomes an in-page anchor, two pictures and one too large.
+  const QString page = "<p>caf\u00e9 <a href=\"%1\">a</a><img src=\"%2\"><img src=\"%3\"><img src=\"file://%4\"></p>";
+
+  QProcess cli;
+  cli.start(VELMORA_CLI, {"--set", "SendUrl=" + receiver.url("/upload?page=7"), "--set", "LocalExt=png|jpg|gif",
+                          "--set", "LocalSize=2048", "call", "LocalUpload", "-"});
+  cli.write(page.arg("file:///C:/x.htm#a", "file://" + a, "file://" + b, tooBig).toUtf8());
+  cli.closeWriteChannel();
+  ASSERT_TRUE(test::waitUntil([&] { return cli.state() == QProcess::NotRunning; }, 60000));
+  EXPECT_EQ(cli.exitCode(), 0) << cli.readAllStandardError().toStdString();
+
+  const QJsonObject properties = QJsonDocument::fromJson(cli.readAllStandardOutput())["properties"].toObject();
+  ASSERT_EQ(receiver.posts().size(), 2);
+  EXPECT_TRUE(receiver.posts()[0].contains("/upload?page=7&action=local&type=local&rnd=001"));
+  const QString first = receiver.url("/files/") + test::ReceiverProcess::field(receiver.posts()[0], "stored");
+  const QString second = receiver.url("/files/") + test::ReceiverProcess::field(receiver.posts()[1], "stored");
+  EXPECT_EQ(properties["Error"].toString(), "");
+  EXPECT_EQ(properties["Body"].toString(), page.arg("#a", first, second, tooBig));
+  EXPECT_EQ(properties["OriginalFiles"].toString(), "a.png|b.gif");
+  EXPECT_EQ(properties["SavedFiles"].toString(), first + "|" + second);
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace velmora::test {
 // A small HTTP/1.1 server on 127.0.0.1 that runs on the test's own event loop, so code
 // that waits for an answer while the loop keeps running (as every network call here does)
 // can talk to it from the same thread. Each path answers what `route` set; unknown paths
-// answer 404. `silent` paths accept the request and never answer.
+// answer 404.
 class HttpServer : public QObject {
   Q_OBJECT
  public:
@@ -17,19 +17,16 @@ class HttpServer : public QObject {
     int status = 200;
     QByteArray body;
     QByteArray contentType = "text/plain; charset=utf-8";
-    bool silent = false;
   };
 
   HttpServer();
   void route(const QByteArray& path, Answer answer) { routes_[path] = std::move(answer); }
   QString url(const QByteArray& path) const;
-  QList<QByteArray> requests() const { return requests_; }  // request lines, in order
 
  private:
   void serve(QTcpSocket* socket);
   QTcpServer server_;
   QMap<QByteArray, Answer> routes_;
-  QList<QByteArray> requests_;
 };
 
 }  // namespace velmora::test

@@ -1,11 +1,9 @@
-// What the demo page's browser tests share: the agent in demo mode (with its receiver) on
-// free ports, one headless Chromium per test file, and a watchdog so that a stuck test ends
-// with the agent's log instead of hanging.
+// What the browser tests share: the real agent in demo mode (with its receiver) on free ports,
+// one headless Chromium per test file, and a watchdog that ends a stuck test with the agents' logs.
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
-import { existsSync, mkdtempSync, rmSync } from "node:fs";
+import { existsSync, mkdtempSync, readdirSync, rmSync } from "node:fs";
 import { createRequire } from "node:module";
-import net from "node:net";
 import { tmpdir } from "node:os";
 import path from "node:path";
 import { after, before } from "node:test";
@@ -14,10 +12,8 @@ import { fileURLToPath } from "node:url";
 export const repo = path.resolve(path.dirname(fileURLToPath(import.meta.url)), "../..");
 const webRoot = path.join(repo, "web");
 const { chromium } = createRequire(path.join(webRoot, "package.json"))("playwright-core");
-const agentPath = process.env.VELMORA_AGENT || path.join(repo, "build/velmora-agent");
-
-const CHROMIUM_ARGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-  "--disable-background-networking", "--disable-component-update", "--disable-sync"];
+export const agentPath = process.env.VELMORA_AGENT || path.join(repo, "build/velmora-agent");
+export const needsDisplay = process.env.DISPLAY ? false : "needs the X server of the test command";
 
 // A real PNG: 3 x 2 red pixels.
 export const PICTURE = Buffer.from(
@@ -26,82 +22,86 @@ export const PICTURE = Buffer.from(
 const agents = [];
 let browser;
 
-const watchdog = setTimeout(() => {
+setTimeout(() => {
   for (const agent of agents) {
-    console.error("demo test timed out; agent log:\n" + agent.log);
+    console.error("timed out; agent log:\n" + agent.log);
     agent.process.kill("SIGKILL");
   }
   process.exit(1);
-}, 150_000);
-watchdog.unref();
+}, 170_000).unref();
 
-export function waitFor(check, what, timeoutMs = 15_000) {
-  return new Promise((resolve, reject) => {
-    const started = Date.now();
-    const poll = () => {
-      const value = check();
-      if (value) return resolve(value);
-      if (Date.now() - started > timeoutMs) return reject(new Error(`timed out waiting for ${what}`));
-      setTimeout(poll, 50);
-    };
-    poll();
-  });
+export async function waitFor(check, what, timeoutMs = 15_000) {
+  for (const deadline = Date.now() + timeoutMs; Date.now() < deadline; await new Promise((r) => setTimeout(r, 50))) {
+    const value = check();
+    if (value) return value;
+  }
+  throw new Error(`timed out waiting for ${what}\n${agents.map((agent) => agent.log).join("\n")}`);
 }
 
-// The agent in demo mode on free ports, offscreen, with a temporary folder of its own.
-// With `display` it uses the X server of the test command, for the clipboard.
+// The agent in demo mode with a temporary folder of its own. Without `display` it runs on
+// Qt's offscreen platform, as on a machine without a desktop; with it, on the X server of
+// the test command (for the clipboard and dialogs).
 export class DemoAgent {
   constructor(extraArgs = [], { display = false } = {}) {
     this.scratch = mkdtempSync(path.join(tmpdir(), "velmora-demo-"));
     this.log = "";
-    const env = { ...process.env, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch, QT_QPA_PLATFORM: "offscreen" };
-    if (display) {
-      env.QT_QPA_PLATFORM = "xcb";
-    } else {
-      delete env.DISPLAY;
-    }
+    const env = { ...process.env, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch,
+      QT_QPA_PLATFORM: display ? "xcb" : "offscreen" };
+    if (!display) delete env.DISPLAY;
     delete env.WAYLAND_DISPLAY;
     this.process = spawn(agentPath, ["--demo", "--port", "0", "--http-port", "0", "--web-root", webRoot, ...extraArgs],
       { env, stdio: ["ignore", "ignore", "pipe"] });
-    this.process.stderr.setEncoding("utf8");
-    this.process.stderr.on("data", (text) => { this.log += text; });
+    this.process.stderr.setEncoding("utf8").on("data", (text) => { this.log += text; });
     this.exited = new Promise((resolve) => this.process.on("exit", (code, signal) => resolve(code ?? signal)));
     agents.push(this);
   }
 
   async started() {
-    this.demoOrigin = (await waitFor(() => this.log.match(/demo page on (http:\/\/127\.0\.0\.1:\d+)\//), "the demo"))[1];
+    const said = (pattern, what) => waitFor(() => this.log.match(pattern), what).then((match) => match[1]);
+    this.wsPort = Number(await said(/listening on ws:\/\/127\.0\.0\.1:(\d+)/, "the agent"));
+    this.demoOrigin = await said(/demo page on (http:\/\/127\.0\.0\.1:\d+)\//, "the demo");
     const receiver = this.log.match(/upload receiver on (http:\/\/127\.0\.0\.1:\d+) \(storing in (.+)\)/);
     if (receiver) [, this.receiverUrl, this.storage] = receiver;
     return this;
   }
 
   async stop() {
-    if (this.process.exitCode === null && this.process.signalCode === null) this.process.kill("SIGTERM");
-    return this.exited;
+    this.process.kill("SIGTERM");  // nothing when it has ended already
+    const timer = setTimeout(() => this.process.kill("SIGKILL"), 5000);
+    try { return await this.exited; } finally { clearTimeout(timer); }
   }
 
+  pageFolders() {
+    const root = path.join(this.scratch, "Velmora");
+    return existsSync(root) ? readdirSync(root).filter((name) => name.startsWith("page-")) : [];
+  }
+
+  // Opens the demo page; its session's name ("page-<pid>-<n>") is page.sessionName.
   async openDemo() {
+    const opened = () => [...this.log.matchAll(/page (page-\d+-\d+) opened/g)].map((match) => match[1]);
+    const before = opened().length;
     const page = await browser.newPage();
     page.setDefaultTimeout(20_000);
     await page.goto(`${this.demoOrigin}/`);
     await page.evaluate(() => window.velmoraDemo.ready.then(() => true));
+    await waitFor(() => opened().length > before, "the page's session");
+    page.sessionName = opened().at(-1);
     return page;
+  }
+
+  // Runs `work` on a fresh demo page and closes the page afterwards.
+  async onDemo(work) {
+    const page = await this.openDemo();
+    try { return await work(page); } finally { await page.close(); }
   }
 }
 
-export function portRefuses(port) {
-  return new Promise((resolve) => {
-    const socket = net.connect(port, "127.0.0.1");
-    socket.on("connect", () => { socket.destroy(); resolve(false); });
-    socket.on("error", () => resolve(true));
-  });
-}
-
-// Another program owns the X clipboard with `file` as `type`, as a desktop program would
-// after "Copy"; kill the returned process to let go.
-export function ownClipboard(type, file) {
-  return spawn("xclip", ["-selection", "clipboard", "-t", type, "-i", file, "-quiet"], { stdio: "ignore" });
+// Clicks one of the demo's action buttons and answers the outcome its result line shows.
+export async function act(page, button, result) {
+  await page.evaluate((line) => { document.querySelector(line).dataset.outcome = "busy"; }, result);
+  await page.click(button);
+  await page.waitForSelector(`${result}:is([data-outcome="ok"], [data-outcome="error"])`);
+  return { outcome: await page.getAttribute(result, "data-outcome"), text: await page.textContent(result) };
 }
 
 // The pictures the editor shows once every one of them has loaded.
@@ -114,11 +114,11 @@ export async function loadedPictures(page, count) {
   }, count)).jsonValue();
 }
 
-export const needsDisplay = process.env.DISPLAY ? false : "needs the X server of the test command";
-
 before(async () => {
   assert.ok(existsSync(agentPath), `the agent is not built: ${agentPath}`);
-  browser = await chromium.launch({ executablePath: "/usr/bin/chromium", args: CHROMIUM_ARGS, timeout: 30_000 });
+  browser = await chromium.launch({ executablePath: "/usr/bin/chromium", timeout: 30_000, args: ["--headless",
+    "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+    "--disable-component-update", "--disable-sync"] });
 });
 
 after(async () => {
@@ -127,5 +127,4 @@ after(async () => {
     await agent.stop();
     rmSync(agent.scratch, { recursive: true, force: true });
   }
-  clearTimeout(watchdog);
 });
