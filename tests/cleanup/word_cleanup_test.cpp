@@ -56,7 +56,7 @@ TEST(WordCleanup, BodyRulesAndOptions) {
   const QString vmlOnly =
       "<p><v:shapetype id=\"_x0000_t75\" coordsize=\"21600,21600\"><v:stroke joinstyle=\"miter\"/></v:shapetype>"
       "<v:shape id=\"Picture_x0020_1\" style='width:150pt;height:100pt;visibility:visible'>"
-      "<v:imagedata src=\"file:///C:/Users/lin/AppData/Local/Temp/msohtmlclip1/01/clip_image001.png\" o:title=\"\"/>"
+      "<v:imagedata src=\"file:///C:/Users/dev/AppData/Local/Temp/msohtmlclip1/01/clip_image001.png\" o:title=\"\"/>"
       "</v:shape></p>";
   const QString picture = "<p><!--[if gte vml 1]><v:shape/><![endif]--><![if !vml]><img src=\"a.gif\"><![endif]></p>";
   const QString absolute = "<p style='position: absolute;top:1pt'>x</p>";
@@ -85,7 +85,7 @@ TEST(WordCleanup, BodyRulesAndOptions) {
       {"WPS clears everything between cells", row, m1, "<table><tr><th>h</th><td>x</td></tr></table>", {}, "import",
        Variant::WPS},
       {"a pasted VML-only picture becomes an image", vmlOnly, m1,
-       "<p><img border=0 src=\"file:///C:/Users/lin/AppData/Local/Temp/msohtmlclip1/01/clip_image001.png\" "
+       "<p><img border=0 src=\"file:///C:/Users/dev/AppData/Local/Temp/msohtmlclip1/01/clip_image001.png\" "
        "style=\"width:150pt;height:100pt\"></p>", {}, "paste"},
       {"with an image tag present the pasted shapes simply go",
        "<p><img src=\"a.png\"><v:shape id=\"s\" style='width:1pt;height:2pt'><v:imagedata src=\"b.png\"/>"

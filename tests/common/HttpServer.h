@@ -17,6 +17,7 @@ class HttpServer : public QObject {
     int status = 200;
     QByteArray body;
     QByteArray contentType = "text/plain; charset=utf-8";
+    bool silent = false;  // never answers: a server that hangs
   };
 
   HttpServer();
