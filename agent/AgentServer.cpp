@@ -69,13 +69,10 @@ AgentServer::~AgentServer() {
   qDeleteAll(std::exchange(pages_, {}));
 }
 
-bool AgentServer::listen(quint16 port, QString* error) {
-  if (!tcp_.listen(QHostAddress::LocalHost, port)) {
-    if (error) *error = tcp_.errorString();
-    return false;
-  }
+Outcome AgentServer::listen(quint16 port) {
+  if (!tcp_.listen(QHostAddress::LocalHost, port)) return Failure{{}, tcp_.errorString()};
   policy_.emplace(tcp_.serverPort(), allowedOrigins_);
-  return true;
+  return {};
 }
 
 

@@ -5,6 +5,7 @@
 #include <QWebSocketServer>
 #include <optional>
 
+#include "core/Result.h"
 #include "agent/Door.h"
 
 class QTcpSocket;
@@ -25,7 +26,7 @@ class AgentServer : public QObject {
 
   // Listens on 127.0.0.1:`port` (0 picks a free port); false with `error` set when it
   // cannot.
-  bool listen(quint16 port, QString* error);
+  Outcome listen(quint16 port);
   quint16 port() const { return tcp_.serverPort(); }
   const DoorPolicy& policy() const { return *policy_; }
   void setHasDisplay(bool hasDisplay) { hasDisplay_ = hasDisplay; }

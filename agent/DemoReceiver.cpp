@@ -25,11 +25,10 @@ QString DemoReceiver::defaultProgram() {
 
 DemoReceiver::~DemoReceiver() { stop(); }
 
-bool DemoReceiver::start(const QString& program, QString* error, int timeoutMs) {
+Outcome DemoReceiver::start(const QString& program, int timeoutMs) {
   const auto fail = [&](const QString& why) {
     stop();
-    if (error) *error = why;
-    return false;
+    return Failure{{}, why};
   };
   storage_ = std::make_unique<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/velmora-demo-receiver-XXXXXX"));
   if (!storage_->isValid()) return fail(QStringLiteral("cannot make its storage folder: ") + storage_->errorString());
@@ -62,7 +61,7 @@ bool DemoReceiver::start(const QString& program, QString* error, int timeoutMs) 
     log(QStringLiteral("the upload receiver ended by itself (exit code %1): the demo cannot upload any more").arg(code));
   });
   logOutput();  // lines that came with the first one
-  return true;
+  return {};
 }
 
 void DemoReceiver::stop() {

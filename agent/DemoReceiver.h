@@ -4,6 +4,8 @@
 #include <QTemporaryDir>
 #include <memory>
 
+#include "core/Result.h"
+
 namespace velmora::agent {
 
 // The reference receiver that the demo page uploads its pictures to: a velmora-receiver
@@ -21,7 +23,7 @@ class DemoReceiver {
 
   // Starts `program` and waits (at most `timeoutMs`) until it says where it listens.
   // False with `error` set when it cannot start or does not answer in time.
-  bool start(const QString& program, QString* error, int timeoutMs = 10000);
+  Outcome start(const QString& program, int timeoutMs = 10000);
   // "http://127.0.0.1:PORT" once started.
   QString baseUrl() const { return baseUrl_; }
   // The address a page gives the editor control's SendUrl: it carries a query part, since

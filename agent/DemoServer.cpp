@@ -46,15 +46,12 @@ DemoServer::~DemoServer() {
   if (server_->thread.joinable()) server_->thread.join();
 }
 
-bool DemoServer::bind(quint16 port, QString* error) {
+Outcome DemoServer::bind(quint16 port) {
   const int bound = port == 0 ? server_->http.bind_to_any_port("127.0.0.1")
                               : (server_->http.bind_to_port("127.0.0.1", port) ? port : -1);
-  if (bound <= 0) {
-    if (error) *error = QStringLiteral("cannot listen on 127.0.0.1:%1").arg(port);
-    return false;
-  }
+  if (bound <= 0) return Failure{{}, QStringLiteral("cannot listen on 127.0.0.1:%1").arg(port)};
   port_ = quint16(bound);
-  return true;
+  return {};
 }
 
 void DemoServer::start(const QString& agentUrl, const QString& uploadUrl) {

@@ -3,6 +3,7 @@
 #include <QString>
 #include <memory>
 
+#include "core/Result.h"
 #include "agent/StaticFiles.h"
 
 namespace velmora::agent {
@@ -18,7 +19,7 @@ class DemoServer {
   ~DemoServer();
 
   // Binds 127.0.0.1:`port` (0 picks a free one); false with `error` set when it cannot.
-  bool bind(quint16 port, QString* error);
+  Outcome bind(quint16 port);
   quint16 port() const { return port_; }
   QString origin() const { return QStringLiteral("http://127.0.0.1:%1").arg(port_); }
   // Starts answering, with `agentUrl` as the page's WebSocket address and `uploadUrl`

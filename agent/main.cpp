@@ -21,6 +21,7 @@
 namespace {
 
 using namespace velmora::agent;
+using velmora::Outcome;
 
 constexpr int kExitUsage = 2;
 constexpr quint16 kDefaultPort = 8765;
@@ -112,9 +113,8 @@ std::unique_ptr<DemoServer> makeDemoServer(const QString& webRoot) {
 // its upload action is missing.
 std::unique_ptr<DemoReceiver> startDemoReceiver(const QString& program) {
   auto receiver = std::make_unique<DemoReceiver>();
-  QString error;
-  if (!receiver->start(program, &error)) {
-    log(QStringLiteral("the demo runs without its upload receiver: ") + error);
+  if (const Outcome started = receiver->start(program); !started) {
+    log(QStringLiteral("the demo runs without its upload receiver: ") + started.failure().description);
     return nullptr;
   }
   log(QStringLiteral("upload receiver on %1 (storing in %2)").arg(receiver->baseUrl(), receiver->storageFolder()));
@@ -147,15 +147,19 @@ int run(QApplication& app) {
   if (options.demo) {
     demo = makeDemoServer(options.webRoot);
     QString error;
-    if (!demo->bind(options.demoPort, &error)) throw std::runtime_error(error.toStdString());
+    if (const Outcome bound = demo->bind(options.demoPort); !bound)
+      throw std::runtime_error(bound.failure().description.toStdString());
     origins.prepend(demo->origin());
   }
 
   AgentServer agent(origins);
   agent.setHasDisplay(velmora::hostHasDisplay());
   QString error;
-  if (!agent.listen(options.port, &error))
-    throw std::runtime_error(QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(options.port).arg(error).toStdString());
+  if (const Outcome listening = agent.listen(options.port); !listening)
+    throw std::runtime_error(QStringLiteral("cannot listen on 127.0.0.1:%1: %2")
+                                 .arg(options.port)
+                                 .arg(listening.failure().description)
+                                 .toStdString());
   const QString agentUrl = QStringLiteral("ws://127.0.0.1:%1").arg(agent.port());
   log(QStringLiteral("listening on %1").arg(agentUrl));
   const QStringList& allowed = agent.policy().allowedOrigins();

@@ -79,21 +79,19 @@ struct ConverterCloser {
 };
 using Converter = std::unique_ptr<UConverter, ConverterCloser>;
 
-QString unknownCharset(const QString& charset) {
-  return QStringLiteral("unknown charset \"%1\"").arg(charset);
-}
-
-Converter openConverter(const QString& charset, const QString& key, QString* error) {
+// The converter of a charset; none when the name is unknown.
+Converter openConverter(const QString& charset, const QString& key) {
   const QByteArray name = icuName(charset, key);
   UErrorCode status = U_ZERO_ERROR;
   Converter converter;
   // An empty name would open ICU's default converter: that is a fallback, not a charset.
   if (!name.isEmpty() && !key.isEmpty()) converter.reset(ucnv_open(name.constData(), &status));
-  if (!converter || U_FAILURE(status)) {
-    if (error) *error = unknownCharset(charset);
-    return nullptr;
-  }
+  if (U_FAILURE(status)) converter.reset();
   return converter;
+}
+
+Failure unknownCharset(const QString& charset) {
+  return Failure{{}, QStringLiteral("unknown charset \"%1\"").arg(charset)};
 }
 
 // Bytes that are not valid in the charset each become U+FFFD, as a browser shows them.
@@ -106,11 +104,11 @@ void substituteReplacementCharacter(const void*, UConverterToUnicodeArgs* args, 
   ucnv_cbToUWriteUChars(args, &replacement, 1, 0, status);
 }
 
-QString icuFailure(UErrorCode status) {
-  return QStringLiteral("charset conversion failed: %1").arg(QString::fromLatin1(u_errorName(status)));
+Failure icuFailure(UErrorCode status) {
+  return Failure{{}, QStringLiteral("charset conversion failed: %1").arg(QString::fromLatin1(u_errorName(status)))};
 }
 
-bool icuDecode(UConverter* converter, const QByteArray& bytes, QString& out, QString* error) {
+Result<QString> icuDecode(UConverter* converter, const QByteArray& bytes) {
   UErrorCode status = U_ZERO_ERROR;
   ucnv_setToUCallBack(converter, substituteReplacementCharacter, nullptr, nullptr, nullptr, &status);
   // A byte rarely yields more than one UTF-16 unit; the buffer grows when one does.
@@ -126,16 +124,12 @@ bool icuDecode(UConverter* converter, const QByteArray& bytes, QString& out, QSt
     written = target - reinterpret_cast<UChar*>(text.data());
     if (status == U_BUFFER_OVERFLOW_ERROR) text.resize(text.size() + (sourceEnd - source) + 16);
   } while (status == U_BUFFER_OVERFLOW_ERROR);
-  if (U_FAILURE(status)) {
-    if (error) *error = icuFailure(status);
-    return false;
-  }
+  if (U_FAILURE(status)) return icuFailure(status);
   text.truncate(written);
-  out = text;
-  return true;
+  return text;
 }
 
-bool icuEncode(UConverter* converter, const QString& text, QByteArray& out, QString* error) {
+Result<QByteArray> icuEncode(UConverter* converter, const QString& text) {
   UErrorCode status = U_ZERO_ERROR;
   // Characters the charset cannot hold become "&#NNNN;", as browsers submit them in forms.
   ucnv_setFromUCallBack(converter, UCNV_FROM_U_CALLBACK_ESCAPE, UCNV_ESCAPE_XML_DEC, nullptr, nullptr, &status);
@@ -150,13 +144,9 @@ bool icuEncode(UConverter* converter, const QString& text, QByteArray& out, QStr
     written = target - bytes.data();
     if (status == U_BUFFER_OVERFLOW_ERROR) bytes.resize(bytes.size() * 2 + 16);
   } while (status == U_BUFFER_OVERFLOW_ERROR);
-  if (U_FAILURE(status)) {
-    if (error) *error = icuFailure(status);
-    return false;
-  }
+  if (U_FAILURE(status)) return icuFailure(status);
   bytes.truncate(written);
-  out = bytes;
-  return true;
+  return bytes;
 }
 
 // The locale that decides LC_CTYPE, by the usual precedence of the environment.
@@ -207,7 +197,7 @@ QString legacyCodePageOf(const QString& localeName) {
 
 bool Charset::isKnown(const QString& charset) {
   const QString key = labelKey(charset);
-  return unicodeEncoding(key).has_value() || openConverter(charset, key, nullptr) != nullptr;
+  return unicodeEncoding(key).has_value() || openConverter(charset, key) != nullptr;
 }
 
 Result<QString> Charset::decode(const QByteArray& bytes, const QString& charset) {
@@ -218,10 +208,8 @@ Result<QString> Charset::decode(const QByteArray& bytes, const QString& charset)
     QStringDecoder decoder(*encoding, QStringConverter::Flag::Stateless);
     return QString(decoder.decode(bytes));
   }
-  QString out, error;
-  const Converter converter = openConverter(charset, key, &error);
-  if (converter && icuDecode(converter.get(), bytes, out, &error)) return out;
-  return Failure{{}, error};
+  const Converter converter = openConverter(charset, key);
+  return converter ? icuDecode(converter.get(), bytes) : unknownCharset(charset);
 }
 
 Result<QByteArray> Charset::encode(const QString& text, const QString& charset) {
@@ -230,11 +218,8 @@ Result<QByteArray> Charset::encode(const QString& text, const QString& charset) 
     QStringEncoder encoder(*encoding, QStringConverter::Flag::Stateless);  // no byte-order mark
     return QByteArray(encoder.encode(text));
   }
-  QByteArray out;
-  QString error;
-  const Converter converter = openConverter(charset, key, &error);
-  if (converter && icuEncode(converter.get(), text, out, &error)) return out;
-  return Failure{{}, error};
+  const Converter converter = openConverter(charset, key);
+  return converter ? icuEncode(converter.get(), text) : unknownCharset(charset);
 }
 
 QString Charset::systemCodePage() {

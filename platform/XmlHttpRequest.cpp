@@ -237,17 +237,14 @@ void XmlHttpRequest::setReadyState(ReadyState state) {
   emit OnReadyStateChange();
 }
 
-QString XmlHttpRequest::responseText(QString* error) const {
+Result<QString> XmlHttpRequest::responseText() const {
   const QByteArrayView body(responseBody_);
   if (body.startsWith("\xEF\xBB\xBF")) return QString::fromUtf8(body.sliced(3));
   if (body.startsWith("\xFF\xFE")) return decodeWith(QStringConverter::Utf16LE, body.sliced(2));
   if (body.startsWith("\xFE\xFF")) return decodeWith(QStringConverter::Utf16BE, body.sliced(2));
   const QString charset = charsetParameter(responseContentType_);
   if (charset.isEmpty() || charset.compare(u"utf-8", Qt::CaseInsensitive) == 0) return QString::fromUtf8(body);
-  const Result<QString> text = Charset::decode(responseBody_, charset);
-  if (text) return text.value();
-  if (error) *error = text.failure().description;
-  return QString();
+  return Charset::decode(responseBody_, charset);
 }
 
 }  // namespace velmora

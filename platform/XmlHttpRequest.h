@@ -69,8 +69,8 @@ class XmlHttpRequest : public QObject {
   // The HTTP status once Completed (or one of the Status* codes above); 0 before.
   int Status() const { return status_; }
   // The body decoded by the charset its Content-Type names (a byte-order mark wins),
-  // UTF-8 when it names none; "" with `error` set when that charset is unknown.
-  QString responseText(QString* error = nullptr) const;
+  // UTF-8 when it names none; a failure when that charset is unknown.
+  Result<QString> responseText() const;
   QByteArray responseBody() const { return responseBody_; }
 
  signals:

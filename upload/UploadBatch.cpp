@@ -107,9 +107,12 @@ Result<bool> UploadBatch::send(const QString& path, const QString& address) {
 // server's answer for the current file and takes up the next.
 void UploadBatch::MyOnReadyStateWrapper_OnStateChange() {
   if (!m_oRequest || m_oRequest->readyState() != XmlHttpRequest::Completed) return;
-  if (m_lUploadIndex > 0 && m_lUploadIndex < m_asSaved.size())
+  if (m_lUploadIndex > 0 && m_lUploadIndex < m_asSaved.size()) {
+    // An answer that is no 200, or whose text cannot be read, leaves this file "" and the batch goes on.
+    const Result<QString> answer = m_oRequest->responseText();
     m_asSaved[m_lUploadIndex] =
-        m_oRequest->Status() == 200 ? m_oRequest->responseText().remove(QStringLiteral("\r\n")) : QString();
+        m_oRequest->Status() == 200 && answer ? QString(answer.value()).remove(QStringLiteral("\r\n")) : QString();
+  }
   const QPointer<UploadBatch> self(this);
   next();
   if (self) emit stepped();
