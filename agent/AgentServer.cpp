@@ -75,7 +75,6 @@ Outcome AgentServer::listen(quint16 port) {
   return {};
 }
 
-
 void AgentServer::screen(QTcpSocket* socket) {
   socket->setParent(this);
   auto* timer = new QTimer(socket);

@@ -5,8 +5,8 @@
 #include <QWebSocketServer>
 #include <optional>
 
-#include "core/Result.h"
 #include "agent/Door.h"
+#include "core/Result.h"
 
 class QTcpSocket;
 

@@ -36,7 +36,9 @@ std::variant<CleanupJob, QString> readJob(const QByteArray& requestBody) {
   QJsonParseError parseError;
   const QJsonDocument document = QJsonDocument::fromJson(requestBody, &parseError);
   if (parseError.error != QJsonParseError::NoError)
-    return QStringLiteral("the request is not JSON: %1 at offset %2").arg(parseError.errorString()).arg(parseError.offset);
+    return QStringLiteral("the request is not JSON: %1 at offset %2")
+        .arg(parseError.errorString())
+        .arg(parseError.offset);
   if (!document.isObject()) return QStringLiteral("the request must be a JSON object");
   const QJsonObject request = document.object();
 
@@ -53,7 +55,8 @@ std::variant<CleanupJob, QString> readJob(const QByteArray& requestBody) {
   if (!html) return QStringLiteral("\"html\" wants the text to clean");
   const auto extraCss = textMember(request, QStringLiteral("extraCss"), QString());
   if (!extraCss) return QStringLiteral("\"extraCss\" wants the text of a style sheet");
-  if (!extraCss->isEmpty() && *engine != u"wps-excel") return QStringLiteral("\"extraCss\" belongs to engine wps-excel");
+  if (!extraCss->isEmpty() && *engine != u"wps-excel")
+    return QStringLiteral("\"extraCss\" belongs to engine wps-excel");
   return CleanupJob{*engine, *source, *options, *html, *extraCss, true};
 }
 
@@ -116,8 +119,9 @@ void addCleanupEndpoint(httplib::Server& server, const QString& ownOrigin) {
     switch (readLimitedBody(reader, response, body)) {
       case BodyRead::Whole: return reply(response, answerCleanup(body));
       case BodyRead::TooLarge:
-        return reply(response, failure(413, QStringLiteral("the request is larger than %1 MB")
-                                                .arg(cleanupBodyLimit / (1024 * 1024))));
+        return reply(
+            response,
+            failure(413, QStringLiteral("the request is larger than %1 MB").arg(cleanupBodyLimit / (1024 * 1024))));
       case BodyRead::Broken: return reply(response, failure(400, QStringLiteral("the request body could not be read")));
     }
   });

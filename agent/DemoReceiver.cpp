@@ -47,7 +47,8 @@ Outcome DemoReceiver::start(const QString& program, int timeoutMs) {
   while (baseUrl_.isEmpty()) {
     if (!process_->canReadLine() && !process_->waitForReadyRead(int(deadline.remainingTime()))) {
       if (process_->state() != QProcess::Running)
-        return fail(QStringLiteral("%1 ended before it listened (exit code %2)").arg(program).arg(process_->exitCode()));
+        return fail(
+            QStringLiteral("%1 ended before it listened (exit code %2)").arg(program).arg(process_->exitCode()));
       if (deadline.hasExpired()) return fail(QStringLiteral("%1 did not say where it listens").arg(program));
       continue;
     }
@@ -58,7 +59,8 @@ Outcome DemoReceiver::start(const QString& program, int timeoutMs) {
   }
   QObject::connect(process_.get(), &QProcess::readyReadStandardOutput, process_.get(), [this] { logOutput(); });
   QObject::connect(process_.get(), &QProcess::finished, process_.get(), [](int code) {
-    log(QStringLiteral("the upload receiver ended by itself (exit code %1): the demo cannot upload any more").arg(code));
+    log(QStringLiteral("the upload receiver ended by itself (exit code %1): the demo cannot upload any more")
+            .arg(code));
   });
   logOutput();  // lines that came with the first one
   return {};

@@ -3,8 +3,8 @@
 #include <QString>
 #include <memory>
 
-#include "core/Result.h"
 #include "agent/StaticFiles.h"
+#include "core/Result.h"
 
 namespace velmora::agent {
 

@@ -143,7 +143,8 @@ QStringList readAllowedOrigins(const QString& settingsFile) {
   const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
   if (parseError.error != QJsonParseError::NoError) badSettings(settingsFile, parseError.errorString());
   const QJsonValue list = document.object().value(QStringLiteral("allowedOrigins"));
-  if (!document.isObject() || !list.isArray()) badSettings(settingsFile, QStringLiteral("wants {\"allowedOrigins\": [...]}"));
+  if (!document.isObject() || !list.isArray())
+    badSettings(settingsFile, QStringLiteral("wants {\"allowedOrigins\": [...]}"));
   QStringList origins;
   for (const QJsonValue& entry : list.toArray()) {
     if (normalizeOrigin(entry.toString()).isEmpty())

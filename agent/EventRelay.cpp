@@ -29,9 +29,8 @@ int textSignalIndex(const QMetaObject& meta, const char* name, qsizetype arity) 
 EventRelay::EventRelay(QObject& source, const InterfaceInfo& events, QObject* parent) : QObject(parent) {
   for (const MemberInfo& member : events.members) {
     const qsizetype arity = qsizetype(member.params.size());
-    const int signal = arity < qsizetype(std::size(kRelaySlots))
-                           ? textSignalIndex(*source.metaObject(), member.name, arity)
-                           : -1;
+    const int signal =
+        arity < qsizetype(std::size(kRelaySlots)) ? textSignalIndex(*source.metaObject(), member.name, arity) : -1;
     if (signal < 0) {
       missing_.append(QString::fromLatin1(member.name));
       continue;

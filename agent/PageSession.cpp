@@ -4,11 +4,11 @@
 #include <stdexcept>
 
 #include "agent/EventRelay.h"
+#include "core/ScriptError.h"
 #include "host/StandardProducers.h"
 #include "server/Dispatch.h"
 #include "server/TypeLibrary.h"
 #include "support/basPublic.h"
-#include "core/ScriptError.h"
 
 namespace velmora::agent {
 
@@ -47,8 +47,9 @@ QVariantMap describe(const ParamInfo& param) {
 QVariantMap describe(const MemberInfo& member) {
   QVariantList params;
   for (const ParamInfo& param : member.params) params.append(describe(param));
-  return {{"dispId", member.dispId},       {"name", member.name},     {"kind", kindName(member.kind)},
-          {"type", typeName(member.result)}, {"params", params}, {"pollsStatus", member.pollsStatus}, {"showsWindow", member.showsWindow}};
+  return {{"dispId", member.dispId},          {"name", member.name}, {"kind", kindName(member.kind)},
+          {"type", typeName(member.result)},  {"params", params},    {"pollsStatus", member.pollsStatus},
+          {"showsWindow", member.showsWindow}};
 }
 
 QVariantMap describe(const InterfaceInfo& interface) {
@@ -111,13 +112,13 @@ PageSession::~PageSession() {
   DeleteFolder(workingFolder());
 }
 
-QString PageSession::workingFolder() const {
-  return workingFolderPath(context_.workingSubfolder);
-}
+QString PageSession::workingFolder() const { return workingFolderPath(context_.workingSubfolder); }
 
 void PageSession::whenIdle(std::function<void()> done) {
-  if (isBusy()) idleWaiters_.push_back(std::move(done));
-  else done();
+  if (isBusy())
+    idleWaiters_.push_back(std::move(done));
+  else
+    done();
 }
 
 QVariantMap PageSession::typeLibrary() const {
@@ -137,7 +138,8 @@ void PageSession::refuseUnlessSafe(const QString& className) const {
   const auto asks = [&](const QString& interfaceId, uint32_t option) {
     return safety_.SetInterfaceSafetyOptions(interfaceId, option, option) == hresult::S_OK;
   };
-  if (!asks(iid::IDispatch, safety::SafeForUntrustedCaller) || !asks(iid::IPersistPropertyBag, safety::SafeForUntrustedData))
+  if (!asks(iid::IDispatch, safety::SafeForUntrustedCaller) ||
+      !asks(iid::IPersistPropertyBag, safety::SafeForUntrustedData))
     throw ScriptError(429, QStringLiteral("ActiveX component can't create object: %1 is not marked safe for "
                                           "scripting and initialising from a page")
                                .arg(className));
@@ -150,7 +152,8 @@ QVariantMap PageSession::create(const QString& className) {
     const ClassInfo* cls = findClass(className);
     if (cls) refuseUnlessSafe(className);
     entry->control = factory_(className, context_);
-    if (!cls || !entry->control) throw ScriptError(429, QStringLiteral("ActiveX component can't create object: ") + className);
+    if (!cls || !entry->control)
+      throw ScriptError(429, QStringLiteral("ActiveX component can't create object: ") + className);
     entry->dispatch = std::make_unique<Dispatch>(*entry->control, *cls);
   } catch (const ScriptError& error) {
     return failure(error.number(), error.description());

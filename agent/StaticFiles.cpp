@@ -54,11 +54,16 @@ QString StaticFiles::resolve(const QString& urlPath) const {
 
 QByteArray StaticFiles::contentType(const QString& fileName) {
   static const std::pair<const char*, const char*> kTypes[] = {
-      {".html", "text/html; charset=utf-8"},     {".js", "text/javascript; charset=utf-8"},
-      {".mjs", "text/javascript; charset=utf-8"}, {".css", "text/css; charset=utf-8"},
-      {".json", "application/json"},             {".map", "application/json"},
-      {".svg", "image/svg+xml"},                 {".png", "image/png"},
-      {".ico", "image/x-icon"},                  {".txt", "text/plain; charset=utf-8"},
+      {".html", "text/html; charset=utf-8"},
+      {".js", "text/javascript; charset=utf-8"},
+      {".mjs", "text/javascript; charset=utf-8"},
+      {".css", "text/css; charset=utf-8"},
+      {".json", "application/json"},
+      {".map", "application/json"},
+      {".svg", "image/svg+xml"},
+      {".png", "image/png"},
+      {".ico", "image/x-icon"},
+      {".txt", "text/plain; charset=utf-8"},
   };
   for (const auto& [extension, type] : kTypes)
     if (fileName.endsWith(QLatin1String(extension), Qt::CaseInsensitive)) return type;

@@ -48,17 +48,17 @@ quint16 portOption(const QCommandLineParser& parser, const QString& name, quint1
 // share/velmora/web.
 QString findWebRoot() {
   const QDir programDir(QCoreApplication::applicationDirPath());
-  for (const QString& candidate : {programDir.filePath(QStringLiteral("../web")),
-                                   programDir.filePath(QStringLiteral("../share/velmora/web"))})
+  for (const QString& candidate :
+       {programDir.filePath(QStringLiteral("../web")), programDir.filePath(QStringLiteral("../share/velmora/web"))})
     if (QFileInfo::exists(candidate + QStringLiteral("/velmora.js"))) return QDir(candidate).canonicalPath();
   return {};
 }
 
 Options parseOptions(const QApplication& app) {
   QCommandLineParser parser;
-  parser.setApplicationDescription(QStringLiteral(
-      "Serves the Velmora controls to web pages: QWebChannel over a WebSocket on 127.0.0.1.\n"
-      "Only pages from an allowed origin get in, and only through a loopback Host name."));
+  parser.setApplicationDescription(
+      QStringLiteral("Serves the Velmora controls to web pages: QWebChannel over a WebSocket on 127.0.0.1.\n"
+                     "Only pages from an allowed origin get in, and only through a loopback Host name."));
   parser.addHelpOption();
   parser.addOptions({
       {QStringLiteral("port"), QStringLiteral("WebSocket port on 127.0.0.1 (0: any free one)."), QStringLiteral("PORT"),
@@ -85,7 +85,8 @@ Options parseOptions(const QApplication& app) {
   options.demo = parser.isSet(QStringLiteral("demo"));
   for (const QString& origin : parser.values(QStringLiteral("allow-origin"))) {
     if (velmora::agent::normalizeOrigin(origin).isEmpty())
-      throw std::runtime_error("--allow-origin wants an origin like http://127.0.0.1:8080, got: " + origin.toStdString());
+      throw std::runtime_error("--allow-origin wants an origin like http://127.0.0.1:8080, got: " +
+                               origin.toStdString());
     options.allowedOrigins.append(origin);
   }
   if (parser.isSet(QStringLiteral("settings")))
@@ -100,7 +101,8 @@ std::unique_ptr<DemoServer> makeDemoServer(const QString& webRoot) {
   if (webRoot.isEmpty() || !QFileInfo::exists(webRoot + QStringLiteral("/velmora.js")))
     throw std::runtime_error("the demo needs the web folder (velmora.js, demo/): give --web-root DIR");
   const QString editor = webRoot + QStringLiteral("/node_modules/quill/dist");
-  if (!QFileInfo(editor).isDir()) log(QStringLiteral("the demo's editor is missing (%1): run npm ci in web/").arg(editor));
+  if (!QFileInfo(editor).isDir())
+    log(QStringLiteral("the demo's editor is missing (%1): run npm ci in web/").arg(editor));
   QFile channelScript(QStringLiteral(":/qtwebchannel/qwebchannel.js"));
   if (!channelScript.open(QIODevice::ReadOnly)) throw std::runtime_error("Qt's qwebchannel.js resource is missing");
   StaticFiles files({{QStringLiteral("/velmora.js"), webRoot + QStringLiteral("/velmora.js")},

@@ -42,7 +42,8 @@ QString pageOfSize(const QString& fixture, qsizetype size) {
 
 QByteArray sha1(const QString& text) {
   return QCryptographicHash::hash(QByteArrayView(reinterpret_cast<const char*>(text.utf16()), text.size() * 2),
-                                  QCryptographicHash::Sha1).toHex();
+                                  QCryptographicHash::Sha1)
+      .toHex();
 }
 
 // Runs one pipeline with every rule application written to `log`; returns milliseconds.
@@ -93,7 +94,8 @@ int main(int argc, char** argv) {
     QString options;
   };
   const Case cases[] = {
-      {"word-mode1", word, "optimizemode:1;opt1vml:1;opt1absolute:1;opt1eq:1;opt1margin:1;opt1space:1;opt1grid:1;opt1css:1"},
+      {"word-mode1", word,
+       "optimizemode:1;opt1vml:1;opt1absolute:1;opt1eq:1;opt1margin:1;opt1space:1;opt1grid:1;opt1css:1"},
       {"word-mode2", word, "optimizemode:2;opt2image:1;opt2table:1;opt2eq:1;opt2indent:1;opt2ptobr:1"},
       {"excel-mode1", excel, "optimizemode:1;opt1vml:1;opt1space:1;opt1table:1;opt1overflow:1;opt1css:1"},
       {"excel-mode2", excel, "optimizemode:2;opt2image:1;opt2space:1;opt2table:1"},

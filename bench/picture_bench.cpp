@@ -37,7 +37,7 @@ QImage screenshot() {
   picture.fill(QColor(245, 245, 245));
   Noise noise;
   QPainter painter(&picture);
-  painter.fillRect(0, 0, 3840, 80, QColor(40, 70, 140));    // title bar
+  painter.fillRect(0, 0, 3840, 80, QColor(40, 70, 140));      // title bar
   painter.fillRect(0, 80, 600, 2080, QColor(228, 230, 235));  // side panel
 
   // Lines of text: strokes of glyph height, words separated by gaps, dark on the page.
@@ -127,8 +127,8 @@ int main(int argc, char** argv) {
   };
   std::printf("picture %dx%d, %d rounds (medians), ImageMagick: %s\n", picture.width(), picture.height(), rounds,
               qPrintable(convert));
-  std::printf("%-10s %10s %12s %10s %12s %10s %10s\n", "format", "ours ms", "ours bytes", "convert ms",
-              "convert bytes", "time ratio", "size ratio");
+  std::printf("%-10s %10s %12s %10s %12s %10s %10s\n", "format", "ours ms", "ours bytes", "convert ms", "convert bytes",
+              "time ratio", "size ratio");
   for (const Encoding& encoding : encodings) {
     const QString ours = work + "/ours." + encoding.extension;
     const QString theirs = work + "/convert." + encoding.extension;

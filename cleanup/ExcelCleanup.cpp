@@ -44,8 +44,8 @@ QString Pipeline::buildStyleText(const QString& head, const QString& extraCss) c
 void Pipeline::applyModeOne(QString& body, QString& style) const {
   apply(body, style, rules_.modeOneBeforeScroll);
   if (on(u"opt1overflow"))
-    step(u"EK7", body, QStringLiteral("<div style=\"width:100%;overflow:auto;\">") + kCrLf + body + kCrLf +
-                           QStringLiteral("</div>"));
+    step(u"EK7", body,
+         QStringLiteral("<div style=\"width:100%;overflow:auto;\">") + kCrLf + body + kCrLf + QStringLiteral("</div>"));
   body = apply(body, rules_.modeOneAfterScroll);
 }
 

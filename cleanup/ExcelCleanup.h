@@ -14,8 +14,8 @@ class ExcelCleanup {
  public:
   explicit ExcelCleanup(Context& context) : context_(context) {}
 
-  void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
-                    QString& body, RuleTrace* trace = nullptr);
+  void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style, QString& body,
+                    RuleTrace* trace = nullptr);
   void OptimizeHTML(const QString& source, const QString& html, const QString& extraCss, const QString& options,
                     QString& style, QString& body, RuleTrace* trace = nullptr);
 

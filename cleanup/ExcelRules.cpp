@@ -71,7 +71,8 @@ ExcelRuleSet makeExcelRules() {
       {{u"EK2", uR"re(<!\[if !vml\]>(([^a]|a)+?)<!\[endif\]>)re", u"$1"}, withVml},
       {{u"EK3", uR"re(</?[vox]:[a-z]+[^>]*?>)re", u""}, withVml},
       {{u"EK4", uR"re(<tr\s[^>]*?>\s*?(<td[^>]*?>[\s\u3000]*?</td>\s*?)+?</tr>)re", u""}, {.option = u"opt1space"}},
-      {{u"EK5", uR"re((\std\s*\{[^\}]*?)border\s*:\s*none([^\}]*?\}))re", u"$1$2"}, {.option = u"opt1table"},
+      {{u"EK5", uR"re((\std\s*\{[^\}]*?)border\s*:\s*none([^\}]*?\}))re", u"$1$2"},
+       {.option = u"opt1table"},
        Target::Style},
       {{u"EK6", uR"re((<table(?=\s)[^>]*?)\sborder=0([^>]*?>))re", u"$1 border=1$2"}, {.option = u"opt1table"}},
   };

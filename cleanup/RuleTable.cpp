@@ -14,8 +14,8 @@ void RuleTrace::record(const QString& rule, const QString& before, const QString
 QString applyRule(const QString& text, const Rule& rule, RuleTrace* trace) {
   const QString pattern = QString::fromUtf16(rule.pattern);
   const QString replacement = QString::fromUtf16(rule.replacement);
-  QString result = rule.untilStable ? RegExpReplaceAll(text, pattern, replacement)
-                                    : RegExpReplace(text, pattern, replacement);
+  QString result =
+      rule.untilStable ? RegExpReplaceAll(text, pattern, replacement) : RegExpReplace(text, pattern, replacement);
   if (trace) {
     trace->record(QString::fromUtf16(rule.name), text, result);
     if (trace->observer) trace->observer(rule, text, result);

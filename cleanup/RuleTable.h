@@ -42,8 +42,8 @@ enum class SourceIs { Any, Import, NotImport, Paste };
 // When a rule of a table applies. Every field left empty holds; a rule applies when all of
 // them hold at the moment the pipeline reaches it.
 struct Condition {
-  const char16_t* option = nullptr;       // this switch must be on (its value exactly "1")
-  const char16_t* optionOff = nullptr;    // this switch must be off
+  const char16_t* option = nullptr;     // this switch must be on (its value exactly "1")
+  const char16_t* optionOff = nullptr;  // this switch must be off
   SourceIs source = SourceIs::Any;
   const char16_t* textMatches = nullptr;  // the text the rule works on must match this pattern
 };

@@ -6,10 +6,10 @@
 #include "cleanup/WordRules.h"
 #include "cleanup/clsCSS.h"
 #include "core/OptionString.h"
+#include "core/Text.h"
 #include "support/AutomationNumber.h"
 #include "support/RegExp.h"
 #include "support/basPublic.h"
-#include "core/Text.h"
 
 namespace velmora {
 
@@ -128,10 +128,9 @@ QString framePage(const QString& body, const QString& pageSizeText, const QStrin
     frame += QStringLiteral("width:") + pointsText(*widthValue - *leftValue - *rightValue) + QStringLiteral("pt;");
   QString framed = frame + QStringLiteral("\"><tr><td>") + body + QStringLiteral("</td></tr></table>");
   if (switches.on(u"pageeffect"))
-    framed = QStringLiteral(
-                 "<table cellspacing=0 cellpadding=0 align=center style=\"border-top:1px solid #000000;"
-                 "border-left:1px solid #000000;border-right:3px solid #000000;border-bottom:3px solid "
-                 "#000000;\"><tr><td style=\"background-color:#ffffff;\">") +
+    framed = QStringLiteral("<table cellspacing=0 cellpadding=0 align=center style=\"border-top:1px solid #000000;"
+                            "border-left:1px solid #000000;border-right:3px solid #000000;border-bottom:3px solid "
+                            "#000000;\"><tr><td style=\"background-color:#ffffff;\">") +
              framed + QStringLiteral("</td></table>");
   if (switches.on(u"pagescroll"))
     framed = QStringLiteral("<div style=\"width:100%;overflow:auto;\">") + framed + QStringLiteral("</div>");
@@ -175,7 +174,8 @@ void WordCleanup::OptimizeHTML(const QString& source, const QString& html, const
     text = clsCSS().MergeCssQuick(text, styleOut, trace);
     styleOut.clear();
   }
-  if (modeOne && !switches.on(u"pagewidth") && !switches.on(u"opt1grid")) text = pipeline.apply(text, rules.finalUnwrap);
+  if (modeOne && !switches.on(u"pagewidth") && !switches.on(u"opt1grid"))
+    text = pipeline.apply(text, rules.finalUnwrap);
 
   style = styleOut;
   body = text;

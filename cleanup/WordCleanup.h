@@ -14,8 +14,8 @@ class WordCleanup {
   enum class Variant { Word, WPS };
   explicit WordCleanup(Context& context, Variant variant = Variant::Word) : context_(context), variant_(variant) {}
 
-  void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style,
-                    QString& body, RuleTrace* trace = nullptr);
+  void OptimizeHTML(const QString& source, const QString& html, const QString& options, QString& style, QString& body,
+                    RuleTrace* trace = nullptr);
 
  private:
   Context& context_;

@@ -40,7 +40,7 @@ struct WordRuleSet {
 struct RuleChange {
   const char16_t* name;
   bool remove = false;
-  const char16_t* pattern = nullptr;  // a new pattern; null keeps the rule's own
+  const char16_t* pattern = nullptr;             // a new pattern; null keeps the rule's own
   std::optional<Condition> when = std::nullopt;  // a new condition; none keeps the rule's own
 };
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <functional>
 
-#include "support/RegExp.h"
 #include "core/ScriptError.h"
-#include "support/clsCollection.h"
 #include "core/Text.h"
+#include "support/RegExp.h"
+#include "support/clsCollection.h"
 
 namespace velmora {
 
@@ -49,12 +49,13 @@ const QuickPass kQuickPasses[] = {
     {u"tag.class", [](const QString& key) { return key.indexOf(u'.', 1) > 0; },
      [](const QString& key) {
        const qsizetype dot = key.indexOf(u'.');
-       return QStringLiteral("(<") + key.left(dot) + QStringLiteral(R"re()(?=\s)([^>]*\sclass=")re") + key.mid(dot + 1) +
-              QStringLiteral(R"re("[^>]*?>))re");
+       return QStringLiteral("(<") + key.left(dot) + QStringLiteral(R"re()(?=\s)([^>]*\sclass=")re") +
+              key.mid(dot + 1) + QStringLiteral(R"re("[^>]*?>))re");
      }},
     {u".class", [](const QString& key) { return key.startsWith(u'.'); },
      [](const QString& key) {
-       return QStringLiteral(R"re((<[a-zA-Z]+?)(?=\s)([^>]*\sclass=")re") + key.mid(1) + QStringLiteral(R"re("[^>]*?>))re");
+       return QStringLiteral(R"re((<[a-zA-Z]+?)(?=\s)([^>]*\sclass=")re") + key.mid(1) +
+              QStringLiteral(R"re("[^>]*?>))re");
      }},
     {u"tag", [](const QString& key) { return !RegExpTest(QStringLiteral(uR"re([^a-zA-Z]+)re"), key); },
      [](const QString& key) { return QStringLiteral("(<") + key + QStringLiteral(R"re()(?=[\s>])([^>]*?>))re"); }},
@@ -77,7 +78,6 @@ const char16_t kHasStyle[] = uR"re(\sstyle\s*=\s*['"])re";
 const char16_t kStyleAttribute[] = uR"re(([^>]+?\sstyle\s*=)\s*(['"])([^>]*?)\2([^>]*?>))re";
 
 // ---------------------------------------------------------------------------------------
-
 
 // A rule whose pattern or replacement is built from the sheet; `name`, `pattern` and
 // `replacement` must outlive the call.
@@ -102,8 +102,10 @@ clsCollection readRules(QString css, bool singleQuotes) {
       selector = trimBlanks(applyRule(selector, kSelectorBreaks)).toLower();
       if (selector.isEmpty()) continue;
       const int32_t at = table.KeyIndex(selector);
-      if (at != -1) table.setItem(at, table.item(at).toString() + u';' + declarations);
-      else table.Add(declarations, selector);
+      if (at != -1)
+        table.setItem(at, table.item(at).toString() + u';' + declarations);
+      else
+        table.Add(declarations, selector);
     }
   }
   return table;
@@ -112,7 +114,8 @@ clsCollection readRules(QString css, bool singleQuotes) {
 // Writes `declarations` into a start tag, ahead of its own style declarations.
 QString MergeStyleIntoTag(const QString& tag, QString declarations) {
   declarations.replace(u'"', u'\'');
-  if (!RegExpTest(QString::fromUtf16(kHasStyle), tag)) return tag.chopped(1) + QStringLiteral(R"( style=")") + declarations + QStringLiteral("\">");
+  if (!RegExpTest(QString::fromUtf16(kHasStyle), tag))
+    return tag.chopped(1) + QStringLiteral(R"( style=")") + declarations + QStringLiteral("\">");
   const std::optional<RegExpMatch> match = RegExp(QString::fromUtf16(kStyleAttribute)).firstMatch(tag);
   if (!match) return tag;  // a style attribute whose quote is never closed
   QString own = match->subMatches.value(2);
@@ -158,7 +161,8 @@ QString clsCSS::MergeCssQuick(const QString& html, const QString& css, RuleTrace
       const QString key = table.key(i).toString();
       if (!pass.takes(key)) continue;
       const QString name = QString::fromUtf16(pass.name) + u' ' + key;
-      const QString replacement = QStringLiteral(R"re($1 style=")re") + table.item(i).toString() + QStringLiteral(R"re("$2)re");
+      const QString replacement =
+          QStringLiteral(R"re($1 style=")re") + table.item(i).toString() + QStringLiteral(R"re("$2)re");
       result = applyBuilt(result, name, pass.pattern(key), replacement, trace);
       table.RemoveItem(i);
     }

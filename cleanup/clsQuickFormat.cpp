@@ -1,7 +1,6 @@
 #include "cleanup/clsQuickFormat.h"
 #include "core/Yield.h"
 
-
 #include "clipboard/basClipBoard.h"
 #include "support/RegExp.h"
 #include "support/clsRemote.h"
@@ -55,11 +54,13 @@ void clsQuickFormat::QuickFormatFrom(const QString& clipboardText, QString& styl
 
   QString before = html.left(fragmentStart);
   const QString after = html.mid(fragmentEnd + kEndMarker.size());
-  for (const char16_t* pattern : kDroppedBeforeFragment) before = RegExpReplace(before, QString::fromUtf16(pattern), {});
+  for (const char16_t* pattern : kDroppedBeforeFragment)
+    before = RegExpReplace(before, QString::fromUtf16(pattern), {});
   before = inlineStyleSheets(before, base);
 
   body = before + kPlaceholder + after;
-  for (const RegExpMatch& match : RegExp(QString::fromUtf16(kStylePattern)).execute(before)) style += match.value + kCrLf;
+  for (const RegExpMatch& match : RegExp(QString::fromUtf16(kStylePattern)).execute(before))
+    style += match.value + kCrLf;
 }
 
 QString clsQuickFormat::inlineStyleSheets(const QString& html, const QString& base) const {
@@ -68,7 +69,8 @@ QString clsQuickFormat::inlineStyleSheets(const QString& html, const QString& ba
   for (const RegExpMatch& link : RegExp(QString::fromUtf16(kLinkPattern)).execute(html)) {
     if (!RegExpTest(QString::fromUtf16(kStyleSheetLinkTest), link.value)) continue;
     QString sheet = clsRemote().GetRemotePage(ResolveUrl(base, link.subMatches.value(0)));
-    if (!sheet.isEmpty()) sheet = kCrLf + QStringLiteral("<style>") + kCrLf + sheet + kCrLf + QStringLiteral("</style>") + kCrLf;
+    if (!sheet.isEmpty())
+      sheet = kCrLf + QStringLiteral("<style>") + kCrLf + sheet + kCrLf + QStringLiteral("</style>") + kCrLf;
     result += QStringView(html).mid(copied, link.start - copied);
     result += sheet;  // a sheet that cannot be fetched drops its link
     copied = link.start + link.length;

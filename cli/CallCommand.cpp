@@ -10,10 +10,10 @@
 #include "cli/Output.h"
 #include "control/Velmora5.h"
 #include "control/WaitForResult.h"
+#include "core/ScriptError.h"
 #include "host/HostProcess.h"
 #include "host/StandardProducers.h"
 #include "server/Dispatch.h"
-#include "core/ScriptError.h"
 
 namespace velmora::cli {
 
@@ -94,8 +94,8 @@ int runCall(const QStringList& arguments) {
   out.insert(QStringLiteral("properties"), QJsonObject::fromVariantMap(dispatch.readableProperties()));
   printJson(out);
   if (waited == Waited::TimedOut) {
-    std::fprintf(stderr, "velmora: %s did not finish within %d s (Status is still \"\")\n",
-                 qPrintable(request.member), request.timeoutSeconds);
+    std::fprintf(stderr, "velmora: %s did not finish within %d s (Status is still \"\")\n", qPrintable(request.member),
+                 request.timeoutSeconds);
     return ExitTimedOut;
   }
   if (waited == Waited::NothingUnderWay) {

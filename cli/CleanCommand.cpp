@@ -31,16 +31,26 @@ CleanRequest parse(const QStringList& args) {
       if (i + 1 >= args.size()) throw UsageError(arg + QStringLiteral(" needs a value"));
       return args[++i];
     };
-    if (arg == u"--engine") request.engine = value();
-    else if (arg == u"--source") request.source = value();
-    else if (arg == u"--opt") request.options = value();
-    else if (arg == u"--extra-css") request.extraCssFile = value();
-    else if (arg == u"--style-out") request.styleOut = value();
-    else if (arg == u"--body-out") request.bodyOut = value();
-    else if (arg == u"--trace") request.trace = true;
-    else if (arg.startsWith(u"--")) throw UsageError(QStringLiteral("unknown option: ") + arg);
-    else if (request.file.isEmpty()) request.file = arg;
-    else throw UsageError(QStringLiteral("one input file only"));
+    if (arg == u"--engine")
+      request.engine = value();
+    else if (arg == u"--source")
+      request.source = value();
+    else if (arg == u"--opt")
+      request.options = value();
+    else if (arg == u"--extra-css")
+      request.extraCssFile = value();
+    else if (arg == u"--style-out")
+      request.styleOut = value();
+    else if (arg == u"--body-out")
+      request.bodyOut = value();
+    else if (arg == u"--trace")
+      request.trace = true;
+    else if (arg.startsWith(u"--"))
+      throw UsageError(QStringLiteral("unknown option: ") + arg);
+    else if (request.file.isEmpty())
+      request.file = arg;
+    else
+      throw UsageError(QStringLiteral("one input file only"));
   }
   if (!cleanupEngines().contains(request.engine))
     throw UsageError(QStringLiteral("--engine wants one of: ") + cleanupEngines().join(u", "));
@@ -56,7 +66,8 @@ CleanRequest parse(const QStringList& args) {
 QString readInput(const QString& path) {
   if (!FileExists(path)) throw UsageError(QStringLiteral("cannot read ") + path + QStringLiteral(": not a file"));
   QFile probe(path);
-  if (!probe.open(QIODevice::ReadOnly)) throw UsageError(QStringLiteral("cannot read ") + path + QStringLiteral(": ") + probe.errorString());
+  if (!probe.open(QIODevice::ReadOnly))
+    throw UsageError(QStringLiteral("cannot read ") + path + QStringLiteral(": ") + probe.errorString());
   return ReadTextFile(path);
 }
 

@@ -4,8 +4,8 @@
 #include "cli/CallCommand.h"
 #include "cli/CleanCommand.h"
 #include "cli/Output.h"
-#include "host/HostProcess.h"
 #include "core/ScriptError.h"
+#include "host/HostProcess.h"
 
 namespace {
 

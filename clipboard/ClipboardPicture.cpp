@@ -7,8 +7,8 @@
 #include "clipboard/clsClipboard.h"
 #include "clipboard/clsSaveBitmapAs.h"
 #include "core/OptionString.h"
-#include "support/basPublic.h"
 #include "core/Text.h"
+#include "support/basPublic.h"
 
 namespace velmora {
 
@@ -30,11 +30,13 @@ Result<QImage> readPicture(QByteArray data) {
   const qint64 bytes = qint64(size.width()) * size.height() * 4;
   const qint64 limit = qint64(QImageReader::allocationLimit()) * 1024 * 1024;
   if (size.isValid() && limit > 0 && bytes > limit)
-    return drawingFailure(QStringLiteral("the clipboard picture is too large to be drawn (%1 x %2 pixels, %3 MB at most)")
-                             .arg(size.width())
-                             .arg(size.height())
-                             .arg(QImageReader::allocationLimit()));
-  return drawingFailure(QStringLiteral("the clipboard picture is in a form that cannot be read: ") + reader.errorString());
+    return drawingFailure(
+        QStringLiteral("the clipboard picture is too large to be drawn (%1 x %2 pixels, %3 MB at most)")
+            .arg(size.width())
+            .arg(size.height())
+            .arg(QImageReader::allocationLimit()));
+  return drawingFailure(QStringLiteral("the clipboard picture is in a form that cannot be read: ") +
+                        reader.errorString());
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <array>
 #include <utility>
 
-#include "platform/DropFiles.h"
 #include "core/ScriptError.h"
+#include "platform/DropFiles.h"
 
 namespace velmora {
 
@@ -193,7 +193,8 @@ bool clsClipboard::ClipboardOpen(quintptr hWndOwner) {
 
 void clsClipboard::ErrorIfNotOpen() const {
   if (!m_bOpen)
-    throw ScriptError(errnum::ClipboardNotOpen, QStringLiteral("Attempt to access the clipboard when clipboard not Open."));
+    throw ScriptError(errnum::ClipboardNotOpen,
+                      QStringLiteral("Attempt to access the clipboard when clipboard not Open."));
 }
 
 // Ascending by ordinal (code unit) comparison: upper case before lower case.

@@ -4,8 +4,8 @@
 #include <QFileInfo>
 
 #include "clipboard/clsClipboard.h"
-#include "support/basPublic.h"
 #include "core/Text.h"
+#include "support/basPublic.h"
 
 namespace velmora {
 

@@ -1,9 +1,9 @@
 #include "clipboard/clsFlashHeader.h"
 
+#include <zlib.h>
 #include <QFile>
 #include <QtEndian>
 #include <cmath>
-#include <zlib.h>
 
 #include "support/AutomationNumber.h"
 #include "support/basPublic.h"

@@ -1,9 +1,9 @@
 #include "clipboard/clsSaveBitmapAs.h"
 
+#include <gif_lib.h>
 #include <QFile>
 #include <QImageWriter>
 #include <QPainter>
-#include <gif_lib.h>
 #include <vector>
 
 namespace velmora {

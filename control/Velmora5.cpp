@@ -7,11 +7,11 @@
 #include "clipboard/clsClipboard.h"
 #include "clipboard/clsFileList.h"
 #include "core/OptionString.h"
+#include "core/ScriptError.h"
+#include "dialogs/clsCommonDialog.h"
 #include "support/AutomationNumber.h"
 #include "support/RegExp.h"
-#include "core/ScriptError.h"
 #include "support/basPublic.h"
-#include "dialogs/clsCommonDialog.h"
 #include "upload/UploadBatch.h"
 
 namespace velmora {
@@ -56,9 +56,7 @@ Velmora5::~Velmora5() {
 
 QString Velmora5::Test() { return QStringLiteral("Velmora"); }
 
-bool Velmora5::hasWorkUnderWay() const {
-  return cCapture || (batch_ && batch_->isSending());
-}
+bool Velmora5::hasWorkUnderWay() const { return cCapture || (batch_ && batch_->isSending()); }
 
 QString Velmora5::Version() const {
   return QStringLiteral("%1.%2.0.%3")
@@ -128,11 +126,13 @@ void Velmora5::ImportExcelSheet(const QString& s_File, int16_t n_SheetIndex, con
   }
   if (mode == u"img") {
     m_sStyle.clear();
-    takePictures(producers_.createExcelEngine(context_, QStringLiteral("excel"))->Excel2Images(s_File, n_SheetIndex, s_Opt));
+    takePictures(
+        producers_.createExcelEngine(context_, QStringLiteral("excel"))->Excel2Images(s_File, n_SheetIndex, s_Opt));
     return;
   }
   for (const QString& engine : enginesFor(api, s_File, QStringLiteral("et"), QStringLiteral("excel"))) {
-    const Result<StyledHtml> sheet = producers_.createExcelEngine(context_, engine)->Excel2HTML(s_File, n_SheetIndex, s_Opt);
+    const Result<StyledHtml> sheet =
+        producers_.createExcelEngine(context_, engine)->Excel2HTML(s_File, n_SheetIndex, s_Opt);
     if (!report(sheet)) continue;
     takeHtml(sheet.value());
     startUpload(QStringLiteral("excel"));
@@ -281,7 +281,8 @@ void Velmora5::startUpload(const QString& uploadMode) {
   UploadSettings settings{m_sSendUrl, m_sCharset, m_lLocalSize, m_sLocalExt, context_.g_sTempFolder};
   batch_ = std::make_unique<UploadBatch>(std::move(settings), uploadMode, m_sBody);
   connect(batch_.get(), &UploadBatch::sending, this, [this] { context_.g_sError.clear(); });
-  connect(batch_.get(), &UploadBatch::failed, this, [this](const Failure& failure) { context_.g_sError = failure.text(); });
+  connect(batch_.get(), &UploadBatch::failed, this,
+          [this](const Failure& failure) { context_.g_sError = failure.text(); });
   connect(batch_.get(), &UploadBatch::stepped, this, &Velmora5::resultChanged);
   connect(batch_.get(), &UploadBatch::finished, this, &Velmora5::uploadFinished);
   batch_->start();

@@ -233,8 +233,8 @@ QString ShowOpenDialog(bool b_FileMustExist, bool b_MultiSelect, const QString& 
   return names.join(u'|');
 }
 
-QString ShowSaveDialog(bool b_OverWritePrompt, const QString& s_Filter, int32_t l_FilterIndex,
-                       const QString& s_InitDir, const QString& s_DlgTitle, const QString& s_DefaultExt) {
+QString ShowSaveDialog(bool b_OverWritePrompt, const QString& s_Filter, int32_t l_FilterIndex, const QString& s_InitDir,
+                       const QString& s_DlgTitle, const QString& s_DefaultExt) {
   QString fileName, fileTitle, filter = s_Filter;
   int32_t filterIndex = l_FilterIndex, flags = 0;
   clsCommonDialog dialog;

@@ -39,10 +39,9 @@ class clsCommonDialog {
   // (read it with ParseMultiFileName). Filter comes back as the chosen entry (description,
   // NUL, pattern) and FilterIndex as its number from 1. On cancel or failure: FileName,
   // FileTitle and Filter "", FilterIndex -1, Flags 0. `owner` nullptr: no owner window.
-  bool VBGetOpenFileName(QString& FileName, QString& FileTitle, bool FileMustExist, bool MultiSelect,
-                         bool& ReadOnly, bool HideReadOnly, QString& Filter, int32_t& FilterIndex,
-                         const QString& InitDir, const QString& DlgTitle, const QString& DefaultExt,
-                         QWidget* owner, int32_t& Flags);
+  bool VBGetOpenFileName(QString& FileName, QString& FileTitle, bool FileMustExist, bool MultiSelect, bool& ReadOnly,
+                         bool HideReadOnly, QString& Filter, int32_t& FilterIndex, const QString& InitDir,
+                         const QString& DlgTitle, const QString& DefaultExt, QWidget* owner, int32_t& Flags);
   bool VBGetSaveFileName(QString& FileName, QString& FileTitle, bool OverWritePrompt, QString& Filter,
                          int32_t& FilterIndex, const QString& InitDir, const QString& DlgTitle,
                          const QString& DefaultExt, QWidget* owner, int32_t& Flags);
@@ -74,7 +73,7 @@ class clsCommonDialog {
 QString ShowOpenDialog(bool b_FileMustExist, bool b_MultiSelect, const QString& s_Filter, int32_t l_FilterIndex,
                        const QString& s_InitDir, const QString& s_DlgTitle);
 // The path to save to, or "" when the user cancels or the dialog fails.
-QString ShowSaveDialog(bool b_OverWritePrompt, const QString& s_Filter, int32_t l_FilterIndex,
-                       const QString& s_InitDir, const QString& s_DlgTitle, const QString& s_DefaultExt);
+QString ShowSaveDialog(bool b_OverWritePrompt, const QString& s_Filter, int32_t l_FilterIndex, const QString& s_InitDir,
+                       const QString& s_DlgTitle, const QString& s_DefaultExt);
 
 }  // namespace velmora

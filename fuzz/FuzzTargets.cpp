@@ -12,10 +12,10 @@
 #include "clipboard/basClipBoard.h"
 #include "clipboard/clsFlashHeader.h"
 #include "core/OptionString.h"
+#include "dialogs/clsCommonDialog.h"
 #include "platform/ClipboardMime.h"
 #include "platform/DropFiles.h"
 #include "support/basPublic.h"
-#include "dialogs/clsCommonDialog.h"
 
 namespace velmora::fuzz {
 
@@ -57,7 +57,8 @@ void quickFormat(const uint8_t* data, size_t size) {
   Context context;
   QString style, body;
   const QString html = QString::fromUtf8(bytesOf(data, size));
-  const QString head = QStringLiteral("Version:0.9\r\nStartHTML:0000000071\r\nSourceURL:http://127.0.0.1:9/a/b.html\r\n");
+  const QString head =
+      QStringLiteral("Version:0.9\r\nStartHTML:0000000071\r\nSourceURL:http://127.0.0.1:9/a/b.html\r\n");
   clsQuickFormat(context).QuickFormatFrom(head + html, style, body);
   clsQuickFormat::ResolveUrl(QStringLiteral("http://127.0.0.1:9/a"), html.left(64));
 }
@@ -95,9 +96,10 @@ void wordCleanup(const uint8_t* data, size_t size) {
   const uint8_t pick = data[0];
   Context context;
   WordCleanup cleanup(context, pick & 1 ? WordCleanup::Variant::WPS : WordCleanup::Variant::Word);
-  const QString options = pick & 4 ? QStringLiteral("optimizemode:1;opt1vml:1;opt1absolute:1;opt1eq:1;opt1margin:1;opt1space:1;"
-                                                            "opt1grid:1;opt1css:1;pagewidth:1")
-                                   : QStringLiteral("optimizemode:2;opt2image:1;opt2table:1;opt2eq:1;opt2indent:1;opt2ptobr:1");
+  const QString options =
+      pick & 4 ? QStringLiteral("optimizemode:1;opt1vml:1;opt1absolute:1;opt1eq:1;opt1margin:1;opt1space:1;"
+                                "opt1grid:1;opt1css:1;pagewidth:1")
+               : QStringLiteral("optimizemode:2;opt2image:1;opt2table:1;opt2eq:1;opt2indent:1;opt2ptobr:1");
   QString style, body;
   cleanup.OptimizeHTML(pick & 2 ? QStringLiteral("paste") : QStringLiteral("import"),
                        QString::fromUtf8(bytesOf(data + 1, size - 1)), options, style, body);
@@ -109,9 +111,11 @@ void excelCleanup(const uint8_t* data, size_t size) {
   if (size == 0) return;
   const uint8_t pick = data[0];
   Context context;
-  const QString options = pick & 4 ? QStringLiteral("optimizemode:1;opt1vml:1;opt1space:1;opt1table:1;opt1overflow:1;opt1css:1")
-                                   : QStringLiteral("optimizemode:2;opt2image:1;opt2space:1;opt2table:1");
-  const QString extraCss = pick & 1 ? QStringLiteral("td {mso-number-format:General;border:none} .xl65 {color:red}") : QString();
+  const QString options =
+      pick & 4 ? QStringLiteral("optimizemode:1;opt1vml:1;opt1space:1;opt1table:1;opt1overflow:1;opt1css:1")
+               : QStringLiteral("optimizemode:2;opt2image:1;opt2space:1;opt2table:1");
+  const QString extraCss =
+      pick & 1 ? QStringLiteral("td {mso-number-format:General;border:none} .xl65 {color:red}") : QString();
   QString style, body;
   ExcelCleanup(context).OptimizeHTML(pick & 2 ? QStringLiteral("paste") : QStringLiteral("import"),
                                      QString::fromUtf8(bytesOf(data + 1, size - 1)), extraCss, options, style, body);
@@ -131,15 +135,9 @@ void cssMerge(const uint8_t* data, size_t size) {
 
 const std::vector<Target>& targets() {
   static const std::vector<Target> all{
-      {"flash_header", flashHeader},
-      {"text_file", textFile},
-      {"option_string", optionString},
-      {"quick_format", quickFormat},
-      {"html_format", htmlFormat},
-      {"file_lists", fileLists},
-      {"dialog_buffers", dialogBuffers},
-      {"word_cleanup", wordCleanup},
-      {"excel_cleanup", excelCleanup},
+      {"flash_header", flashHeader},     {"text_file", textFile},       {"option_string", optionString},
+      {"quick_format", quickFormat},     {"html_format", htmlFormat},   {"file_lists", fileLists},
+      {"dialog_buffers", dialogBuffers}, {"word_cleanup", wordCleanup}, {"excel_cleanup", excelCleanup},
       {"css_merge", cssMerge},
   };
   return all;

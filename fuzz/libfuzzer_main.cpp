@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "fuzz/FuzzTargets.h"
 #include "core/ScriptError.h"
+#include "fuzz/FuzzTargets.h"
 
 namespace {
 

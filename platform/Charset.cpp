@@ -1,9 +1,9 @@
 #include "platform/Charset.h"
 
 #include <QStringConverter>
-#include <QStringList>
 #include <QStringDecoder>
 #include <QStringEncoder>
+#include <QStringList>
 
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>
@@ -50,16 +50,36 @@ struct CodePageLabel {
 // gb2312 is full of GBK characters; one declaring iso-8859-1 uses windows-1252's quotes).
 // Every other name goes to ICU as written, with ICU's own aliases.
 constexpr CodePageLabel kWebLabels[] = {
-    {"gb2312", "GBK"},         {"gb231280", "GBK"},          {"csgb2312", "GBK"},
-    {"csiso58gb231280", "GBK"}, {"chinese", "GBK"},          {"xgbk", "GBK"},
-    {"gbk", "GBK"},            {"cp936", "GBK"},             {"euckr", "windows-949"},
-    {"cseuckr", "windows-949"}, {"ksc56011987", "windows-949"}, {"ksc5601", "windows-949"},
-    {"ksc56011989", "windows-949"}, {"cp949", "windows-949"}, {"shiftjis", "windows-31j"},
-    {"sjis", "windows-31j"},   {"xsjis", "windows-31j"},     {"mskanji", "windows-31j"},
-    {"csshiftjis", "windows-31j"}, {"iso88591", "windows-1252"}, {"latin1", "windows-1252"},
-    {"l1", "windows-1252"},    {"isoir100", "windows-1252"}, {"usascii", "windows-1252"},
-    {"ascii", "windows-1252"}, {"ansix341968", "windows-1252"}, {"iso88599", "windows-1254"},
-    {"latin5", "windows-1254"}, {"iso885911", "windows-874"}, {"tis620", "windows-874"},
+    {"gb2312", "GBK"},
+    {"gb231280", "GBK"},
+    {"csgb2312", "GBK"},
+    {"csiso58gb231280", "GBK"},
+    {"chinese", "GBK"},
+    {"xgbk", "GBK"},
+    {"gbk", "GBK"},
+    {"cp936", "GBK"},
+    {"euckr", "windows-949"},
+    {"cseuckr", "windows-949"},
+    {"ksc56011987", "windows-949"},
+    {"ksc5601", "windows-949"},
+    {"ksc56011989", "windows-949"},
+    {"cp949", "windows-949"},
+    {"shiftjis", "windows-31j"},
+    {"sjis", "windows-31j"},
+    {"xsjis", "windows-31j"},
+    {"mskanji", "windows-31j"},
+    {"csshiftjis", "windows-31j"},
+    {"iso88591", "windows-1252"},
+    {"latin1", "windows-1252"},
+    {"l1", "windows-1252"},
+    {"isoir100", "windows-1252"},
+    {"usascii", "windows-1252"},
+    {"ascii", "windows-1252"},
+    {"ansix341968", "windows-1252"},
+    {"iso88599", "windows-1254"},
+    {"latin5", "windows-1254"},
+    {"iso885911", "windows-874"},
+    {"tis620", "windows-874"},
 };
 
 std::optional<QStringConverter::Encoding> unicodeEncoding(const QString& key) {
@@ -186,7 +206,7 @@ QString legacyCodePageOf(const QString& localeName) {
   const QString territory = base.section(u'_', 1, 1).toUpper();
   if (language == u"zh")
     return (territory == u"TW" || territory == u"HK" || territory == u"MO") ? QStringLiteral("big5")
-                                                                          : QStringLiteral("gbk");
+                                                                            : QStringLiteral("gbk");
   if (language == u"sr" && localeName.contains(u"@latin")) return QStringLiteral("windows-1250");
   for (const auto& entry : kLegacyCodePages)
     if (QString::fromLatin1(entry.languages).split(u' ').contains(language)) return QString::fromLatin1(entry.charset);
@@ -230,8 +250,7 @@ QString Charset::systemCodePage() {
   const QString localeName = ctypeLocaleName();
   const QString codeset = localeName.section(u'.', 1).section(u'@', 0, 0);
   const QString key = labelKey(codeset);
-  const bool legacy = !key.isEmpty() && key != u"utf8" && key != u"ansix341968" && key != u"ascii" &&
-                      key != u"usascii";
+  const bool legacy = !key.isEmpty() && key != u"utf8" && key != u"ansix341968" && key != u"ascii" && key != u"usascii";
   if (legacy && isKnown(codeset)) return codeset.toLower();
   return legacyCodePageOf(localeName);
 }

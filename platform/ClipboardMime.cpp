@@ -69,8 +69,10 @@ QByteArray asciiUrl(const QString& url) {
   QByteArray ascii;
   for (const char byte : url.toUtf8()) {
     if (byte == '\r' || byte == '\n') continue;
-    if (uchar(byte) < 0x80) ascii += byte;
-    else ascii += '%' + QByteArray::number(uchar(byte), 16).toUpper();
+    if (uchar(byte) < 0x80)
+      ascii += byte;
+    else
+      ascii += '%' + QByteArray::number(uchar(byte), 16).toUpper();
   }
   return ascii;
 }
@@ -98,8 +100,8 @@ QByteArray withoutHeaderLines(const QByteArray& block) {
 Presented classify(const QString& mimeType) {
   const QString type = mimeType.trimmed().toLower();
   static const QStringList protocolTargets = {
-      "",         "targets",          "multiple",        "timestamp",     "save_targets",
-      "delete",   "insert_selection", "insert_property", "length",        "compound_text",
+      "",       "targets",          "multiple",        "timestamp", "save_targets",
+      "delete", "insert_selection", "insert_property", "length",    "compound_text",
   };
   if (protocolTargets.contains(type)) return Presented::Hidden;
   if (type == u"text/plain" || type.startsWith(u"text/plain;") || type == u"utf8_string" || type == u"string" ||
@@ -117,8 +119,10 @@ QStringList sourceUrlTypes() {
 }
 
 QString decodeHtml(const QByteArray& bytes) {
-  if (startsWithBytes(bytes, "\xFF\xFE")) return withoutTrailingNuls(decodeUtf16(bytes.sliced(2), QStringDecoder::Utf16LE));
-  if (startsWithBytes(bytes, "\xFE\xFF")) return withoutTrailingNuls(decodeUtf16(bytes.sliced(2), QStringDecoder::Utf16BE));
+  if (startsWithBytes(bytes, "\xFF\xFE"))
+    return withoutTrailingNuls(decodeUtf16(bytes.sliced(2), QStringDecoder::Utf16LE));
+  if (startsWithBytes(bytes, "\xFE\xFF"))
+    return withoutTrailingNuls(decodeUtf16(bytes.sliced(2), QStringDecoder::Utf16BE));
   if (startsWithBytes(bytes, "\xEF\xBB\xBF")) return withoutTrailingNuls(QString::fromUtf8(bytes.sliced(3)));
   return withoutTrailingNuls(QString::fromUtf8(bytes));
 }

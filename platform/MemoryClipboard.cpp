@@ -8,8 +8,10 @@ MemoryClipboard::MemoryClipboard(uint32_t firstRegisteredId) : registry_(firstRe
 
 void MemoryClipboard::store(uint32_t id, ClipboardMemory block) {
   auto it = std::find_if(formats_.begin(), formats_.end(), [id](const auto& entry) { return entry.first == id; });
-  if (it != formats_.end()) it->second = std::move(block);
-  else formats_.emplace_back(id, std::move(block));
+  if (it != formats_.end())
+    it->second = std::move(block);
+  else
+    formats_.emplace_back(id, std::move(block));
 }
 
 void MemoryClipboard::put(uint32_t id, const QByteArray& bytes) { store(id, makeClipboardMemory(bytes)); }

@@ -1,5 +1,6 @@
 #include "platform/QtClipboard.h"
 
+#include <xcb/xcb.h>
 #include <QBuffer>
 #include <QClipboard>
 #include <QGuiApplication>
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
-#include <xcb/xcb.h>
 
 #include "platform/ClipboardMime.h"
 #include "platform/DropFiles.h"
@@ -117,28 +117,19 @@ QtClipboard::Offer QtClipboard::present(const QMimeData& mime, const QStringList
   };
   for (const QString& type : types) {
     switch (clipboardmime::classify(type)) {
-      case Presented::Hidden:
-        break;
+      case Presented::Hidden: break;
       case Presented::Text:
         add(cf::Text, type);
         add(cf::UnicodeText, type);
         break;
-      case Presented::Html:
-        add(htmlFormat_, type);
-        break;
-      case Presented::Image:
-        add(cf::Bitmap, type);
-        break;
+      case Presented::Html: add(htmlFormat_, type); break;
+      case Presented::Image: add(cf::Bitmap, type); break;
       case Presented::FileList:
         // Links copied in a browser come as URI lists too; only local files make a file list.
         if (!clipboardmime::localFilesOfUriList(mime.data(type)).isEmpty()) add(cf::HDrop, type);
         break;
-      case Presented::RichText:
-        add(richTextFormat_, type);
-        break;
-      case Presented::Named:
-        add(registry_.registerName(type), type);
-        break;
+      case Presented::RichText: add(richTextFormat_, type); break;
+      case Presented::Named: add(registry_.registerName(type), type); break;
     }
   }
   return offer;
@@ -236,8 +227,10 @@ bool QtClipboard::setData(uint32_t id, ClipboardMemory block) {
 
   auto formats = written_;
   const auto it = std::find_if(formats.begin(), formats.end(), [id](const auto& f) { return f.first == id; });
-  if (it != formats.end()) it->second = *block;
-  else formats.emplace_back(id, *block);
+  if (it != formats.end())
+    it->second = *block;
+  else
+    formats.emplace_back(id, *block);
 
   auto mime = std::make_unique<QMimeData>();
   for (const auto& [format, bytes] : formats)

@@ -21,8 +21,8 @@ namespace velmora {
 // X11 has no clipboard lock: "open" takes a snapshot of the offered formats, and fails when
 // the selection has an owner that does not answer (Qt gives up on it after about 5 s). Such a
 // silent owner is remembered for a short while, or until the clipboard changes hands, so the
-// queries of one call do not each wait for it again. Data is fetched from the owner when it is read. Qt learns that another program
-// took the clipboard from the event loop, which the hosts run between calls.
+// queries of one call do not each wait for it again. Data is fetched from the owner when it is read. Qt learns that
+// another program took the clipboard from the event loop, which the hosts run between calls.
 //
 // Writes replace the whole clipboard with what this process wrote since it last became the
 // owner: 1 and 13 as text/plain, 2 as a picture (the block holds an encoded image), 15 as

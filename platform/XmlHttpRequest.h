@@ -42,9 +42,9 @@ class XmlHttpRequest : public QObject {
   static constexpr int StatusTimeout = 12002;
   static constexpr int StatusNameNotResolved = 12007;
   static constexpr int StatusCancelled = 12017;
-  static constexpr int StatusCannotConnect = 12029;         // refused, unreachable
-  static constexpr int StatusConnectionAborted = 12030;     // closed or reset before the answer was whole
-  static constexpr int StatusInvalidResponse = 12152;       // no valid HTTP answer
+  static constexpr int StatusCannotConnect = 12029;      // refused, unreachable
+  static constexpr int StatusConnectionAborted = 12030;  // closed or reset before the answer was whole
+  static constexpr int StatusInvalidResponse = 12152;    // no valid HTTP answer
   static constexpr int StatusRedirectFailed = 12156;
   static constexpr int StatusSecureFailure = 12175;
 

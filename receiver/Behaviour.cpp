@@ -26,15 +26,23 @@ std::optional<std::string> Behaviour::set(const std::string& name, const std::st
     if (!ms) return bad;
     delayMs = *ms;
   } else if (name == "test-answer") {
-    if (value == "crlf") ending = Ending::CrLf;
-    else if (value == "lf") ending = Ending::Lf;
-    else if (value == "empty") emptyBody = true;
-    else if (value != "plain") return bad;
+    if (value == "crlf")
+      ending = Ending::CrLf;
+    else if (value == "lf")
+      ending = Ending::Lf;
+    else if (value == "empty")
+      emptyBody = true;
+    else if (value != "plain")
+      return bad;
   } else if (name == "test-fault") {
-    if (value == "cut") fault = Fault::Cut;
-    else if (value == "reset") fault = Fault::Reset;
-    else if (value == "silent") fault = Fault::Silent;
-    else if (value != "none") return bad;
+    if (value == "cut")
+      fault = Fault::Cut;
+    else if (value == "reset")
+      fault = Fault::Reset;
+    else if (value == "silent")
+      fault = Fault::Silent;
+    else if (value != "none")
+      return bad;
   } else {
     return "unknown setting: " + name;
   }

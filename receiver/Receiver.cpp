@@ -78,7 +78,7 @@ void setText(httplib::Response& response, int status, const std::string& text) {
 
 Receiver::Receiver(Settings settings) : settings_(std::move(settings)), storage_(settings_.root) {
   actions_["local"] = &Receiver::localUpload;
-  server_.set_tcp_nodelay(true);  // answers are small writes: no waiting for acknowledgements
+  server_.set_tcp_nodelay(true);           // answers are small writes: no waiting for acknowledgements
   server_.set_keep_alive_max_count(1000);  // a page uploads file after file on one connection
   server_.Post(".*", [this](const httplib::Request& request, httplib::Response& response,
                             const httplib::ContentReader& reader) { post(request, response, reader); });
@@ -197,8 +197,7 @@ void Receiver::answer(const httplib::Request& request, httplib::Response& respon
       });
       return;
     }
-    case Behaviour::Fault::None:
-      break;
+    case Behaviour::Fault::None: break;
   }
   if (behaviour.status != 200) return setText(response, behaviour.status, "not stored\n");
   if (behaviour.emptyBody) return setText(response, 200, "");
@@ -221,12 +220,12 @@ void Receiver::getFile(const httplib::Request& request, httplib::Response& respo
     ::close(*p);
     delete p;
   });
-  response.set_content_provider(size_t(info.st_size), contentTypeOf(name),
-                                 [file](size_t offset, size_t length, httplib::DataSink& sink) {
-                                   char buffer[64 * 1024];
-                                   const ssize_t n = ::pread(*file, buffer, std::min(length, sizeof buffer), off_t(offset));
-                                   return n > 0 && sink.write(buffer, size_t(n));
-                                 });
+  response.set_content_provider(
+      size_t(info.st_size), contentTypeOf(name), [file](size_t offset, size_t length, httplib::DataSink& sink) {
+        char buffer[64 * 1024];
+        const ssize_t n = ::pread(*file, buffer, std::min(length, sizeof buffer), off_t(offset));
+        return n > 0 && sink.write(buffer, size_t(n));
+      });
 }
 
 bool Receiver::pause(int ms) {

@@ -12,10 +12,10 @@
 namespace velmora::receiver {
 
 struct Settings {
-  std::string root;                 // where uploads are stored
+  std::string root;  // where uploads are stored
   std::string host = "127.0.0.1";
-  int port = 0;                     // 0: any free port
-  Behaviour behaviour;              // how every upload is answered unless a request says otherwise
+  int port = 0;         // 0: any free port
+  Behaviour behaviour;  // how every upload is answered unless a request says otherwise
 };
 
 // The server end of the editor control's local-file upload: a POST of a multipart form to
@@ -36,8 +36,8 @@ class Receiver {
   void stop();
 
  private:
-  using ActionHandler = void (Receiver::*)(const httplib::Request&, httplib::Response&,
-                                           const httplib::ContentReader&, const Behaviour&);
+  using ActionHandler = void (Receiver::*)(const httplib::Request&, httplib::Response&, const httplib::ContentReader&,
+                                           const Behaviour&);
 
   void post(const httplib::Request& request, httplib::Response& response, const httplib::ContentReader& reader);
   void localUpload(const httplib::Request& request, httplib::Response& response, const httplib::ContentReader& reader,

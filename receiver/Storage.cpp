@@ -16,8 +16,7 @@ constexpr size_t kMaxStem = 64;
 constexpr size_t kMaxExtension = 16;
 
 bool isSafeChar(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
-         c == '-';
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '_' || c == '-';
 }
 
 std::system_error systemError(const std::string& what) { return {errno, std::generic_category(), what}; }

@@ -72,8 +72,8 @@ int main(int argc, char** argv) {
   try {
     velmora::receiver::Receiver receiver(settings);
     if (receiver.bind() < 0) {
-      std::fprintf(stderr, "velmora-receiver: cannot listen on %s port %d: %s\n", settings.host.c_str(),
-                   settings.port, std::strerror(errno));
+      std::fprintf(stderr, "velmora-receiver: cannot listen on %s port %d: %s\n", settings.host.c_str(), settings.port,
+                   std::strerror(errno));
       return 1;
     }
     std::printf("velmora-receiver: listening on %s\n", receiver.baseUrl().c_str());

@@ -5,5 +5,6 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
+scripts/check-format.sh
 scripts/build.sh
 ctest --test-dir build --output-on-failure --parallel "$(nproc)" --timeout 300

@@ -3,8 +3,8 @@
 #include <QMetaMethod>
 
 #include "control/Velmora5.h"
-#include "support/AutomationNumber.h"
 #include "core/ScriptError.h"
+#include "support/AutomationNumber.h"
 
 namespace velmora {
 
@@ -90,10 +90,11 @@ int metaMethodIndex(const QObject& object, const QByteArray& name, qsizetype arg
 
 // Calls through the control's own generated dispatcher, so that a ScriptError thrown by a
 // member travels back here through our code only.
-QVariant call(QObject& control, const QByteArray& name, const std::vector<VarType>& types,
-              const QVariantList& values, VarType result) {
+QVariant call(QObject& control, const QByteArray& name, const std::vector<VarType>& types, const QVariantList& values,
+              VarType result) {
   const int index = metaMethodIndex(control, name, values.size());
-  if (index < 0) fail(errnum::PropertyOrMethodNotFound, QStringLiteral("Object doesn't support this property or method"));
+  if (index < 0)
+    fail(errnum::PropertyOrMethodNotFound, QStringLiteral("Object doesn't support this property or method"));
   std::vector<Argument> arguments(values.size() + 1);
   std::vector<void*> argv(values.size() + 1);
   argv[0] = result == VarType::Void ? nullptr : arguments[0].address(result);
@@ -122,7 +123,8 @@ Dispatch::Dispatch(QObject& control, const ClassInfo& cls) : control_(control), 
 
 const MemberInfo& Dispatch::method(const QString& name) const {
   const MemberInfo* member = findMember(cls_.dispatch, name, MemberKind::Method);
-  if (!member) fail(errnum::PropertyOrMethodNotFound, QStringLiteral("Object doesn't support this property or method: ") + name);
+  if (!member)
+    fail(errnum::PropertyOrMethodNotFound, QStringLiteral("Object doesn't support this property or method: ") + name);
   return *member;
 }
 
@@ -144,13 +146,15 @@ QVariant Dispatch::invoke(const QString& name, const QVariantList& args) {
 
 QVariant Dispatch::get(const QString& name) const {
   const MemberInfo* member = findMember(cls_.dispatch, name, MemberKind::PropertyGet);
-  if (!member) fail(errnum::PropertyOrMethodNotFound, QStringLiteral("Object doesn't support this property or method: ") + name);
+  if (!member)
+    fail(errnum::PropertyOrMethodNotFound, QStringLiteral("Object doesn't support this property or method: ") + name);
   return control_.property(member->name);
 }
 
 void Dispatch::put(const QString& name, const QVariant& value) {
   const MemberInfo* member = findMember(cls_.dispatch, name, MemberKind::PropertyPut);
-  if (!member) fail(errnum::PropertyOrMethodNotFound, QStringLiteral("Object doesn't support this property or method: ") + name);
+  if (!member)
+    fail(errnum::PropertyOrMethodNotFound, QStringLiteral("Object doesn't support this property or method: ") + name);
   const QByteArray setter = QByteArray("set") + member->name;
   call(control_, setter, {member->params[0].type}, {value}, VarType::Void);
 }
@@ -164,7 +168,8 @@ QVariantMap Dispatch::readableProperties() const {
 
 std::unique_ptr<QObject> CreateControl(const QString& className, Context& context, ProducerFactory& producers) {
   const ClassInfo* cls = findClass(className);
-  if (cls && QLatin1String(cls->name) == QLatin1String("Velmora5")) return std::make_unique<Velmora5>(context, producers);
+  if (cls && QLatin1String(cls->name) == QLatin1String("Velmora5"))
+    return std::make_unique<Velmora5>(context, producers);
   fail(429, QStringLiteral("ActiveX component can't create object: ") + className);
 }
 

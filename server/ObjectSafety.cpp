@@ -18,14 +18,9 @@ uint32_t ObjectSafety::GetInterfaceSafetyOptions(const QString& interfaceId, uin
                                                  uint32_t& enabled) const {
   supported = safety::SafeForUntrustedCaller | safety::SafeForUntrustedData;
   switch (familyOf(interfaceId)) {
-    case Family::Dispatch:
-      enabled = safeForScripting ? safety::SafeForUntrustedCaller : 0;
-      return hresult::S_OK;
-    case Family::Persistence:
-      enabled = safeForInitializing ? safety::SafeForUntrustedData : 0;
-      return hresult::S_OK;
-    case Family::Other:
-      break;
+    case Family::Dispatch: enabled = safeForScripting ? safety::SafeForUntrustedCaller : 0; return hresult::S_OK;
+    case Family::Persistence: enabled = safeForInitializing ? safety::SafeForUntrustedData : 0; return hresult::S_OK;
+    case Family::Other: break;
   }
   return hresult::E_NOINTERFACE;
 }
@@ -38,8 +33,7 @@ uint32_t ObjectSafety::SetInterfaceSafetyOptions(const QString& interfaceId, uin
       return asked == safety::SafeForUntrustedCaller && safeForScripting ? hresult::S_OK : hresult::E_FAIL;
     case Family::Persistence:
       return asked == safety::SafeForUntrustedData && safeForInitializing ? hresult::S_OK : hresult::E_FAIL;
-    case Family::Other:
-      break;
+    case Family::Other: break;
   }
   return hresult::E_NOINTERFACE;
 }

@@ -14,8 +14,12 @@ InterfaceInfo editorInterface() {
           {
               {1, "Test", K::Method, T::String, {}},
               {2, "GetExcelWorkSheetName", K::Method, T::String, {{"s_File", T::String}}},
-              {3, "ImportExcelSheet", K::Method, T::Void,
-               {{"s_File", T::String}, {"n_SheetIndex", T::Int16}, {"s_Opt", T::String}}, true},
+              {3,
+               "ImportExcelSheet",
+               K::Method,
+               T::Void,
+               {{"s_File", T::String}, {"n_SheetIndex", T::Int16}, {"s_Opt", T::String}},
+               true},
               {4, "PasteExcel", K::Method, T::Void, {{"s_Opt", T::String}}, true},
               {5, "ImportWord", K::Method, T::Void, {{"s_File", T::String}, {"s_Opt", T::String}}, true},
               {6, "ImportPPT", K::Method, T::Void, {{"s_File", T::String}, {"s_Opt", T::String}}, true},
@@ -39,7 +43,10 @@ InterfaceInfo editorInterface() {
               {24, "Charset", K::PropertyPut, T::Void, {{"value", T::String}}},
               {25, "LocalSize", K::PropertyPut, T::Void, {{"value", T::String}}},
               {26, "LocalExt", K::PropertyPut, T::Void, {{"value", T::String}}},
-              {27, "DialogOpen", K::Method, T::String,
+              {27,
+               "DialogOpen",
+               K::Method,
+               T::String,
                {{"b_FileMustExist", T::Bool, true, "true"},
                 {"b_MultiSelect", T::Bool, true, "false"},
                 {"s_Filter", T::String, true, kAllFiles},
@@ -48,7 +55,10 @@ InterfaceInfo editorInterface() {
                 {"s_DlgTitle", T::String, true}},
                false,
                /*showsWindow=*/true},
-              {28, "DialogSave", K::Method, T::String,
+              {28,
+               "DialogSave",
+               K::Method,
+               T::String,
                {{"b_OverWritePrompt", T::Bool, true, "true"},
                 {"s_Filter", T::String, true, kAllFiles},
                 {"l_FilterIndex", T::Int32, true, "1"},
@@ -105,8 +115,7 @@ const ClassInfo* findClass(const QString& name) {
 
 const MemberInfo* findMember(const InterfaceInfo& interface, const QString& name, MemberKind kind) {
   for (const MemberInfo& member : interface.members)
-    if (member.kind == kind && name.compare(QString::fromUtf8(member.name), Qt::CaseInsensitive) == 0)
-      return &member;
+    if (member.kind == kind && name.compare(QString::fromUtf8(member.name), Qt::CaseInsensitive) == 0) return &member;
   return nullptr;
 }
 

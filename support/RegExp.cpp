@@ -12,8 +12,8 @@
 #include <mutex>
 #include <unordered_map>
 
-#include "support/RequiredLiteral.h"
 #include "core/ScriptError.h"
+#include "support/RequiredLiteral.h"
 
 namespace velmora {
 
@@ -125,7 +125,8 @@ class SurrogateFreeTexts {
       if (known.isDetached()) known.clear();
     }
     // A free place first, so that texts still in use stay known; else the oldest goes.
-    auto place = std::find_if(std::begin(texts_), std::end(texts_), [](const QString& known) { return known.isNull(); });
+    auto place =
+        std::find_if(std::begin(texts_), std::end(texts_), [](const QString& known) { return known.isNull(); });
     if (place == std::end(texts_)) {
       place = std::begin(texts_) + next_;
       next_ = (next_ + 1) % std::size(texts_);
@@ -139,7 +140,8 @@ class SurrogateFreeTexts {
 };
 
 bool knownSurrogateFree(const QString& text) {
-  if (!SurrogateFreeTexts::worthRemembering(text)) return !hasSurrogates(reinterpret_cast<const char16_t*>(text.utf16()), text.size());
+  if (!SurrogateFreeTexts::worthRemembering(text))
+    return !hasSurrogates(reinterpret_cast<const char16_t*>(text.utf16()), text.size());
   if (SurrogateFreeTexts::get().contains(text)) return true;
   if (hasSurrogates(reinterpret_cast<const char16_t*>(text.utf16()), text.size())) return false;
   SurrogateFreeTexts::get().add(text);
@@ -186,16 +188,18 @@ class Subject {
 
 class PatternTranslator {
  public:
-  explicit PatternTranslator(const QString& source)
-      : src_(source), namedGroups_(hasNamedGroups(source)) {}
+  explicit PatternTranslator(const QString& source) : src_(source), namedGroups_(hasNamedGroups(source)) {}
 
   QString translate() {
     out_.reserve(src_.size() + 8);
     origin_.reserve(src_.size() + 9);
     while (at_ < src_.size()) {
-      if (unit(at_) == u'\\') translateEscape();
-      else if (!inClass_ && translateAnyCharacterLoop()) continue;
-      else translatePlain();
+      if (unit(at_) == u'\\')
+        translateEscape();
+      else if (!inClass_ && translateAnyCharacterLoop())
+        continue;
+      else
+        translatePlain();
     }
     origin_.push_back(src_.size());
     return out_;
@@ -367,8 +371,8 @@ QString quoted(const QString& pattern) {
 // search over windows of start positions. The by-code-point form adds UTF, so that
 // case-insensitive matching folds non-ASCII letters, but never UCP, so that \s \w \d \b
 // stay ASCII.
-constexpr uint32_t kCompileOptions =
-    PCRE2_USE_OFFSET_LIMIT | PCRE2_DOLLAR_ENDONLY | PCRE2_ALT_BSUX | PCRE2_ALLOW_EMPTY_CLASS | PCRE2_MATCH_UNSET_BACKREF;
+constexpr uint32_t kCompileOptions = PCRE2_USE_OFFSET_LIMIT | PCRE2_DOLLAR_ENDONLY | PCRE2_ALT_BSUX |
+                                     PCRE2_ALLOW_EMPTY_CLASS | PCRE2_MATCH_UNSET_BACKREF;
 constexpr uint32_t kByCodePoint = PCRE2_UTF | PCRE2_NEVER_UCP;
 
 // Matching by code unit gives the same answers as by code point when the text has no
@@ -377,7 +381,8 @@ constexpr uint32_t kByCodePoint = PCRE2_UTF | PCRE2_NEVER_UCP;
 bool namesOnlyAscii(const QString& pattern) {
   for (qsizetype i = 0; i < pattern.size(); ++i) {
     if (pattern[i].unicode() >= 0x80) return false;
-    if (pattern[i] == u'\\' && i + 1 < pattern.size() && (pattern[i + 1] == u'u' || pattern[i + 1] == u'x')) return false;
+    if (pattern[i] == u'\\' && i + 1 < pattern.size() && (pattern[i + 1] == u'u' || pattern[i + 1] == u'x'))
+      return false;
   }
   return true;
 }
@@ -396,10 +401,9 @@ pcre2_code* compileForm(const QString& pattern, bool ignoreCase, uint32_t form) 
                                    kCompileOptions | form | (ignoreCase ? PCRE2_CASELESS : 0u), &errorCode,
                                    &errorOffset, context.get());
   if (!code) {
-    throw ScriptError(errnum::RegExpSyntax,
-                      QStringLiteral("Syntax error in regular expression at offset %1: %2 in %3")
-                          .arg(translator.sourceOffset(qsizetype(errorOffset)))
-                          .arg(pcre2Message(errorCode), quoted(pattern)));
+    throw ScriptError(errnum::RegExpSyntax, QStringLiteral("Syntax error in regular expression at offset %1: %2 in %3")
+                                                .arg(translator.sourceOffset(qsizetype(errorOffset)))
+                                                .arg(pcre2Message(errorCode), quoted(pattern)));
   }
   // Without JIT (an unsupported machine, a pattern too large) the interpreter runs instead.
   pcre2_jit_compile(code, PCRE2_JIT_COMPLETE);
@@ -561,10 +565,13 @@ bool isJitCompiled(const pcre2_code* code) {
 class Matcher {
  public:
   Matcher(const CompiledPattern& pattern, const QString& text)
-      : pattern_(pattern), subject_(text, pattern.byUnit != nullptr),
-        code_(subject_.byUnit() ? pattern.byUnit : pattern.byCodePoint()), jitCompiled_(isJitCompiled(code_)),
+      : pattern_(pattern),
+        subject_(text, pattern.byUnit != nullptr),
+        code_(subject_.byUnit() ? pattern.byUnit : pattern.byCodePoint()),
+        jitCompiled_(isJitCompiled(code_)),
         state_(ThreadMatchState::get()),
-        data_(state_.dataFor(pattern.groupCount)), ovector_(pcre2_get_ovector_pointer(data_)),
+        data_(state_.dataFor(pattern.groupCount)),
+        ovector_(pcre2_get_ovector_pointer(data_)),
         grownStack_(nullptr, &pcre2_jit_stack_free) {
     pcre2_set_match_limit(state_.context(), matchLimitFor(text.size()));
     timer_.start();
@@ -613,16 +620,18 @@ class Matcher {
       if (rc == PCRE2_ERROR_NOMATCH) {
         if (windowEnd >= subject_.size()) return false;
         const qint64 tookMs = readClock();
-        if (tookMs > kSlowWindowMs) window_ = std::max<qsizetype>(window_ / 8, 1);
-        else if (tookMs == 0) window_ = std::min(window_ * 2, kLargestWindow);
+        if (tookMs > kSlowWindowMs)
+          window_ = std::max<qsizetype>(window_ / 8, 1);
+        else if (tookMs == 0)
+          window_ = std::min(window_ * 2, kLargestWindow);
         windowStart = subject_.characterStartAtOrAfter(windowEnd + 1);
         continue;
       }
       if (rc == PCRE2_ERROR_JIT_STACKLIMIT && growJitStack()) continue;
-      throw ScriptError(errnum::RegExpGaveUp,
-                        QStringLiteral("The regular expression could not finish the match (%1) in %2")
-                            .arg(rc == 0 ? QStringLiteral("too many groups") : pcre2Message(rc),
-                                 quoted(pattern_.pattern)));
+      throw ScriptError(
+          errnum::RegExpGaveUp,
+          QStringLiteral("The regular expression could not finish the match (%1) in %2")
+              .arg(rc == 0 ? QStringLiteral("too many groups") : pcre2Message(rc), quoted(pattern_.pattern)));
     }
   }
 
@@ -638,10 +647,10 @@ class Matcher {
 
   bool holdsRequiredRun(const pcre2_code* run) {
     pcre2_set_offset_limit(state_.context(), PCRE2_UNSET);
-    const int rc = isJitCompiled(run) ? pcre2_jit_match(run, subject_.data(), PCRE2_SIZE(subject_.size()), 0, 0, data_,
-                                                        state_.context())
-                                      : pcre2_match(run, subject_.data(), PCRE2_SIZE(subject_.size()), 0, 0, data_,
-                                                    state_.context());
+    const int rc =
+        isJitCompiled(run)
+            ? pcre2_jit_match(run, subject_.data(), PCRE2_SIZE(subject_.size()), 0, 0, data_, state_.context())
+            : pcre2_match(run, subject_.data(), PCRE2_SIZE(subject_.size()), 0, 0, data_, state_.context());
     return rc != PCRE2_ERROR_NOMATCH;  // an error: search with the pattern itself
   }
 

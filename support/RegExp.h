@@ -68,8 +68,8 @@ QString RegExpReplace(const QString& text, const QString& pattern, const QString
 // RegExpReplace again and again until the text no longer changes.
 QString RegExpReplaceAll(const QString& text, const QString& pattern, const QString& replacement);
 // Capturing group `index` of the first match, counted from 0 (0 is the first group, as the
-// rule lists number them), or "" when nothing matches or the group did not take part. An index the pattern does not have
-// throws ScriptError (errnum::InvalidProcedureCall).
+// rule lists number them), or "" when nothing matches or the group did not take part. An index the pattern does not
+// have throws ScriptError (errnum::InvalidProcedureCall).
 QString RegExpSubMatch(const QString& text, const QString& pattern, int index);
 // Whether `pattern` matches anywhere in `text` (note the argument order).
 bool RegExpTest(const QString& pattern, const QString& text);

@@ -15,14 +15,22 @@ class LiteralScanner {
     while (at_ < p_.size()) {
       const QChar c = p_[at_];
       if (c == u'|') return {};  // an alternative at the top: nothing is certain
-      if (c == u'(') skipGroup();
-      else if (c == u'[') skipClass();
-      else if (c == u'\\') takeEscape();
-      else if (c == u'*' || c == u'?') quantifyLast(/*mayBeAbsent=*/true, 1);
-      else if (c == u'+') quantifyLast(/*mayBeAbsent=*/false, 1);
-      else if (c == u'{') quantifyLast(/*mayBeAbsent=*/true, braceQuantifierLength());
-      else if (QStringView(u".^$)]}").contains(c)) endRun(1);
-      else takePlain(c, 1);
+      if (c == u'(')
+        skipGroup();
+      else if (c == u'[')
+        skipClass();
+      else if (c == u'\\')
+        takeEscape();
+      else if (c == u'*' || c == u'?')
+        quantifyLast(/*mayBeAbsent=*/true, 1);
+      else if (c == u'+')
+        quantifyLast(/*mayBeAbsent=*/false, 1);
+      else if (c == u'{')
+        quantifyLast(/*mayBeAbsent=*/true, braceQuantifierLength());
+      else if (QStringView(u".^$)]}").contains(c))
+        endRun(1);
+      else
+        takePlain(c, 1);
       if (failed_) return {};
     }
     endRun(0);
@@ -75,10 +83,14 @@ class LiteralScanner {
     const QChar next = p_[at_ + 1];
     if (next.unicode() < 0x80 && !next.isLetterOrNumber()) return takePlain(next, 2);
     endRun(2);
-    if (next == u'u' && hexDigitsAt(at_, 4)) at_ += 4;
-    else if (next == u'x' && hexDigitsAt(at_, 2)) at_ += 2;
-    else if (next == u'c' && at_ < p_.size() && isAsciiLetter(p_[at_])) at_ += 1;
-    else if (next == u'k' && at_ < p_.size() && p_[at_] == u'<') at_ = std::max(at_, p_.indexOf(u'>', at_) + 1);
+    if (next == u'u' && hexDigitsAt(at_, 4))
+      at_ += 4;
+    else if (next == u'x' && hexDigitsAt(at_, 2))
+      at_ += 2;
+    else if (next == u'c' && at_ < p_.size() && isAsciiLetter(p_[at_]))
+      at_ += 1;
+    else if (next == u'k' && at_ < p_.size() && p_[at_] == u'<')
+      at_ = std::max(at_, p_.indexOf(u'>', at_) + 1);
     else if (isDigit(next)) {
       while (at_ < p_.size() && isDigit(p_[at_])) ++at_;
     }

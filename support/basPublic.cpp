@@ -22,18 +22,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <functional>
-#include <limits>
 #include <signal.h>
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <functional>
+#include <limits>
 #include <optional>
 
 namespace velmora {
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 // ---------------------------------------------------------------------------------------
 // Working folder and texts
@@ -126,13 +124,9 @@ void WaitMs(int32_t milliseconds) {
 
 // Symbolic links are followed; only a regular file counts, so a dangling link, a device or
 // a pipe (which would block a reader) is not a file.
-bool FileExists(const QString& path) {
-  return !path.isEmpty() && QFileInfo(path).isFile();
-}
+bool FileExists(const QString& path) { return !path.isEmpty() && QFileInfo(path).isFile(); }
 
-bool FolderExists(const QString& path) {
-  return !path.isEmpty() && QFileInfo(path).isDir();
-}
+bool FolderExists(const QString& path) { return !path.isEmpty() && QFileInfo(path).isDir(); }
 
 // Taken from the name part of the path, so a "." in a folder name is not an extension.
 QString GetFileExt(const QString& path) {
@@ -151,9 +145,7 @@ bool IsExtInList(const QString& path, const QString& list) {
   });
 }
 
-bool IsValidFile(const QString& path, const QString& list) {
-  return IsExtInList(path, list) && FileExists(path);
-}
+bool IsValidFile(const QString& path, const QString& list) { return IsExtInList(path, list) && FileExists(path); }
 
 namespace {
 
@@ -209,8 +201,7 @@ bool isLiveAgentPageFolder(const QByteArray& name) {
   if (!match.hasMatch()) return false;
   bool ok = false;
   const qint64 pid = match.captured(1).toLongLong(&ok);
-  return ok && pid > 0 && pid <= std::numeric_limits<pid_t>::max() &&
-         (kill(pid_t(pid), 0) == 0 || errno == EPERM);
+  return ok && pid > 0 && pid <= std::numeric_limits<pid_t>::max() && (kill(pid_t(pid), 0) == 0 || errno == EPERM);
 }
 
 // Empties the shared working folder, leaving running agents' page folders; a link in its
@@ -344,20 +335,18 @@ QString ReadTextFileAs(const QString& path, int& encodingCode) {
     QByteArray inspected = *file;  // DetectUTF8 alters the bytes it inspects
     DetectUTF8(inspected, detected);
   }
-  if (encodingCode == encoding::Find) encodingCode = detected;
-  else if (encodingCode != detected) markLength = 0;  // a forced encoding reads from the first byte
+  if (encodingCode == encoding::Find)
+    encodingCode = detected;
+  else if (encodingCode != detected)
+    markLength = 0;  // a forced encoding reads from the first byte
 
   const QByteArray rest = file->mid(std::min<qsizetype>(markLength, file->size()));
   switch (encodingCode) {
-    case encoding::CodePage:
-      return fromCodePage(rest);
+    case encoding::CodePage: return fromCodePage(rest);
     case encoding::Utf8Bom:
-    case encoding::Utf8:
-      return UTF8ToUnicode(rest);
-    case encoding::Utf16LE:
-      return fromUtf16(QStringConverter::Utf16LE, rest);
-    case encoding::Utf16BE:
-      return fromUtf16(QStringConverter::Utf16BE, rest);
+    case encoding::Utf8: return UTF8ToUnicode(rest);
+    case encoding::Utf16LE: return fromUtf16(QStringConverter::Utf16LE, rest);
+    case encoding::Utf16BE: return fromUtf16(QStringConverter::Utf16BE, rest);
     default:  // UTF-32 is not read
       return QString();
   }
@@ -430,7 +419,8 @@ void DetectUTF8(QByteArray& bytes, int& code) {
 // leading byte-order mark is kept as U+FEFF.
 QString UTF8ToUnicode(const QByteArray& bytes) {
   if (bytes.isEmpty()) return QString();
-  QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom);
+  QStringDecoder decoder(QStringConverter::Utf8,
+                         QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom);
   return decoder.decode(bytes);
 }
 

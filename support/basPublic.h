@@ -10,14 +10,14 @@ namespace velmora {
 
 // Text-file encoding codes.
 namespace encoding {
-constexpr int Find = -1;        // find out (input only)
-constexpr int CodePage = 0;     // the locale's 8-bit legacy encoding
-constexpr int Utf8Bom = 1;      // UTF-8 with its mark EF BB BF
-constexpr int Utf8 = 2;         // UTF-8 found by inspection
-constexpr int Utf16LE = 3;      // FF FE
-constexpr int Utf16BE = 4;      // FE FF
-constexpr int Utf32LE = 5;      // FF FE 00 00
-constexpr int Utf32BE = 6;      // 00 00 FE FF
+constexpr int Find = -1;     // find out (input only)
+constexpr int CodePage = 0;  // the locale's 8-bit legacy encoding
+constexpr int Utf8Bom = 1;   // UTF-8 with its mark EF BB BF
+constexpr int Utf8 = 2;      // UTF-8 found by inspection
+constexpr int Utf16LE = 3;   // FF FE
+constexpr int Utf16BE = 4;   // FE FF
+constexpr int Utf32LE = 5;   // FF FE 00 00
+constexpr int Utf32BE = 6;   // 00 00 FE FF
 }  // namespace encoding
 
 // Working folder and texts.

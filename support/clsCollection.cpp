@@ -89,8 +89,7 @@ void clsCollection::sort(int32_t order) {
   const Qt::CaseSensitivity sensitivity = compare_ == kTextCompare ? Qt::CaseInsensitive : Qt::CaseSensitive;
   for (size_t i = 0; i + 1 < elements_.size(); ++i) {
     for (size_t j = i + 1; j < elements_.size(); ++j) {
-      const int relation =
-          QString::compare(elements_[i].item.toString(), elements_[j].item.toString(), sensitivity);
+      const int relation = QString::compare(elements_[i].item.toString(), elements_[j].item.toString(), sensitivity);
       if (order == 1 ? relation > 0 : relation < 0) std::swap(elements_[i], elements_[j]);
     }
   }

@@ -55,7 +55,8 @@ QStringList findLocalReferences(const QString& mode, const QString& body) {
   }
   std::sort(matches.begin(), matches.end(), [](const auto& a, const auto& b) { return a.first.start < b.first.start; });
   QStringList references;
-  for (const auto& [match, headCut] : matches) references.append(match.value.mid(headCut, match.value.size() - headCut - 1));
+  for (const auto& [match, headCut] : matches)
+    references.append(match.value.mid(headCut, match.value.size() - headCut - 1));
   return references;
 }
 

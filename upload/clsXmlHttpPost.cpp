@@ -23,7 +23,9 @@ clsXmlHttpPost::clsXmlHttpPost()
 
 QString clsXmlHttpPost::GenerateBoundary() {
   // A uniform number in [0, 1) times 100000, to the nearest integer (a half to the even one).
-  const auto draw = [] { return static_cast<long long>(std::nearbyint(QRandomGenerator::global()->generateDouble() * 100000)); };
+  const auto draw = [] {
+    return static_cast<long long>(std::nearbyint(QRandomGenerator::global()->generateDouble() * 100000));
+  };
   const long long a = draw();
   const long long b = draw();
   return QStringLiteral("---------------------------7d51") + QString::asprintf("%05lld%05lld", a, b);
@@ -53,9 +55,9 @@ Outcome clsXmlHttpPost::AddForm(const QString& name, const QString& value) {
 }
 
 QString clsXmlHttpPost::fileHead(const QString& name, const QString& fileName) const {
-  return kCrLf + QStringLiteral("--") + m_sBoundary + kCrLf + QStringLiteral("Content-Disposition: form-data; name=\"") +
-         name + QStringLiteral("\"; filename=\"") + fileName + u'"' + kCrLf +
-         QStringLiteral("Content-Type: application/octet-stream") + kCrLf + kCrLf;
+  return kCrLf + QStringLiteral("--") + m_sBoundary + kCrLf +
+         QStringLiteral("Content-Disposition: form-data; name=\"") + name + QStringLiteral("\"; filename=\"") +
+         fileName + u'"' + kCrLf + QStringLiteral("Content-Type: application/octet-stream") + kCrLf + kCrLf;
 }
 
 Outcome clsXmlHttpPost::AddFile(const QString& name, const QString& fileName, const QByteArray& data) {

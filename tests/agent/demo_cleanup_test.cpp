@@ -52,7 +52,8 @@ TEST_F(DemoCleanupTest, TheDemoPageGetsWhatTheCommandLinePrints) {
       {word, {{"engine", "word"}, {"source", "paste"}, {"opt", "optimizemode:2;opt2table:1"}}},
       {word, {{"engine", "wps-word"}, {"source", "paste"}, {"opt", "optimizemode:1"}}},
       {word, {{"engine", "excel"}, {"source", "import"}, {"opt", "optimizemode:1;opt1css:1"}}},
-      {test::testData("excel/wps_sheet002.htm"), {{"engine", "wps-excel"}, {"opt", "optimizemode:1;opt1css:1"}},
+      {test::testData("excel/wps_sheet002.htm"),
+       {{"engine", "wps-excel"}, {"opt", "optimizemode:1;opt1css:1"}},
        test::testData("excel/wps_stylesheet.css")},
       {word, {{"engine", "word"}}},  // left out, the source is "import" and there are no options (mode 2)
   };
@@ -108,13 +109,15 @@ TEST_F(DemoCleanupTest, OnlyTheDemosOwnPageMayUseItAndABadRequestIsToldWhatIsWro
 TEST_F(DemoCleanupTest, ABodyBeyondTheLimitIsRefusedHoweverItIsSent) {
   const std::string tooLarge(size_t(cleanupBodyLimit) + 1, ' ');
   EXPECT_EQ(post(tooLarge).status, 413);
-  const httplib::Result chunked = httplib::Client("127.0.0.1", server.port()).Post(
-      "/clean", {{"Origin", server.origin().toStdString()}},
-      [&](size_t offset, httplib::DataSink& sink) {
-        const size_t length = std::min<size_t>(1 << 20, tooLarge.size() - offset);
-        return length ? sink.write(tooLarge.data() + offset, length) : (sink.done(), true);
-      },
-      "application/json");
+  const httplib::Result chunked =
+      httplib::Client("127.0.0.1", server.port())
+          .Post(
+              "/clean", {{"Origin", server.origin().toStdString()}},
+              [&](size_t offset, httplib::DataSink& sink) {
+                const size_t length = std::min<size_t>(1 << 20, tooLarge.size() - offset);
+                return length ? sink.write(tooLarge.data() + offset, length) : (sink.done(), true);
+              },
+              "application/json");
   ASSERT_TRUE(chunked) << httplib::to_string(chunked.error());
   EXPECT_EQ(chunked->status, 413);
 

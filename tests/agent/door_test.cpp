@@ -30,18 +30,18 @@ TEST(Origins, AreNormalizedTheWayBrowsersSendThem) {
   EXPECT_EQ(normalizeOrigin("https://editor.example.com:8443"), "https://editor.example.com:8443");
   EXPECT_EQ(normalizeOrigin("http://[::1]:8766"), "http://[::1]:8766");
   EXPECT_EQ(normalizeOrigin("http://bücher.example"), "http://xn--bcher-kva.example");
-  for (const char* notAnOrigin : {"", "null", "file:///home/u/page.html", "http://a.example/editor",
-                                  "http://a.example?x=1", "http://user@a.example", "ftp://a.example", "a.example",
-                                  "http://"})
+  for (const char* notAnOrigin :
+       {"", "null", "file:///home/u/page.html", "http://a.example/editor", "http://a.example?x=1",
+        "http://user@a.example", "ftp://a.example", "a.example", "http://"})
     EXPECT_EQ(normalizeOrigin(notAnOrigin), "") << notAnOrigin;
 }
 
 TEST(Hosts, OnlyLoopbackNamesWithTheAgentsPortPass) {
   for (const char* host : {"127.0.0.1:8765", "localhost:8765", "LocalHost:8765", "[::1]:8765"})
     EXPECT_TRUE(isLoopbackHost(host, 8765)) << host;
-  for (const char* host : {"evil.example:8765", "evil.example", "127.0.0.1", "127.0.0.1:8766", "127.0.0.1:", "localhost.:8765",
-                           "127.0.0.2:8765", "0.0.0.0:8765", "[::1]", "[::1]8765", "::1:8765", "127.0.0.1:+8765",
-                           "127.0.0.1:08765x", "localhost:8765@evil.example", "", "[::1]:"})
+  for (const char* host : {"evil.example:8765", "evil.example", "127.0.0.1", "127.0.0.1:8766", "127.0.0.1:",
+                           "localhost.:8765", "127.0.0.2:8765", "0.0.0.0:8765", "[::1]", "[::1]8765", "::1:8765",
+                           "127.0.0.1:+8765", "127.0.0.1:08765x", "localhost:8765@evil.example", "", "[::1]:"})
     EXPECT_FALSE(isLoopbackHost(host, 8765)) << host;
   EXPECT_TRUE(isLoopbackHost("localhost", 80)) << "port 80 may be left out";
 }
@@ -77,7 +77,8 @@ TEST(DoorPolicy, AdmitsAllowedOriginsThroughLoopbackHostsOnly) {
 
 TEST(Settings, NameTheAllowedOrigins) {
   test::ScopedTempRoot temp;
-  const QString good = temp.write("good.json", R"({"allowedOrigins": ["https://editor.example.com", "http://127.0.0.1:9000"]})");
+  const QString good =
+      temp.write("good.json", R"({"allowedOrigins": ["https://editor.example.com", "http://127.0.0.1:9000"]})");
   EXPECT_EQ(readAllowedOrigins(good), (QStringList{"https://editor.example.com", "http://127.0.0.1:9000"}));
 
   const std::pair<QString, std::string> broken[] = {

@@ -35,22 +35,24 @@ long errorNumber(const QVariantMap& reply) { return reply.value("error").toMap()
 class PageSessionTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    QObject::connect(session.get(), &PageSession::propertiesChanged, &context,
-                     [this](int id, const QVariantMap& map) { changes.append({id, map}); });
+    QObject::connect(session.get(), &PageSession::propertiesChanged, &context, [this](int id, const QVariantMap& map) {
+      changes.append({id, map});
+    });
     QObject::connect(session.get(), qOverload<int, const QString&, const QVariantList&>(&PageSession::event), &context,
                      [this](int id, const QString& name, const QVariantList& args) {
                        events << QStringLiteral("%1 %2(%3)").arg(id).arg(name, QVariant(args).toStringList().join(','));
                      });
   }
   std::unique_ptr<PageSession> makeSession(const QString& name) {
-    return std::make_unique<PageSession>(name, [this](const QString& className, Context& context) -> std::unique_ptr<QObject> {
-      if (className == u"VelmoraMFU5") {
-        auto control = std::make_unique<FakeUploadControl>();
-        upload = control.get();
-        return control;
-      }
-      return std::make_unique<Velmora5>(context, producers);
-    });
+    return std::make_unique<PageSession>(
+        name, [this](const QString& className, Context& context) -> std::unique_ptr<QObject> {
+          if (className == u"VelmoraMFU5") {
+            auto control = std::make_unique<FakeUploadControl>();
+            upload = control.get();
+            return control;
+          }
+          return std::make_unique<Velmora5>(context, producers);
+        });
   }
   int create(PageSession& session, const QString& className = "Velmora5") {
     const QVariantMap reply = session.create(className);

@@ -81,8 +81,10 @@ inline void expectMutationsSurvive(const QStringList& documents, const QStringLi
     QString html = documents[round % documents.size()];
     for (int edit = 0; edit < 6; ++edit) {
       const qsizetype at = random.bounded(int(html.size()));
-      if (random.bounded(2)) html.remove(at, random.bounded(40));
-      else html.insert(at, html.mid(random.bounded(int(html.size())), random.bounded(40)));
+      if (random.bounded(2))
+        html.remove(at, random.bounded(40));
+      else
+        html.insert(at, html.mid(random.bounded(int(html.size())), random.bounded(40)));
     }
     QString options = random.bounded(2) ? "optimizemode:1" : "optimizemode:2";
     for (const QString& key : keys)

@@ -79,17 +79,28 @@ TEST(ExcelCleanup, RulesAndOptions) {
        "<html><head><style id=\"Book_Styles\">\r\n<!--td\r\n\t{color:red;\r\n\tfont-size:11.0pt;}\r\n-->\r\n"
        "</style>\r\n<STYLE type=\"text/css\">.xl65 {font-weight:700}</STYLE></head><body>x</body>",
        m1, "x", "<style>\r\n<!--td {color:red;font-size:11.0pt;}\r\n.xl65 {font-weight:700}\r\n</style>"},
-      {"VML behaviour rules stay without opt1vml", styled(vmlCss), m1, {},
+      {"VML behaviour rules stay without opt1vml",
+       styled(vmlCss),
+       m1,
+       {},
        "<style>\r\nv\\:* {behavior:url(#default#VML);}\r\n.shape {behavior:url(#default#VML);}\r\nbr {color:red}\r\n"
        "</style>"},
-      {"opt1vml drops VML behaviour rules", styled(vmlCss), m1 + ";opt1vml:1", {},
+      {"opt1vml drops VML behaviour rules",
+       styled(vmlCss),
+       m1 + ";opt1vml:1",
+       {},
        "<style>\r\nbr {color:red}\r\n</style>"},
-      {"without style elements the style is an empty element", "<head><title>t</title></head><body>x</body>", m1, {},
+      {"without style elements the style is an empty element",
+       "<head><title>t</title></head><body>x</body>",
+       m1,
+       {},
        emptyStyle},
       {"conditional blocks of the head are not collected",
        "<head><!--[if gte mso 9]><xml><style>td {color:red}</style></xml><![endif]-->"
        "<style>p {margin:0}</style></head><body>x</body>",
-       m1, {}, "<style>\r\np {margin:0}\r\n</style>"},
+       m1,
+       {},
+       "<style>\r\np {margin:0}\r\n</style>"},
       {"without a head end the whole text is head and body",
        "<style>td {color:red}</style><table border=0><tr><td>1</td></tr></table>", m1,
        "<style>td {color:red}</style><table border=0><tr><td>1</td></tr></table>",
@@ -109,11 +120,17 @@ TEST(ExcelCleanup, RulesAndOptions) {
        inBody("<!--StartFragment-->a<!--[if mso]><b>x</b><![endif]-->b<!--[if !excel]>&nbsp;<![endif]-->"
               "<!----------------------------->c"),
        m1, "ab<!--[if !excel]>&nbsp;<![endif]-->c"},
-      {"a pasted shape without a fallback image becomes an image", inBody("<td>" + shapeType + shape + "</td>"), m1,
-       "<td><img border=0 src=\"file:///C:/Temp/clip_image001.png\" style=\"width:48pt;height:30pt\"></td>", {},
+      {"a pasted shape without a fallback image becomes an image",
+       inBody("<td>" + shapeType + shape + "</td>"),
+       m1,
+       "<td><img border=0 src=\"file:///C:/Temp/clip_image001.png\" style=\"width:48pt;height:30pt\"></td>",
+       {},
        "paste"},
       {"pasted shapes go when an image is already there",
-       inBody("<td>" + shapeType + shape + "<img src=\"a.png\"></td>"), m1, "<td><img src=\"a.png\"></td>", {},
+       inBody("<td>" + shapeType + shape + "<img src=\"a.png\"></td>"),
+       m1,
+       "<td><img src=\"a.png\"></td>",
+       {},
        "paste"},
       {"the paste rules are for the source paste", inBody("<td>" + shapeType + "</td>"), m1, "<td></td>", {}, "paste"},
       {"compared exactly", inBody("<td>" + shapeType + "</td>"), m1, "<td>" + shapeType + "</td>", {}, "Paste"},
@@ -144,11 +161,11 @@ TEST(ExcelCleanup, RulesAndOptions) {
        m1, "<col width=90 style='width:68pt'><tr style=\"height:30pt\"><td >a</td></tr><img src=a.png>"},
       {"opt1css folds the sheet into the cells and empties the style", cssPage, m1 + ";opt1css:1",
        "<table border=0><tr><td style=\"color:black;font-weight:700;font-family:'Arial';height:15pt\"    >a</td>"
-       "<td style=\"color:black\">b</td></tr></table>", ""},
+       "<td style=\"color:black\">b</td></tr></table>",
+       ""},
       {"opt1css is a mode 1 option", cssPage, "optimizemode:2;opt1css:1",
        "<table border=0><tr><td>a</td><td>b</td></tr></table>"},
-      {"mode 2 keeps only table structure and text",
-       "<head><style>td {color:red}</style></head>" + inBody(cells), m2,
+      {"mode 2 keeps only table structure and text", "<head><style>td {color:red}</style></head>" + inBody(cells), m2,
        "<table border=0><tr height=20><td -US>ab</td><th>c</th><td>de</td></tr></table>", ""},
       {"opt2image keeps images without shapes", inBody(cells), m2 + ";opt2image:1",
        "<table border=0><tr height=20><td -US>ab</td><th>c</th><td>de<img src=x.png></td></tr></table>"},
@@ -217,11 +234,12 @@ TEST(ExcelCleanupWps, TheSharedSheetStandsCleanedAheadOfTheSheetsOwnRules) {
   // And it reaches the cells through opt1css.
   const Cleaned merged = cleanWps(doc("wps_sheet002.htm"), doc("wps_stylesheet.css"), "optimizemode:1;opt1css:1");
   EXPECT_EQ(merged.style, "");
-  EXPECT_TRUE(merged.body.contains("<td style=\"padding-top:1px;padding-right:1px;padding-left:1px;text-align:general;"
-                                   "vertical-align:middle;white-space:nowrap;color:#000000;font-size:11.0pt;"
-                                   "font-weight:400;font-style:normal;text-decoration:none;font-family:宋体;border:none;"
-                                   "font-weight:700;text-align:center;border:.5pt solid #000000;font-family:宋体;"
-                                   "height:13.50pt;width:54.00pt;\""))
+  EXPECT_TRUE(
+      merged.body.contains("<td style=\"padding-top:1px;padding-right:1px;padding-left:1px;text-align:general;"
+                           "vertical-align:middle;white-space:nowrap;color:#000000;font-size:11.0pt;"
+                           "font-weight:400;font-style:normal;text-decoration:none;font-family:宋体;border:none;"
+                           "font-weight:700;text-align:center;border:.5pt solid #000000;font-family:宋体;"
+                           "height:13.50pt;width:54.00pt;\""))
       << merged.body;
 }
 

@@ -16,9 +16,12 @@ QString clipboardBlock(const QString& sourceUrl, const QString& html) {
 
 TEST(QuickFormat, ResolvesLinksAgainstThePageFolder) {
   const std::pair<const char*, const char*> cases[] = {
-      {"../../c.css", "http://server/c.css"},     {"../../../c.css", "http://server/c.css"},
-      {"../c.css", "http://server/a/c.css"},      {"/x.css", "http://server/x.css"},
-      {"./x.css", "http://server/a/b/x.css"},     {"x.css", "http://server/a/b/x.css"},
+      {"../../c.css", "http://server/c.css"},
+      {"../../../c.css", "http://server/c.css"},
+      {"../c.css", "http://server/a/c.css"},
+      {"/x.css", "http://server/x.css"},
+      {"./x.css", "http://server/a/b/x.css"},
+      {"x.css", "http://server/a/b/x.css"},
       {"https://cdn.example/y.css", "https://cdn.example/y.css"},
   };
   for (const auto& [link, resolved] : cases) EXPECT_EQ(clsQuickFormat::ResolveUrl("http://server/a/b", link), resolved);
@@ -36,11 +39,10 @@ class QuickFormatTest : public ::testing::Test {
 TEST_F(QuickFormatTest, BuildsATemplateWithTheSheetsInline) {
   server.route("/site/main.css", {200, "p { color: red }"});
   server.route("/theme.css", {200, "h1 { font: bold }"});
-  const QString page =
-      "<html><head><link rel=StyleSheet href=\"main.css\"><link rel=icon href=\"fav.ico\">"
-      "<link href='/theme.css' rel=stylesheet><link rel=stylesheet href=\"gone.css\">"
-      "<script>var x = '<p>';</script><!-- note --><style type=text/css>b{}</style></head>"
-      "<body><div class=page><!--StartFragment--><p>copied</p><!--EndFragment--></div></body></html>";
+  const QString page = "<html><head><link rel=StyleSheet href=\"main.css\"><link rel=icon href=\"fav.ico\">"
+                       "<link href='/theme.css' rel=stylesheet><link rel=stylesheet href=\"gone.css\">"
+                       "<script>var x = '<p>';</script><!-- note --><style type=text/css>b{}</style></head>"
+                       "<body><div class=page><!--StartFragment--><p>copied</p><!--EndFragment--></div></body></html>";
   formatter.QuickFormatFrom(clipboardBlock(server.url("/site/page.html"), page), style, body);
 
   const QString sheets = "<style>\r\np { color: red }\r\n</style>\r\n<link rel=icon href=\"fav.ico\">\r\n"

@@ -76,81 +76,113 @@ TEST(WordCleanup, BodyRulesAndOptions) {
   const QString middle2 = "<p style='vertical-align:middle'>a <img src=\"r.gif\"> b</p>";
   const QString raised2 = "<p><span style='mso-text-raise:-5pt'><img src=\"e.gif\"></span></p>";
   const QString spaced2 = "<p class=MsoNormal><span>&nbsp;</span></p>";
-  expectCases({
-      {"anchors, empty o:p, white space between cells, comments and conditional blocks go",
-       "<p><a name=\"_Toc1\"></a><a name=x>Title</a><o:p>&nbsp;</o:p></p><table><tr style='h'>\r\n <td>a</td>\r\n "
-       "<span></span> <td>b</td>\r\n</tr></table><!--[if mso]><x>y</x><![endif]--><!-- note -->",
-       m1, "<p>Title</p><table><tr style='h'><td>a</td><td>b</td></tr></table>"},
-      {"Word clears only spans and white space between cells", row, m1, row},
-      {"WPS clears everything between cells", row, m1, "<table><tr><th>h</th><td>x</td></tr></table>", {}, "import",
-       Variant::WPS},
-      {"a pasted VML-only picture becomes an image", vmlOnly, m1,
-       "<p><img border=0 src=\"file:///C:/Users/dev/AppData/Local/Temp/msohtmlclip1/01/clip_image001.png\" "
-       "style=\"width:150pt;height:100pt\"></p>", {}, "paste"},
-      {"with an image tag present the pasted shapes simply go",
-       "<p><img src=\"a.png\"><v:shape id=\"s\" style='width:1pt;height:2pt'><v:imagedata src=\"b.png\"/>"
-       "</v:shape></p>",
-       m1, "<p><img src=\"a.png\"></p>", {}, "paste"},
-      {"VML pictures are turned into images only for the source paste", vmlOnly, m1, vmlOnly},
-      {"the source is compared exactly", vmlOnly, m1, vmlOnly, {}, "Paste"},
-      {"mode 1 drops Word's private markup",
-       "<p class=MsoNormal style='mso-pagination:none;color:red;mso-bidi-font-size:11pt' lang=EN-US>"
-       "<st1:City w:st=\"on\">Beijing</st1:City><span style=\"mso-spacerun:yes\">&nbsp;</span>"
-       "<img width=1 src=\"a.gif\" v:shapes=\"_x0000_i1025\"></p>",
-       m1, "<p class=MsoNormal style='color:red;'>Beijing<span>&nbsp;</span><img width=1 src=\"a.gif\"></p>"},
-      {"an empty paragraph keeps a no-break space (mode 1)", "<p class=MsoNormal></p>", m1,
-       "<p class=MsoNormal>&nbsp;</p>"},
-      {"an empty paragraph keeps a no-break space (mode 2)", "<p class=MsoNormal></p>", m2, "<p>&nbsp;</p>"},
-      {"without opt1vml the pictures for browsers without VML go", picture, m1, "<p>&nbsp;</p>"},
-      {"with opt1vml they stay", picture, m1 + ";opt1vml:1", "<p><img src=\"a.gif\"></p>"},
-      {"absolute positions stay without opt1absolute", absolute, m1, absolute},
-      {"opt1absolute", absolute, m1 + ";opt1absolute:1", "<p style=';top:1pt'>x</p>"},
-      {"negative margins stay without opt1margin", margins, m1, margins},
-      {"opt1margin makes negative left margins and offsets 0", margins, m1 + ";opt1margin:1",
-       "<p style='margin-left:0pt;text-indent:-1pt'>x</p><span style='position:relative;left:0pt'>y</span>"},
-      {"blank paragraphs stay without opt1space", spaced, m1, spaced},
-      {"opt1space drops paragraphs of tags and no-break spaces", spaced, m1 + ";opt1space:1",
-       "<p class=MsoNormal>text</p>"},
-      {"the section's div stays without opt1grid", section, m1, section},
-      {"opt1grid unwraps the section's div", section, m1 + ";opt1grid:1", "\r\n<p>x</p>\r\n"},
-      {"a bare div is unwrapped", div, m1, "\r\n<p>x</p>\r\n"},
-      {"but not with pagewidth", div, m1 + ";pagewidth:1", div},
-      {"opt1eq sets an imported lowered equation in the middle", lowered, m1 + ";opt1eq:1",
-       "<p><img style=\"vertical-align:middle;\" width=52 height=24 src=\"e.gif\" ></p>"},
-      {"but not a pasted one", lowered, m1 + ";opt1eq:1", lowered, {}, "paste"},
-      {"opt1eq sets a pasted raised equation in the middle", raised, m1 + ";opt1eq:1",
-       "<p><img style=\"vertical-align:middle;\" width=48 height=22 src=\"e.gif\" ></p>", {}, "paste"},
-      {"opt1eq sets pictures of middle-aligned paragraphs in the middle", middle, m1 + ";opt1eq:1",
-       "<p class=MsoNormal style='vertical-align:middle'>Ratio <img style=\"vertical-align:middle;\" width=33 "
-       "src=\"r.gif\"> holds</p>"},
-      {"WPS leaves pictures of middle-aligned paragraphs", middle, m1 + ";opt1eq:1", middle, {}, "import",
-       Variant::WPS},
-      {"equations stay without opt1eq", lowered, m1, lowered},
-      {"middle-aligned paragraphs stay without opt1eq", middle, m1, middle},
-      // X8 takes the language's word characters only, so "-US" stays behind.
-      {"mode 2 keeps only p and br (and tags starting with those letters)", mixed, m2,
-       "Title<p -US>bold <br clear=all><pre>code</pre></p>c2"},
-      {"opt2image keeps images", mixed, m2 + ";opt2image:1",
-       "Title<p -US>bold <img src=\"a.gif\"><br clear=all><pre>code</pre></p>c2"},
-      {"opt2table keeps tables with a grid", mixed, m2 + ";opt2table:1",
-       "Title<p -US>bold <br clear=all><pre>code</pre></p><table style=\"border-collapse:collapse;\" border=1 "
-       "bordercolor=\"#000000\"><tr><td>c</td></tr></table>2"},
-      {"opt2indent", "<p>a</p><p class=x>b</p>", m2 + ";opt2indent:1",
-       "<p style=\"text-indent:2em;\">a</p><p style=\"text-indent:2em;\">b</p>"},
-      {"opt2ptobr", "<p>a</p><p class=x>b</p>", m2 + ";opt2ptobr:1", "a<br>b<br>"},
-      {"opt2eq keeps sub and sup and sets equation pictures in the middle",
-       "<p>x<sup>2</sup><sub><img src=\"e.gif\"></sub></p>", m2 + ";opt2eq:1",
-       "<p>x<sup>2</sup><img style=\"vertical-align:middle;\" src=\"e.gif\"></p>"},
-      {"opt2eq on middle-aligned paragraphs", middle2, m2 + ";opt2eq:1",
-       "<p>a <img style=\"vertical-align:middle;\" src=\"r.gif\"> b</p>"},
-      {"WPS has no mode 2 middle-aligned rule", middle2, m2 + ";opt2eq:1", "<p>a <img src=\"r.gif\"> b</p>", {},
-       "import", Variant::WPS},
-      {"opt2eq on a pasted raised picture", raised2, m2 + ";opt2eq:1",
-       "<p><img style=\"vertical-align:middle;\" src=\"e.gif\"></p>", {}, "paste"},
-      {"opt2eq leaves an imported raised picture", raised2, m2 + ";opt2eq:1", "<p><img src=\"e.gif\"></p>"},
-      {"a switch is on only for exactly 1", spaced2, m1 + ";opt1space:yes", spaced2},
-      {"a tag that never closes is no tag to the rules", "<p>before <span class=x", m2, "<p>before <span class=x"},
-  }, true);
+  expectCases(
+      {
+          {"anchors, empty o:p, white space between cells, comments and conditional blocks go",
+           "<p><a name=\"_Toc1\"></a><a name=x>Title</a><o:p>&nbsp;</o:p></p><table><tr style='h'>\r\n <td>a</td>\r\n "
+           "<span></span> <td>b</td>\r\n</tr></table><!--[if mso]><x>y</x><![endif]--><!-- note -->",
+           m1, "<p>Title</p><table><tr style='h'><td>a</td><td>b</td></tr></table>"},
+          {"Word clears only spans and white space between cells", row, m1, row},
+          {"WPS clears everything between cells",
+           row,
+           m1,
+           "<table><tr><th>h</th><td>x</td></tr></table>",
+           {},
+           "import",
+           Variant::WPS},
+          {"a pasted VML-only picture becomes an image",
+           vmlOnly,
+           m1,
+           "<p><img border=0 src=\"file:///C:/Users/dev/AppData/Local/Temp/msohtmlclip1/01/clip_image001.png\" "
+           "style=\"width:150pt;height:100pt\"></p>",
+           {},
+           "paste"},
+          {"with an image tag present the pasted shapes simply go",
+           "<p><img src=\"a.png\"><v:shape id=\"s\" style='width:1pt;height:2pt'><v:imagedata src=\"b.png\"/>"
+           "</v:shape></p>",
+           m1,
+           "<p><img src=\"a.png\"></p>",
+           {},
+           "paste"},
+          {"VML pictures are turned into images only for the source paste", vmlOnly, m1, vmlOnly},
+          {"the source is compared exactly", vmlOnly, m1, vmlOnly, {}, "Paste"},
+          {"mode 1 drops Word's private markup",
+           "<p class=MsoNormal style='mso-pagination:none;color:red;mso-bidi-font-size:11pt' lang=EN-US>"
+           "<st1:City w:st=\"on\">Beijing</st1:City><span style=\"mso-spacerun:yes\">&nbsp;</span>"
+           "<img width=1 src=\"a.gif\" v:shapes=\"_x0000_i1025\"></p>",
+           m1, "<p class=MsoNormal style='color:red;'>Beijing<span>&nbsp;</span><img width=1 src=\"a.gif\"></p>"},
+          {"an empty paragraph keeps a no-break space (mode 1)", "<p class=MsoNormal></p>", m1,
+           "<p class=MsoNormal>&nbsp;</p>"},
+          {"an empty paragraph keeps a no-break space (mode 2)", "<p class=MsoNormal></p>", m2, "<p>&nbsp;</p>"},
+          {"without opt1vml the pictures for browsers without VML go", picture, m1, "<p>&nbsp;</p>"},
+          {"with opt1vml they stay", picture, m1 + ";opt1vml:1", "<p><img src=\"a.gif\"></p>"},
+          {"absolute positions stay without opt1absolute", absolute, m1, absolute},
+          {"opt1absolute", absolute, m1 + ";opt1absolute:1", "<p style=';top:1pt'>x</p>"},
+          {"negative margins stay without opt1margin", margins, m1, margins},
+          {"opt1margin makes negative left margins and offsets 0", margins, m1 + ";opt1margin:1",
+           "<p style='margin-left:0pt;text-indent:-1pt'>x</p><span style='position:relative;left:0pt'>y</span>"},
+          {"blank paragraphs stay without opt1space", spaced, m1, spaced},
+          {"opt1space drops paragraphs of tags and no-break spaces", spaced, m1 + ";opt1space:1",
+           "<p class=MsoNormal>text</p>"},
+          {"the section's div stays without opt1grid", section, m1, section},
+          {"opt1grid unwraps the section's div", section, m1 + ";opt1grid:1", "\r\n<p>x</p>\r\n"},
+          {"a bare div is unwrapped", div, m1, "\r\n<p>x</p>\r\n"},
+          {"but not with pagewidth", div, m1 + ";pagewidth:1", div},
+          {"opt1eq sets an imported lowered equation in the middle", lowered, m1 + ";opt1eq:1",
+           "<p><img style=\"vertical-align:middle;\" width=52 height=24 src=\"e.gif\" ></p>"},
+          {"but not a pasted one", lowered, m1 + ";opt1eq:1", lowered, {}, "paste"},
+          {"opt1eq sets a pasted raised equation in the middle",
+           raised,
+           m1 + ";opt1eq:1",
+           "<p><img style=\"vertical-align:middle;\" width=48 height=22 src=\"e.gif\" ></p>",
+           {},
+           "paste"},
+          {"opt1eq sets pictures of middle-aligned paragraphs in the middle", middle, m1 + ";opt1eq:1",
+           "<p class=MsoNormal style='vertical-align:middle'>Ratio <img style=\"vertical-align:middle;\" width=33 "
+           "src=\"r.gif\"> holds</p>"},
+          {"WPS leaves pictures of middle-aligned paragraphs",
+           middle,
+           m1 + ";opt1eq:1",
+           middle,
+           {},
+           "import",
+           Variant::WPS},
+          {"equations stay without opt1eq", lowered, m1, lowered},
+          {"middle-aligned paragraphs stay without opt1eq", middle, m1, middle},
+          // X8 takes the language's word characters only, so "-US" stays behind.
+          {"mode 2 keeps only p and br (and tags starting with those letters)", mixed, m2,
+           "Title<p -US>bold <br clear=all><pre>code</pre></p>c2"},
+          {"opt2image keeps images", mixed, m2 + ";opt2image:1",
+           "Title<p -US>bold <img src=\"a.gif\"><br clear=all><pre>code</pre></p>c2"},
+          {"opt2table keeps tables with a grid", mixed, m2 + ";opt2table:1",
+           "Title<p -US>bold <br clear=all><pre>code</pre></p><table style=\"border-collapse:collapse;\" border=1 "
+           "bordercolor=\"#000000\"><tr><td>c</td></tr></table>2"},
+          {"opt2indent", "<p>a</p><p class=x>b</p>", m2 + ";opt2indent:1",
+           "<p style=\"text-indent:2em;\">a</p><p style=\"text-indent:2em;\">b</p>"},
+          {"opt2ptobr", "<p>a</p><p class=x>b</p>", m2 + ";opt2ptobr:1", "a<br>b<br>"},
+          {"opt2eq keeps sub and sup and sets equation pictures in the middle",
+           "<p>x<sup>2</sup><sub><img src=\"e.gif\"></sub></p>", m2 + ";opt2eq:1",
+           "<p>x<sup>2</sup><img style=\"vertical-align:middle;\" src=\"e.gif\"></p>"},
+          {"opt2eq on middle-aligned paragraphs", middle2, m2 + ";opt2eq:1",
+           "<p>a <img style=\"vertical-align:middle;\" src=\"r.gif\"> b</p>"},
+          {"WPS has no mode 2 middle-aligned rule",
+           middle2,
+           m2 + ";opt2eq:1",
+           "<p>a <img src=\"r.gif\"> b</p>",
+           {},
+           "import",
+           Variant::WPS},
+          {"opt2eq on a pasted raised picture",
+           raised2,
+           m2 + ";opt2eq:1",
+           "<p><img style=\"vertical-align:middle;\" src=\"e.gif\"></p>",
+           {},
+           "paste"},
+          {"opt2eq leaves an imported raised picture", raised2, m2 + ";opt2eq:1", "<p><img src=\"e.gif\"></p>"},
+          {"a switch is on only for exactly 1", spaced2, m1 + ";opt1space:yes", spaced2},
+          {"a tag that never closes is no tag to the rules", "<p>before <span class=x", m2, "<p>before <span class=x"},
+      },
+      true);
 }
 
 QString pageWith(const QString& pageRule) {
@@ -171,17 +203,18 @@ TEST(WordCleanup, PagesStylesAndFrames) {
   const QString sides = pageWith("margin-top:72.0000pt;margin-bottom:72.0000pt;margin-left:90.0000pt;"
                                  "margin-right:90.0000pt;size:595.3000pt 841.9000pt;");
   const QString switched = "<head><style>p {color:red;}</style></head><body><p class=x>a</p></body>";
-  const QString cssPage =
-      "<html><head><style>\r\n<!--\r\np.MsoNormal\r\n\t{mso-style-parent:\"\";\r\n\tmargin:0cm;\r\n"
-      "\tfont-size:10.5pt;}\r\n-->\r\n</style></head><body lang=ZH-CN><div>\r\n<p class=MsoNormal "
-      "style='color:red'>x</p>\r\n</div></body></html>";
+  const QString cssPage = "<html><head><style>\r\n<!--\r\np.MsoNormal\r\n\t{mso-style-parent:\"\";\r\n\tmargin:0cm;\r\n"
+                          "\tfont-size:10.5pt;}\r\n-->\r\n</style></head><body lang=ZH-CN><div>\r\n<p class=MsoNormal "
+                          "style='color:red'>x</p>\r\n</div></body></html>";
   const QString emptyStyle = "<style>\r\n\r\n</style>";
   const QString m1 = "optimizemode:1";
   std::vector<Case> cases = {
       {"without title, head and body tags the whole text is head and body", bare, m1, bare,
        "<style>\r\np.a {color:red;}\r\n</style>"},
       {"two style elements make one style",
-       "<head><style>p {color:red;}</style><style>h2 {color:blue;}</style></head><body>x</body>", m1, {},
+       "<head><style>p {color:red;}</style><style>h2 {color:blue;}</style></head><body>x</body>",
+       m1,
+       {},
        "<style>\r\np {color:red;}\r\nh2 {color:blue;}\r\n</style>"},
       {"no style element makes an empty one", "<body>x</body>", m1, {}, emptyStyle},
       {"the cuts ignore case, what precedes the title goes, the last body end tag counts",
@@ -189,12 +222,22 @@ TEST(WordCleanup, PagesStylesAndFrames) {
        "<BODY lang=EN><p>a</p></BODY>tail</body>end",
        m1, "<p>a</p></BODY>tail", "<style>\r\np {color:red;}\r\n</style>"},
       {"style elements in gte mso blocks are Word's own",
-       "<head><!--[if gte mso 10]><style>x {a:b;}</style><![endif]--><style>p {c:d;}</style></head>", m1, {},
+       "<head><!--[if gte mso 10]><style>x {a:b;}</style><![endif]--><style>p {c:d;}</style></head>",
+       m1,
+       {},
        "<style>\r\np {c:d;}\r\n</style>"},
-      {"VML behaviour rules stay without opt1vml", vml, m1, {},
+      {"VML behaviour rules stay without opt1vml",
+       vml,
+       m1,
+       {},
        "<style>\r\nv\\:* {behavior:url(#default#VML);}\r\n.shape {behavior:url(#default#VML);}\r\n"
-       "p {color:red;}\r\n</style>", "paste"},
-      {"opt1vml drops VML behaviour rules", vml, m1 + ";opt1vml:1", {}, "<style>\r\np {color:red;}\r\n</style>",
+       "p {color:red;}\r\n</style>",
+       "paste"},
+      {"opt1vml drops VML behaviour rules",
+       vml,
+       m1 + ";opt1vml:1",
+       {},
+       "<style>\r\np {color:red;}\r\n</style>",
        "paste"},
       {"mode 2 has no style at all", vml, "optimizemode:2", {}, "", "paste"},
       {"opt1css folds the sheet into the elements in mode 1", cssPage, m1 + ";opt1css:1",
@@ -204,9 +247,8 @@ TEST(WordCleanup, PagesStylesAndFrames) {
        "<style>\r\np.MsoNormal {margin:0cm;font-size:10.5pt;}\r\n</style>"},
       {"a frame of the page width in mode 1", points, m1 + ";pagewidth:1", framed},
       {"a frame of the page width in mode 2", points, "optimizemode:2;pagewidth:1", framed},
-      {"a page size in centimetres",
-       pageWith("size:21.0cm 29.7cm;margin:2.54cm 3.17cm 2.54cm 3.17cm;"), m1 + ";pagewidth:1",
-       frame + "width:415.611pt;\"><tr><td><p>x</p></td></tr></table>"},
+      {"a page size in centimetres", pageWith("size:21.0cm 29.7cm;margin:2.54cm 3.17cm 2.54cm 3.17cm;"),
+       m1 + ";pagewidth:1", frame + "width:415.611pt;\"><tr><td><p>x</p></td></tr></table>"},
       {"pagemargin", points, m1 + ";pagewidth:1;pagemargin:1",
        frame + "width:595.3pt;padding:72.0pt 90.0pt 72.0pt 90.0pt;\"><tr><td><p>x</p></td></tr></table>"},
       {"pageeffect and pagescroll", points, m1 + ";pagewidth:1;pageeffect:1;pagescroll:1",
@@ -218,12 +260,20 @@ TEST(WordCleanup, PagesStylesAndFrames) {
        "<p>x</p>"},
       {"Word does not read margins written one by one", sides, m1 + ";pagewidth:1", "<p>x</p>"},
       {"WPS does", sides, m1 + ";pagewidth:1", framed, {}, "import", Variant::WPS},
-      {"WPS with pagemargin", sides, m1 + ";pagewidth:1;pagemargin:1",
+      {"WPS with pagemargin",
+       sides,
+       m1 + ";pagewidth:1;pagemargin:1",
        frame + "width:595.3000pt;padding:72.0000pt 90.0000pt 72.0000pt 90.0000pt;\"><tr><td><p>x</p></td></tr></table>",
-       {}, "import", Variant::WPS},
+       {},
+       "import",
+       Variant::WPS},
       {"WPS needs all four sides",
-       pageWith("margin-top:72pt;margin-bottom:72pt;margin-left:90pt;size:595.3pt 841.9pt;"), m1 + ";pagewidth:1",
-       "<p>x</p>", {}, "import", Variant::WPS},
+       pageWith("margin-top:72pt;margin-bottom:72pt;margin-left:90pt;size:595.3pt 841.9pt;"),
+       m1 + ";pagewidth:1",
+       "<p>x</p>",
+       {},
+       "import",
+       Variant::WPS},
       // A switch is on for exactly "1"; how the option string is read is tested with the control.
       {"optimizemode:1 keeps classes", switched, "optimizemode:1", "<p class=x>a</p>"},
       {"optimizemode:01 is mode 2", switched, "optimizemode:01", "<p>a</p>"},
@@ -233,10 +283,9 @@ TEST(WordCleanup, PagesStylesAndFrames) {
       {"an empty text in mode 2", "", "optimizemode:2;pagewidth:1", "", "", "paste"},
   };
   // No frame without a usable size and four margins.
-  for (const char* rule :
-       {"size:595.3pt 841.9pt;margin:72.0pt 90.0pt 72.0pt;", "size:595.3pt 841.9pt;margin:72.0pt 90.0pt;",
-        "size:8.27in 11.69in;margin:1in 1in 1in 1in;", "size:595.3pt;margin:72.0pt 90.0pt 72.0pt 90.0pt;",
-        "margin:72.0pt 90.0pt 72.0pt 90.0pt;"})
+  for (const char* rule : {"size:595.3pt 841.9pt;margin:72.0pt 90.0pt 72.0pt;",
+                           "size:595.3pt 841.9pt;margin:72.0pt 90.0pt;", "size:8.27in 11.69in;margin:1in 1in 1in 1in;",
+                           "size:595.3pt;margin:72.0pt 90.0pt 72.0pt 90.0pt;", "margin:72.0pt 90.0pt 72.0pt 90.0pt;"})
     cases.push_back({rule, pageWith(rule), m1 + ";pagewidth:1", "<p>x</p>"});
   expectCases(cases, false);
 }
@@ -257,8 +306,8 @@ TEST(WordCleanupDocuments, MatchTheirCheckedOutputs) {
 // Properties that hold for any document, checked on the fixtures and on a large one.
 void expectCleanedWell(const QString& source, const QString& page, Variant variant) {
   const QString inputText = visibleText(test::bodyOf(page));
-  const Cleaned one = clean(source, page, "optimizemode:1;opt1vml:1;opt1absolute:1;opt1eq:1;opt1margin:1;opt1grid:1",
-                            variant);
+  const Cleaned one =
+      clean(source, page, "optimizemode:1;opt1vml:1;opt1absolute:1;opt1eq:1;opt1margin:1;opt1grid:1", variant);
   for (const QString& tag : test::tagsOf(one.body))
     EXPECT_FALSE(RegExpSubMatch(tag, R"(\sstyle=(['"])([^'"]*)\1)", 1).contains("mso-", Qt::CaseInsensitive)) << tag;
   EXPECT_EQ(visibleText(one.body), inputText);
@@ -306,8 +355,8 @@ TEST(WordCleanupBadInput, BrokenAndDeeplyNestedText) {
 }
 
 TEST(WordCleanupBadInput, LongRunsForLazyPatternsFinish) {
-  const QString runs = "<p>" + QString("<a name=x>").repeated(2000) + QString("&nbsp;").repeated(20000) +
-                       "<st1:x>" + QString("a").repeated(100000) + "</p>";
+  const QString runs = "<p>" + QString("<a name=x>").repeated(2000) + QString("&nbsp;").repeated(20000) + "<st1:x>" +
+                       QString("a").repeated(100000) + "</p>";
   EXPECT_EQ(visibleText(clean("import", "<body>" + runs + "</body>", "optimizemode:2").body),
             QString("a").repeated(100000));
   const QString styleRuns = "<head><style>" + QString("p {mso-a:1;color:red;}").repeated(5000) + "</style></head>";

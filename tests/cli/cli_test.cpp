@@ -1,7 +1,7 @@
+#include <gtest/gtest.h>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <gtest/gtest.h>
 
 #include "tests/common/TestSupport.h"
 #include "tests/upload/ReceiverProcess.h"
@@ -41,10 +41,14 @@ TEST(CommandLine, PrintsTheResultAndThePropertiesAndExitsWithHowTheCallEnded) {
     const QString err = QString::fromUtf8(process.readAllStandardError());
     const QJsonObject json = QJsonDocument::fromJson(process.readAllStandardOutput()).object();
     EXPECT_EQ(process.exitCode(), c.exitCode) << err.toStdString();
-    if (QByteArray(c.key) == "stderr") EXPECT_TRUE(err.contains(c.value)) << err.toStdString();
-    else if (QByteArray(c.key) == "boolean") EXPECT_TRUE(json["result"].isBool());
-    else if (QByteArray(c.key) == "result") EXPECT_EQ(json["result"].toString(), c.value);
-    else EXPECT_EQ(json["properties"][c.key].toString(), c.value);
+    if (QByteArray(c.key) == "stderr")
+      EXPECT_TRUE(err.contains(c.value)) << err.toStdString();
+    else if (QByteArray(c.key) == "boolean")
+      EXPECT_TRUE(json["result"].isBool());
+    else if (QByteArray(c.key) == "result")
+      EXPECT_EQ(json["result"].toString(), c.value);
+    else
+      EXPECT_EQ(json["properties"][c.key].toString(), c.value);
   }
 }
 

@@ -1,5 +1,5 @@
-#include <QRegularExpression>
 #include <gtest/gtest.h>
+#include <QRegularExpression>
 
 #include "platform/ClipboardMime.h"
 #include "tests/common/Helpers.h"
@@ -54,12 +54,17 @@ TEST(HtmlFormatBlock, FragmentsDocumentsAndMarkedHtml) {
     QByteArray fragment, wholeHtml;  // wholeHtml checked when given
   } cases[] = {
       {"a fragment is wrapped", "x", "x", "<html><body><!--StartFragment-->x<!--EndFragment--></body></html>"},
-      {"a charset declaration in front is dropped", "<meta http-equiv=\"content-type\" content=\"text/html; "
-       "charset=utf-8\"><i>y</i>", "<i>y</i>", {}},
+      {"a charset declaration in front is dropped",
+       "<meta http-equiv=\"content-type\" content=\"text/html; "
+       "charset=utf-8\"><i>y</i>",
+       "<i>y</i>",
+       {}},
       {"other meta elements stay", "<meta name=\"x\"><i>y</i>", "<meta name=\"x\"><i>y</i>", {}},
-      {"a whole document keeps its head and marks its body", document, QString::fromUtf8("\r\n<p>正文</p>\r\n").toUtf8(),
+      {"a whole document keeps its head and marks its body", document,
+       QString::fromUtf8("\r\n<p>正文</p>\r\n").toUtf8(),
        QString::fromUtf8("<html><head><style>p{color:red}</style></head><BODY lang=ZH-CN><!--StartFragment-->"
-                         "\r\n<p>正文</p>\r\n<!--EndFragment--></body></html>").toUtf8()},
+                         "\r\n<p>正文</p>\r\n<!--EndFragment--></body></html>")
+           .toUtf8()},
       {"a body that is never closed runs to the end", "<body><p>a</p>", "<p>a</p>", {}},
       {"html that carries markers keeps them", marked, "<p>a</p>", marked.toUtf8()},
   };
@@ -117,12 +122,12 @@ TEST(UriList, OnlyLocalFilesBecomePathsPercentDecodedAndBack) {
 
 TEST(MimeTypes, AreSortedIntoPresentedFormats) {
   const std::pair<const char*, Presented> cases[] = {
-      {"text/plain", Presented::Text},       {"text/plain;charset=utf-8", Presented::Text},
-      {"UTF8_STRING", Presented::Text},      {"text/html", Presented::Html},
-      {"image/png", Presented::Image},       {"image/jpeg", Presented::Image},
-      {"text/uri-list", Presented::FileList}, {"text/rtf", Presented::RichText},
-      {"TARGETS", Presented::Hidden},        {"SAVE_TARGETS", Presented::Hidden},
-      {"OwnerLink", Presented::Named},       {"Kingsoft WPS 9.0 Format", Presented::Named},
+      {"text/plain", Presented::Text},          {"text/plain;charset=utf-8", Presented::Text},
+      {"UTF8_STRING", Presented::Text},         {"text/html", Presented::Html},
+      {"image/png", Presented::Image},          {"image/jpeg", Presented::Image},
+      {"text/uri-list", Presented::FileList},   {"text/rtf", Presented::RichText},
+      {"TARGETS", Presented::Hidden},           {"SAVE_TARGETS", Presented::Hidden},
+      {"OwnerLink", Presented::Named},          {"Kingsoft WPS 9.0 Format", Presented::Named},
       {"text/x-moz-url-priv", Presented::Named}};
   for (const auto& [type, presented] : cases) EXPECT_EQ(classify(type), presented) << type;
 }

@@ -35,9 +35,11 @@ TEST_F(Clipboard, SnapshotListsFormatsInTheOrderOfferedWithTheirNames) {
   memory.put(cf::Bitmap, "png");
   const uint32_t wps = memory.putNamed("Kingsoft WPS 9.0 Format", "x");
   ASSERT_EQ(clipboard.GetCurrentFormats(kNoOwner), 5);
-  const std::vector<std::pair<uint32_t, QString>> expected = {
-      {cf::UnicodeText, "Text (Unicode)"}, {cf::Text, "Text"}, {html, "HTML Format"},
-      {cf::Bitmap, "Bitmap Picture"},      {wps, "Kingsoft WPS 9.0 Format"}};
+  const std::vector<std::pair<uint32_t, QString>> expected = {{cf::UnicodeText, "Text (Unicode)"},
+                                                              {cf::Text, "Text"},
+                                                              {html, "HTML Format"},
+                                                              {cf::Bitmap, "Bitmap Picture"},
+                                                              {wps, "Kingsoft WPS 9.0 Format"}};
   for (int i = 1; i <= 5; ++i) {
     EXPECT_EQ(clipboard.GetCurrentFormatID(i), expected[i - 1].first) << i;
     EXPECT_EQ(clipboard.GetCurrentFormatName(i), expected[i - 1].second) << i;
@@ -55,9 +57,15 @@ TEST_F(Clipboard, SnapshotListsFormatsInTheOrderOfferedWithTheirNames) {
 }
 
 TEST_F(Clipboard, FormatNamesOfStandardAndRegisteredFormats) {
-  const std::pair<uint32_t, QString> names[] = {
-      {cf::Text, "Text"}, {cf::Dib, "DIB Bitmap Picture"}, {cf::EnhMetaFile, "Enhanced Meta-File Picture"},
-      {cf::HDrop, "File List"}, {16, ""}, {17, ""}, {0, ""}, {18, ""}, {0xFFFF, ""}};
+  const std::pair<uint32_t, QString> names[] = {{cf::Text, "Text"},
+                                                {cf::Dib, "DIB Bitmap Picture"},
+                                                {cf::EnhMetaFile, "Enhanced Meta-File Picture"},
+                                                {cf::HDrop, "File List"},
+                                                {16, ""},
+                                                {17, ""},
+                                                {0, ""},
+                                                {18, ""},
+                                                {0xFFFF, ""}};
   for (const auto& [id, name] : names) EXPECT_EQ(clipboard.FormatName(id), name) << id;
   EXPECT_EQ(clipboard.FormatName(memory.registerFormat("OwnerLink")), "OwnerLink");
   // The platform fills a 255-character buffer, one of them the closing NUL.
@@ -111,11 +119,13 @@ TEST_F(Clipboard, AnotherHolderMakesOpeningFailWithTheClipboardError) {
 TEST_F(Clipboard, OperationsThatNeedTheClipboardOpenRaiseWhileItIsClosed) {
   memory.put(cf::HDrop, dropfiles::build({"/a"}, true));
   QByteArray bytes;
-  const std::vector<std::function<void()>> calls = {
-      [&] { clipboard.GetClipboardMemoryHandle(cf::HDrop); }, [&] { clipboard.SetBinaryData(cf::Text, "x"); },
-      [&] { clipboard.ClearClipboard(); },                    [&] { clipboard.SetFileList({"/a"}); },
-      [&] { clipboard.GetBinaryData(cf::HDrop, bytes); },     [&] { clipboard.GetFileList(files, count); },
-      [&] { clipboard.SetTextData(cf::Text, "x"); }};
+  const std::vector<std::function<void()>> calls = {[&] { clipboard.GetClipboardMemoryHandle(cf::HDrop); },
+                                                    [&] { clipboard.SetBinaryData(cf::Text, "x"); },
+                                                    [&] { clipboard.ClearClipboard(); },
+                                                    [&] { clipboard.SetFileList({"/a"}); },
+                                                    [&] { clipboard.GetBinaryData(cf::HDrop, bytes); },
+                                                    [&] { clipboard.GetFileList(files, count); },
+                                                    [&] { clipboard.SetTextData(cf::Text, "x"); }};
   for (const auto& call : calls) {
     const ScriptError error = test::errorOf(call);
     EXPECT_EQ(error.number(), errnum::ClipboardNotOpen);
@@ -163,7 +173,12 @@ TEST_F(Clipboard, FileListsComeBackInOrdinalOrderCutToTheNameBuffer) {
 
   // Written back as a narrow drop block.
   ASSERT_TRUE(clipboard.SetFileList({"/b", "/a"}));
-  const QByteArray header("\x14\0\0\0" "\0\0\0\0" "\0\0\0\0" "\0\0\0\0" "\0\0\0\0", 20);
+  const QByteArray header("\x14\0\0\0"
+                          "\0\0\0\0"
+                          "\0\0\0\0"
+                          "\0\0\0\0"
+                          "\0\0\0\0",
+                          20);
   EXPECT_EQ(memory.bytesOf(cf::HDrop), header + QByteArray("/b\0/a\0\0", 7));
   ASSERT_TRUE(clipboard.GetFileList(files, count));
   EXPECT_EQ(files, QStringList({"/a", "/b"}));
@@ -221,10 +236,9 @@ TEST_F(Clipboard, WritingHandsBlocksToTheClipboardAndClearingEmptiesIt) {
 }
 
 TEST(HtmlFormatHeader, PicksTheRestOfTheFirstLineThatCarriesTheName) {
-  const QString block =
-      "Version:0.9\r\nStartHTML:0000000105\r\nEndHTML:0000000300\r\nStartFragment:0000000141\r\n"
-      "EndFragment:0000000264\r\nSourceURL:http://example.com/a?b=c:d\r\n<html><body>\r\n"
-      "<!--StartFragment-->a<!--EndFragment-->\r\n</body></html>";
+  const QString block = "Version:0.9\r\nStartHTML:0000000105\r\nEndHTML:0000000300\r\nStartFragment:0000000141\r\n"
+                        "EndFragment:0000000264\r\nSourceURL:http://example.com/a?b=c:d\r\n<html><body>\r\n"
+                        "<!--StartFragment-->a<!--EndFragment-->\r\n</body></html>";
   const QString noSource = "Version:0.9\r\nStartHTML:0000000105\r\n<html><body>x</body></html>";
   const struct {
     QString block, name, value;
@@ -235,7 +249,7 @@ TEST(HtmlFormatHeader, PicksTheRestOfTheFirstLineThatCarriesTheName) {
       {block, "HTML", "0000000105"},                       // even inside another name
       {block, "End\\w+", "0000000300"},                    // the name is part of the pattern
       {block, "S.art(HTML)", "HTML"},
-      {noSource, "SourceURL", noSource},                   // without the header, the text comes back
+      {noSource, "SourceURL", noSource},  // without the header, the text comes back
       {"", "StartHTML", ""},
       {"x\r\nSourceURL:", "SourceURL", "x\r\nSourceURL:"},  // a value needs a character after it
       {"SourceURL:http://a/\r\n", "SourceURL", "http://a/"},

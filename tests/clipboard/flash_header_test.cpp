@@ -1,6 +1,6 @@
-#include <QtEndian>
 #include <gtest/gtest.h>
 #include <zlib.h>
+#include <QtEndian>
 
 #include "clipboard/clsFlashHeader.h"
 #include "tests/common/Helpers.h"
@@ -60,7 +60,7 @@ TEST_F(FlashHeader, ReadsTheSizeOfPlainAndCompressedMovies) {
     int width, height;
   } cases[] = {
       {rectangle(15, 0, 11000, 0, 8000), 550, 400},
-      {rectangle(8, 0, 30, 0, 10), 2, 0},  // half pixels round to even
+      {rectangle(8, 0, 30, 0, 10), 2, 0},                     // half pixels round to even
       {rectangle(20, 1000, 21000, 2000, 42000), 1000, 2000},  // wide fields take as many bytes as they need
   };
   for (const auto& c : cases) {
@@ -93,8 +93,7 @@ TEST_F(FlashHeader, DamagedMoviesFailWithoutCrashing) {
   EXPECT_FALSE(parse("corrupt.swf", good.left(8) + QByteArray(40, '\x7f')));
   EXPECT_FALSE(parse("lying-short.swf", movie(rectangle(15, 0, 11000, 0, 8000), true, 10)));
   EXPECT_FALSE(parse("lying-huge.swf", movie(rectangle(15, 0, 11000, 0, 8000), true, 0xFFFFFFFF)));
-  EXPECT_FALSE(parse("too-wide.swf", movie(rectangle(31, 0, 0x7FFFFFFF, 0, 20), false)))
-      << "a size beyond 16 bits";
+  EXPECT_FALSE(parse("too-wide.swf", movie(rectangle(31, 0, 0x7FFFFFFF, 0, 20), false))) << "a size beyond 16 bits";
   EXPECT_EQ(context.g_sError, "");
 }
 

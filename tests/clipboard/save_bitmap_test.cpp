@@ -1,6 +1,6 @@
+#include <gtest/gtest.h>
 #include <QImage>
 #include <QImageReader>
-#include <gtest/gtest.h>
 
 #include "clipboard/clsSaveBitmapAs.h"
 #include "tests/common/Helpers.h"
@@ -52,7 +52,8 @@ TEST_F(SaveBitmap, GifPaletteFollowsThePicture) {
   ASSERT_TRUE(saver.SavePictureFromHDC(flags, path("flags.gif")));
   const QImage back = QImage(path("flags.gif")).convertToFormat(QImage::Format_RGB32);
   auto near = [](QRgb a, QRgb b) {
-    return std::abs(qRed(a) - qRed(b)) <= 8 && std::abs(qGreen(a) - qGreen(b)) <= 8 && std::abs(qBlue(a) - qBlue(b)) <= 8;
+    return std::abs(qRed(a) - qRed(b)) <= 8 && std::abs(qGreen(a) - qGreen(b)) <= 8 &&
+           std::abs(qBlue(a) - qBlue(b)) <= 8;
   };
   EXPECT_TRUE(near(back.pixel(2, 2), qRgb(200, 0, 0)));
   EXPECT_TRUE(near(back.pixel(15, 5), qRgb(0, 0, 255)));

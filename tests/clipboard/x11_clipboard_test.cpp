@@ -1,12 +1,12 @@
 // The desktop clipboard on a real X server (run under xvfb-run), owned by other programs:
 // xclip for one target, the clipboard_owner helper for several at once.
+#include <gtest/gtest.h>
+#include <signal.h>
 #include <QBuffer>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QImage>
 #include <QProcess>
-#include <gtest/gtest.h>
-#include <signal.h>
 
 #include <optional>
 
@@ -215,9 +215,8 @@ TEST_F(X11Clipboard, Utf16HtmlAndTheMozillaSourceAreDecoded) {
 }
 
 TEST_F(X11Clipboard, CopiedFilesAreAFileListInOrdinalOrderCopiedLinksNone) {
-  offerWithXclip("text/uri-list",
-                 "# three files\r\nfile:///home/u/c.txt\r\nfile:///home/u/A.txt\r\n"
-                 "file:///home/u/b%20%E4%B8%AD%E6%96%87.txt\r\n");
+  offerWithXclip("text/uri-list", "# three files\r\nfile:///home/u/c.txt\r\nfile:///home/u/A.txt\r\n"
+                                  "file:///home/u/b%20%E4%B8%AD%E6%96%87.txt\r\n");
   EXPECT_EQ(offeredNames(), QStringList{"File List"});
   EXPECT_EQ(fileList(), QStringList({"/home/u/A.txt", QString::fromUtf8("/home/u/b 中文.txt"), "/home/u/c.txt"}));
   endOwner();

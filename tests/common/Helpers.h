@@ -40,13 +40,17 @@ class ScopedEnvironment {
   void set(const char* name, const QByteArray& value) {
     if (!saved_.contains(name))
       saved_.insert(name, qEnvironmentVariableIsSet(name) ? std::optional(qgetenv(name)) : std::nullopt);
-    if (value.isNull()) qunsetenv(name);
-    else qputenv(name, value);
+    if (value.isNull())
+      qunsetenv(name);
+    else
+      qputenv(name, value);
   }
   ~ScopedEnvironment() {
     for (auto it = saved_.cbegin(); it != saved_.cend(); ++it) {
-      if (it.value()) qputenv(it.key().constData(), *it.value());
-      else qunsetenv(it.key().constData());
+      if (it.value())
+        qputenv(it.key().constData(), *it.value());
+      else
+        qunsetenv(it.key().constData());
     }
   }
 

@@ -26,9 +26,9 @@ void HttpServer::serve(QTcpSocket* socket) {
   const QByteArray path = request.left(request.indexOf("\r\n")).split(' ').value(1);
   const Answer answer = routes_.value(path, Answer{404, "not found"});
   if (answer.silent) return;
-  const QByteArray response = "HTTP/1.1 " + QByteArray::number(answer.status) + " X\r\nContent-Type: " + answer.contentType +
-                        "\r\nContent-Length: " + QByteArray::number(answer.body.size()) +
-                        "\r\nConnection: close\r\n\r\n" + answer.body;
+  const QByteArray response =
+      "HTTP/1.1 " + QByteArray::number(answer.status) + " X\r\nContent-Type: " + answer.contentType +
+      "\r\nContent-Length: " + QByteArray::number(answer.body.size()) + "\r\nConnection: close\r\n\r\n" + answer.body;
   socket->write(response);
   socket->disconnectFromHost();
 }

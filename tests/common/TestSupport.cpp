@@ -9,21 +9,23 @@
 
 namespace velmora::test {
 
-ScopedTempRoot::ScopedTempRoot()
-    : oldTmpdir_(qgetenv("TMPDIR")), hadTmpdir_(qEnvironmentVariableIsSet("TMPDIR")) {
+ScopedTempRoot::ScopedTempRoot() : oldTmpdir_(qgetenv("TMPDIR")), hadTmpdir_(qEnvironmentVariableIsSet("TMPDIR")) {
   qputenv("TMPDIR", dir_.path().toLocal8Bit());
 }
 
 ScopedTempRoot::~ScopedTempRoot() {
-  if (hadTmpdir_) qputenv("TMPDIR", oldTmpdir_);
-  else qunsetenv("TMPDIR");
+  if (hadTmpdir_)
+    qputenv("TMPDIR", oldTmpdir_);
+  else
+    qunsetenv("TMPDIR");
 }
 
 QString ScopedTempRoot::write(const QString& name, const QByteArray& bytes) const {
   const QString full = dir_.path() + u'/' + name;
   QDir().mkpath(QFileInfo(full).path());
   QFile file(full);
-  if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) qFatal("cannot write %s", qPrintable(full));
+  if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+    qFatal("cannot write %s", qPrintable(full));
   return full;
 }
 

@@ -1,5 +1,5 @@
-#include <QApplication>
 #include <gtest/gtest.h>
+#include <QApplication>
 
 // Every test program runs with a real QApplication: dialogs and the clipboard need the
 // X server that tests/run-on-xvfb.sh starts for them; without one, Qt's offscreen platform

@@ -85,7 +85,9 @@ class Excel : public ExcelEngine {
 class Slides : public SlideExporter, public DocumentPrinter {
  public:
   Slides(FakeProducers& f, QString e) : f_(f), e_(std::move(e)) {}
-  Result<QString> PPT2Images(const QString&, const QString&) override { return f_.step(e_, "PPT2Images", f_.producedBody); }
+  Result<QString> PPT2Images(const QString&, const QString&) override {
+    return f_.step(e_, "PPT2Images", f_.producedBody);
+  }
   Result<QString> Word2Images(const QString&, const QString&) override {
     return f_.step(e_, "Word2Images", f_.producedBody);
   }

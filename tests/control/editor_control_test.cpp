@@ -1,7 +1,7 @@
 // The editor control's flows over recording producers: which producer each call asks, in
 // which order, and what the page reads afterwards.
-#include <QDir>
 #include <gtest/gtest.h>
+#include <QDir>
 
 #include "control/Velmora5.h"
 #include "core/ScriptError.h"

@@ -1,5 +1,6 @@
 // The control's paste flows end to end: another program (xclip) owns the desktop clipboard
 // on a real X server, the control reads it, and the pictures go to the reference receiver.
+#include <gtest/gtest.h>
 #include <QBuffer>
 #include <QClipboard>
 #include <QDir>
@@ -8,10 +9,9 @@
 #include <QImage>
 #include <QProcess>
 #include <QUrl>
-#include <gtest/gtest.h>
 
-#include <functional>
 #include <zlib.h>
+#include <functional>
 
 #include "clipboard/basClipBoard.h"
 #include "control/Velmora5.h"
@@ -51,7 +51,9 @@ QByteArray bigEndian32(uint32_t value) {
 }
 
 QByteArray pngChunk(const QByteArray& type, const QByteArray& data) {
-  return bigEndian32(uint32_t(data.size())) + type + data + bigEndian32(uint32_t(crc32(0, reinterpret_cast<const Bytef*>((type + data).constData()), uInt(type.size() + data.size()))));
+  return bigEndian32(uint32_t(data.size())) + type + data +
+         bigEndian32(uint32_t(
+             crc32(0, reinterpret_cast<const Bytef*>((type + data).constData()), uInt(type.size() + data.size()))));
 }
 
 // A black-and-white PNG of any size, built by hand: a few kilobytes on the clipboard that
@@ -179,7 +181,8 @@ TEST_F(PasteFlows, PastedFilesAreFilteredByTypeSizeAndKind) {
   const QString folder = temp.path() + "/files/d folder.png";
   ASSERT_TRUE(QDir().mkpath(folder));
   QByteArray uriList;
-  for (const QString& path : {oversize, folder, excluded, kept}) uriList += QUrl::fromLocalFile(path).toEncoded() + "\r\n";
+  for (const QString& path : {oversize, folder, excluded, kept})
+    uriList += QUrl::fromLocalFile(path).toEncoded() + "\r\n";
   offer("text/uri-list", uriList);
   EXPECT_EQ(control->GetClipboardFlag(), "0|0|0|1|0|0");
 
@@ -224,10 +227,9 @@ TEST_F(PasteFlows, APictureThatIsNoPictureEndsTheFlowWithAClearWord) {
 // A program may offer the block itself, under the name "HTML Format", with offsets that
 // point anywhere: its page is framed anew.
 TEST_F(PasteFlows, AnHtmlFormatWhoseOffsetsLieIsPastedFromItsPage) {
-  const QByteArray block =
-      "Version:0.9\r\nStartHTML:0000099999\r\nEndHTML:0000000003\r\nStartFragment:9999999999\r\n"
-      "EndFragment:-000000001\r\nSourceURL:http://example.com/a/page.html\r\n"
-      "<html><body><!--StartFragment--><p>kept <b>words</b></p><!--EndFragment--></body></html>";
+  const QByteArray block = "Version:0.9\r\nStartHTML:0000099999\r\nEndHTML:0000000003\r\nStartFragment:9999999999\r\n"
+                           "EndFragment:-000000001\r\nSourceURL:http://example.com/a/page.html\r\n"
+                           "<html><body><!--StartFragment--><p>kept <b>words</b></p><!--EndFragment--></body></html>";
   offer("HTML Format", block);
   EXPECT_EQ(control->GetClipboardFlag(), "0|0|0|0|1|0");
 

@@ -11,15 +11,12 @@ TEST(OptionString, ReadsKeysWithoutCaseAndValuesAsWritten) {
     const char* key;
     QString expected;
   } cases[] = {
-      {" Mode : html ", "mode", "html"},   // blanks around keys and values go
-      {"MODE:HTML", "mode", "HTML"},       // the value keeps its case
-      {"mode:html;api:0", "API", "0"},
-      {"mode:html:x", "mode", ""},         // more than one colon: ignored
-      {"mode:html:x;mode:img", "mode", "img"},
-      {"modehtml", "mode", ""},
-      {"mode:img;mode:html", "mode", "img"},  // the first valid one wins
-      {";;mode:html;", "mode", "html"},
-      {"\tmode:html", "mode", ""},         // only blanks are trimmed
+      {" Mode : html ", "mode", "html"},                                     // blanks around keys and values go
+      {"MODE:HTML", "mode", "HTML"},                                         // the value keeps its case
+      {"mode:html;api:0", "API", "0"},         {"mode:html:x", "mode", ""},  // more than one colon: ignored
+      {"mode:html:x;mode:img", "mode", "img"}, {"modehtml", "mode", ""},
+      {"mode:img;mode:html", "mode", "img"},                                 // the first valid one wins
+      {";;mode:html;", "mode", "html"},        {"\tmode:html", "mode", ""},  // only blanks are trimmed
       {"mode:html\n", "mode", "html\n"},
   };
   for (const Case& c : cases) EXPECT_EQ(GetOptValue(c.options, c.key), c.expected) << c.options;

@@ -1,7 +1,7 @@
+#include <gtest/gtest.h>
 #include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QStringList>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 
@@ -14,18 +14,21 @@ namespace {
 // Seeds that look like what each parser expects, so that mutations reach past the first
 // check; then random bytes.
 std::vector<QByteArray> seeds() {
-  return {QByteArray::fromHex("4657530a400000007800055f00000fa000"),         // "FWS", a plain movie
-          QByteArray::fromHex("4357530a40000000789c0b0808000000ffff"),       // "CWS", a packed one
-          "\xef\xbb\xbfhello \xe4\xb8\xad", "mode:html;api:0;;x:y:z",
-          "<html><head><link rel=stylesheet href=\"../x.css\"><script>x</script></head><body>"
-          "<!--StartFragment--><p>a</p><!--EndFragment--></body></html>",
-          "Version:0.9\r\nStartHTML:0000000105\r\nEndHTML:0000000170\r\nStartFragment:0000000141\r\n"
-          "EndFragment:0000000153\r\n<html><body><!--StartFragment-->\xe4\xb8\xad<b>x</b><!--EndFragment--></body></html>",
-          "file:///tmp/a%20b.png\r\n# comment\r\nfile://host/x\r\n", QByteArray("C:\\docs\0a.doc\0b.xls\0\0", 21),
-          "\x03<html><head><style>p.MsoNormal{margin:0cm;mso-pagination:none}@page WordSection1{size:595.3pt 841.9pt;"
-          "margin:72pt 90pt}</style></head><body><div class=WordSection1><p class=MsoNormal><span lang=EN>x</span>"
-          "<!--[if gte vml 1]><v:shape style='width:1pt'><v:imagedata src=\"a_files/i.png\"/></v:shape><![endif]-->"
-          "</p></div></body></html>"};
+  return {
+      QByteArray::fromHex("4657530a400000007800055f00000fa000"),    // "FWS", a plain movie
+      QByteArray::fromHex("4357530a40000000789c0b0808000000ffff"),  // "CWS", a packed one
+      "\xef\xbb\xbfhello \xe4\xb8\xad",
+      "mode:html;api:0;;x:y:z",
+      "<html><head><link rel=stylesheet href=\"../x.css\"><script>x</script></head><body>"
+      "<!--StartFragment--><p>a</p><!--EndFragment--></body></html>",
+      "Version:0.9\r\nStartHTML:0000000105\r\nEndHTML:0000000170\r\nStartFragment:0000000141\r\n"
+      "EndFragment:0000000153\r\n<html><body><!--StartFragment-->\xe4\xb8\xad<b>x</b><!--EndFragment--></body></html>",
+      "file:///tmp/a%20b.png\r\n# comment\r\nfile://host/x\r\n",
+      QByteArray("C:\\docs\0a.doc\0b.xls\0\0", 21),
+      "\x03<html><head><style>p.MsoNormal{margin:0cm;mso-pagination:none}@page WordSection1{size:595.3pt 841.9pt;"
+      "margin:72pt 90pt}</style></head><body><div class=WordSection1><p class=MsoNormal><span lang=EN>x</span>"
+      "<!--[if gte vml 1]><v:shape style='width:1pt'><v:imagedata src=\"a_files/i.png\"/></v:shape><![endif]-->"
+      "</p></div></body></html>"};
 }
 
 QByteArray mutate(QByteArray bytes, QRandomGenerator& random) {
@@ -33,7 +36,9 @@ QByteArray mutate(QByteArray bytes, QRandomGenerator& random) {
   for (int i = 0; i < edits; ++i) {
     const qsizetype at = bytes.isEmpty() ? 0 : qsizetype(random.bounded(quint32(bytes.size())));
     switch (random.bounded(4)) {
-      case 0: if (!bytes.isEmpty()) bytes[at] = char(random.bounded(256)); break;
+      case 0:
+        if (!bytes.isEmpty()) bytes[at] = char(random.bounded(256));
+        break;
       case 1: bytes.insert(at, char(random.bounded(256))); break;
       case 2: bytes.remove(at, 1 + qsizetype(random.bounded(4))); break;
       default: bytes.truncate(at); break;
@@ -63,7 +68,8 @@ TEST(FuzzReplay, EveryParserTakesTheSeedsAndTheirMutations) {
   std::vector<QByteArray> inputs = seeds();
   const size_t seedCount = inputs.size();
   for (int round = 0; round < 300; ++round) {
-    QByteArray input = round % 3 ? mutate(inputs[size_t(round) % seedCount], random) : QByteArray(random.bounded(512), 0);
+    QByteArray input =
+        round % 3 ? mutate(inputs[size_t(round) % seedCount], random) : QByteArray(random.bounded(512), 0);
     if (round % 3 == 0) std::generate(input.begin(), input.end(), [&] { return char(random.bounded(256)); });
     inputs.push_back(input);
   }

@@ -31,7 +31,7 @@ TEST(Charset, EncodesToKnownBytesAndDecodesBack) {
       {"gb2312", u"镕"_s, "e946"},  // a GBK character outside GB2312: pages labelled gb2312 carry them
       {"gb18030", u"😀"_s, "9439fc36"},
       {"Shift_JIS", u"①"_s, "8740"},  // read as windows-31j
-      {"EUC-KR", u"똠"_s, "8c63"},     // read as windows-949
+      {"EUC-KR", u"똠"_s, "8c63"},    // read as windows-949
       {"windows-1252", u"café €"_s, "636166e92080"},
       // pages labelled latin-1 or ASCII are windows-1252, as browsers read them
       {"iso-8859-1", u"café €"_s, "636166e92080"},
@@ -93,10 +93,10 @@ TEST(Charset, SystemCodePageFollowsTheLocale) {
   test::ScopedEnvironment environment;
   for (const char* name : {"VELMORA_CODEPAGE", "LC_ALL", "LC_CTYPE"}) environment.set(name, QByteArray());
   const std::pair<const char*, const char*> cases[] = {
-      {"zh_CN.UTF-8", "gbk"},       {"zh_TW.UTF-8", "big5"},          {"ja_JP.UTF-8", "shift_jis"},
-      {"ko_KR.UTF-8", "euc-kr"},    {"ru_RU.UTF-8", "windows-1251"},  {"pl_PL.UTF-8", "windows-1250"},
-      {"de_DE.UTF-8", "windows-1252"}, {"C.UTF-8", "windows-1252"},   {"C", "windows-1252"},
-      {"ru_RU.KOI8-R", "koi8-r"},   {"zh_CN.GB18030", "gb18030"},     {"en_US.ISO-8859-15", "iso-8859-15"},
+      {"zh_CN.UTF-8", "gbk"},          {"zh_TW.UTF-8", "big5"},         {"ja_JP.UTF-8", "shift_jis"},
+      {"ko_KR.UTF-8", "euc-kr"},       {"ru_RU.UTF-8", "windows-1251"}, {"pl_PL.UTF-8", "windows-1250"},
+      {"de_DE.UTF-8", "windows-1252"}, {"C.UTF-8", "windows-1252"},     {"C", "windows-1252"},
+      {"ru_RU.KOI8-R", "koi8-r"},      {"zh_CN.GB18030", "gb18030"},    {"en_US.ISO-8859-15", "iso-8859-15"},
   };
   for (const auto& [locale, codePage] : cases) {
     environment.set("LANG", locale);

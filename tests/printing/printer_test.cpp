@@ -1,12 +1,12 @@
+#include <cups/cups.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-#include <cups/cups.h>
-#include <gtest/gtest.h>
 #include <memory>
-#include <unistd.h>
 
 #include "printing/clsStrandelAPI.h"
 #include "tests/common/TestSupport.h"
@@ -17,8 +17,10 @@ namespace {
 // Points the print system of this process at `server` (a socket path; none: the default).
 // The library keeps the server name it read last, so it is told to read the environment again.
 void useCupsServer(const QString& server) {
-  if (server.isEmpty()) qunsetenv("CUPS_SERVER");
-  else qputenv("CUPS_SERVER", server.toLocal8Bit());
+  if (server.isEmpty())
+    qunsetenv("CUPS_SERVER");
+  else
+    qputenv("CUPS_SERVER", server.toLocal8Bit());
   cupsSetServer(nullptr);
 }
 

@@ -1,9 +1,9 @@
-#include <QMetaMethod>
 #include <gtest/gtest.h>
+#include <QMetaMethod>
 
 #include "control/Velmora5.h"
-#include "server/Dispatch.h"
 #include "core/ScriptError.h"
+#include "server/Dispatch.h"
 #include "tests/common/TestSupport.h"
 #include "tests/control/FakeProducers.h"
 
@@ -60,7 +60,8 @@ TEST(TypeLibrary, EveryMemberOfTheEditorIsReachable) {
   Velmora5 control(context, standardProducers());
   const QMetaObject& meta = *control.metaObject();
   for (const MemberInfo& member : findClass("Velmora5")->dispatch.members) {
-    const QByteArray name = member.kind == MemberKind::PropertyPut ? QByteArray("set") + member.name : QByteArray(member.name);
+    const QByteArray name =
+        member.kind == MemberKind::PropertyPut ? QByteArray("set") + member.name : QByteArray(member.name);
     bool found = member.kind == MemberKind::PropertyGet && meta.indexOfProperty(name) >= 0;
     for (int i = 0; i < meta.methodCount() && member.kind != MemberKind::PropertyGet; ++i)
       found = found || meta.method(i).name() == name;

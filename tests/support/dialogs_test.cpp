@@ -1,3 +1,4 @@
+#include <gtest/gtest.h>
 #include <QApplication>
 #include <QFileDialog>
 #include <QLineEdit>
@@ -8,7 +9,6 @@
 #include <QPushButton>
 #include <QTimer>
 #include <functional>
-#include <gtest/gtest.h>
 #include <type_traits>
 
 #include "dialogs/clsCommonDialog.h"
@@ -45,7 +45,9 @@ TEST(DialogFilter, PairsDescriptionsWithPatternsInQtsForm) {
       {"Note: text|*.txt|All|*.*", {"Note (text)", "*.txt (All)"}},
       // An empty item ends the list, like a double separator.
       {"Text|*.txt||Pictures|*.png", {"Text (*.txt)"}},
-      {"|*.txt|Pictures|*.png", {}}, {"", {}}, {"Lonely description", {}},
+      {"|*.txt|Pictures|*.png", {}},
+      {"", {}},
+      {"Lonely description", {}},
   };
   for (const auto& c : cases) EXPECT_EQ(clsCommonDialog::QtNameFilters(c.filter), c.qtFilters) << c.filter;
 }
@@ -136,8 +138,12 @@ class Dialogs : public ::testing::Test {
       return widget != nullptr;
     });
   }
-  void whenShownType(const QString& text) { whenShown([text](QFileDialog& dialog) { type(dialog, text); }); }
-  void whenShownCancel() { whenShown([](QFileDialog& dialog) { dialog.reject(); }); }
+  void whenShownType(const QString& text) {
+    whenShown([text](QFileDialog& dialog) { type(dialog, text); });
+  }
+  void whenShownCancel() {
+    whenShown([](QFileDialog& dialog) { dialog.reject(); });
+  }
 
   static void accept(QFileDialog& dialog) { QMetaObject::invokeMethod(&dialog, "accept", Qt::QueuedConnection); }
   static void type(QFileDialog& dialog, const QString& text) {

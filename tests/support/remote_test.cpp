@@ -19,7 +19,10 @@ class GetRemotePage : public testing::Test {
  protected:
   void SetUp() override {
     server.route("/text", {200, kText.toUtf8(), "text/css; charset=utf-8"});
-    server.route("/marked", {200, "\xEF\xBB\xBF" "body{}", "text/css"});
+    server.route("/marked", {200,
+                             "\xEF\xBB\xBF"
+                             "body{}",
+                             "text/css"});
     server.route("/empty", {200, ""});
     server.route("/missing", {404, "not here"});
     server.route("/broken", {500, "server error"});
@@ -34,9 +37,9 @@ class GetRemotePage : public testing::Test {
 // Redirects are followed; a status other than 200 gives nothing.
 TEST_F(GetRemotePage, Status200GivesTheBodyAsUtf8) {
   const std::pair<const char*, QString> cases[] = {
-      {"/text", kText},  {"/marked", u"body{}"_s},  // a UTF-8 mark is not text
-      {"/moved", kText}, {"/empty", u""_s},   {"/missing", u""_s},
-      {"/broken", u""_s}, {"/created", u""_s}, {"/no-route", u""_s},
+      {"/text", kText},   {"/marked", u"body{}"_s},  // a UTF-8 mark is not text
+      {"/moved", kText},  {"/empty", u""_s},        {"/missing", u""_s},
+      {"/broken", u""_s}, {"/created", u""_s},      {"/no-route", u""_s},
   };
   for (const auto& [path, body] : cases) EXPECT_EQ(clsRemote().GetRemotePage(server.url(path)), body) << path;
 }
@@ -62,8 +65,8 @@ TEST(GetRemotePageFailures, RefusedConnectionsAndOtherAddressesGiveNothing) {
   ASSERT_TRUE(probe.listen(QHostAddress::LocalHost));
   const QString refused = u"http://127.0.0.1:%1/text"_s.arg(probe.serverPort());
   probe.close();  // nothing listens there now
-  for (const QString& address : {refused, u""_s, u"not an address"_s, u"file:///etc/hostname"_s,
-                                 u"ftp://127.0.0.1/x"_s, u"http://"_s, u"data:text/plain,hello"_s})
+  for (const QString& address : {refused, u""_s, u"not an address"_s, u"file:///etc/hostname"_s, u"ftp://127.0.0.1/x"_s,
+                                 u"http://"_s, u"data:text/plain,hello"_s})
     EXPECT_EQ(clsRemote(5000).GetRemotePage(address), u""_s) << address;
 }
 

@@ -24,8 +24,8 @@ TEST(Texts, PadNumberLeftOfStringAndTimeStamp) {
   const struct {
     int32_t number, width, largest;
     QString padded;
-  } pads[] = {{7, 3, 0, u"007"_s},  {7, 3, 1500, u"0007"_s}, {7, 3, 99, u"007"_s}, {12345, 3, 0, u"345"_s},
-              {0, 1, 0, u"0"_s},    {7, 0, 0, u""_s},        {7, -4, 0, u""_s},    {-5, 3, 0, u"0-5"_s}};
+  } pads[] = {{7, 3, 0, u"007"_s}, {7, 3, 1500, u"0007"_s}, {7, 3, 99, u"007"_s}, {12345, 3, 0, u"345"_s},
+              {0, 1, 0, u"0"_s},   {7, 0, 0, u""_s},        {7, -4, 0, u""_s},    {-5, 3, 0, u"0-5"_s}};
   for (const auto& p : pads) EXPECT_EQ(PadNumber(p.number, p.width, p.largest), p.padded) << p.number << ' ' << p.width;
 
   EXPECT_EQ(LeftOfString(u"a--b--c"_s, u"--"_s), u"a"_s);
@@ -47,12 +47,10 @@ TEST(ToPoints, CentimetresBecomePointsWithADotWhateverTheLocale) {
   const struct {
     QString length, points;
   } cases[] = {
-      {u"  2 CM "_s, u"56.7"_s},    {u"1.5cm"_s, u"42.525"_s},     {u"21.0cm"_s, u"595.35"_s},
-      {u"0.1cm"_s, u"2.835"_s},     {u"-1cm"_s, u"-28.35"_s},      {u"+.5cm"_s, u"14.175"_s},
-      {u"-0cm"_s, u"0"_s},          {u"1,5cm"_s, u""_s},           {u"abccm"_s, u""_s},
-      {u"1.2.3cm"_s, u""_s},        {u"1e999cm"_s, u""_s},         {u"12pt"_s, u"12"_s},
-      {u"72.0PT"_s, u"72.0"_s},     {u" 3px "_s, u"3px"_s},        {u" cm "_s, u"cm"_s},
-      {u""_s, u""_s},
+      {u"  2 CM "_s, u"56.7"_s}, {u"1.5cm"_s, u"42.525"_s}, {u"21.0cm"_s, u"595.35"_s}, {u"0.1cm"_s, u"2.835"_s},
+      {u"-1cm"_s, u"-28.35"_s},  {u"+.5cm"_s, u"14.175"_s}, {u"-0cm"_s, u"0"_s},        {u"1,5cm"_s, u""_s},
+      {u"abccm"_s, u""_s},       {u"1.2.3cm"_s, u""_s},     {u"1e999cm"_s, u""_s},      {u"12pt"_s, u"12"_s},
+      {u"72.0PT"_s, u"72.0"_s},  {u" 3px "_s, u"3px"_s},    {u" cm "_s, u"cm"_s},       {u""_s, u""_s},
   };
   const QLocale previous;
   for (const QLocale& locale : {QLocale::c(), QLocale(QLocale::German, QLocale::Germany)}) {
@@ -68,7 +66,8 @@ TEST(WaitMs, TimersAndPostedCallsRunDuringTheWaitAlsoInsideAnotherWait) {
   QObject::connect(&timer, &QTimer::timeout, [&] { ++ticks; });
   timer.start(5);
   bool posted = false;
-  QMetaObject::invokeMethod(&timer, [&] { posted = true; }, Qt::QueuedConnection);
+  QMetaObject::invokeMethod(
+      &timer, [&] { posted = true; }, Qt::QueuedConnection);
   WaitMs(0);
   EXPECT_TRUE(posted) << "even a wait of 0 lets posted calls run";
   bool late = false, innerTimerFired = false, innerDone = false;
@@ -97,11 +96,16 @@ TEST(FileTests, FilesFoldersLinksAndExtensions) {
     QString path;
     bool isFile, isFolder;
   } cases[] = {
-      {file, true, false},          {folder, false, true},         {folder + u'/', false, true},
-      {root.path() + u"/to-file"_s, true, false},   {root.path() + u"/to-folder"_s, false, true},
-      {root.path() + u"/dangling"_s, false, false}, {root.path() + u"/missing"_s, false, false},
+      {file, true, false},
+      {folder, false, true},
+      {folder + u'/', false, true},
+      {root.path() + u"/to-file"_s, true, false},
+      {root.path() + u"/to-folder"_s, false, true},
+      {root.path() + u"/dangling"_s, false, false},
+      {root.path() + u"/missing"_s, false, false},
       {root.path() + u"/pipe"_s, false, false},  // a pipe is not a file a reader can use
-      {file + u'/', false, false},  {QString(), false, false},
+      {file + u'/', false, false},
+      {QString(), false, false},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(FileExists(c.path), c.isFile) << c.path;
@@ -109,13 +113,13 @@ TEST(FileTests, FilesFoldersLinksAndExtensions) {
   }
 
   // A dot in a folder name is no extension.
-  const std::pair<QString, QString> extensions[] = {
-      {u"/a/b/photo.JPG"_s, u"JPG"_s}, {u"a.tar.gz"_s, u"gz"_s}, {u"/a/b/README"_s, u""_s},
-      {u"/home/u/.cache/pic"_s, u""_s}, {u"C:\\my.dir\\pic"_s, u""_s}, {u"name."_s, u""_s}};
+  const std::pair<QString, QString> extensions[] = {{u"/a/b/photo.JPG"_s, u"JPG"_s}, {u"a.tar.gz"_s, u"gz"_s},
+                                                    {u"/a/b/README"_s, u""_s},       {u"/home/u/.cache/pic"_s, u""_s},
+                                                    {u"C:\\my.dir\\pic"_s, u""_s},   {u"name."_s, u""_s}};
   for (const auto& [path, extension] : extensions) EXPECT_EQ(GetFileExt(path), extension) << path;
   const std::tuple<QString, QString, bool> lists[] = {
-      {u"a.JPG"_s, u" png | jpg "_s, true}, {u"a.tar.gz"_s, u"gz"_s, true},    {u"/x/a.Png"_s, u"GIF|PNG"_s, true},
-      {u"noext"_s, u"png|jpg"_s, false},    {u"a."_s, u"png||"_s, false},       {u"a.png"_s, u""_s, false},
+      {u"a.JPG"_s, u" png | jpg "_s, true},  {u"a.tar.gz"_s, u"gz"_s, true}, {u"/x/a.Png"_s, u"GIF|PNG"_s, true},
+      {u"noext"_s, u"png|jpg"_s, false},     {u"a."_s, u"png||"_s, false},   {u"a.png"_s, u""_s, false},
       {u"a.png"_s, u"pn|png2|.png"_s, false}};
   for (const auto& [path, list, in] : lists) EXPECT_EQ(IsExtInList(path, list), in) << path << " in " << list;
 
@@ -142,7 +146,8 @@ TEST(DeleteFolder, RemovesATreeWithHiddenAndReadOnlyEntries) {
   ASSERT_EQ(chmod(QFile::encodeName(root.path() + u"/tree/locked"_s).constData(), 0555), 0);
   bool posted = false;
   QObject context;
-  QMetaObject::invokeMethod(&context, [&] { posted = true; }, Qt::QueuedConnection);
+  QMetaObject::invokeMethod(
+      &context, [&] { posted = true; }, Qt::QueuedConnection);
   DeleteFolder(top);
   EXPECT_FALSE(QFileInfo::exists(top));
   EXPECT_TRUE(posted) << "pending events run while a folder is deleted";

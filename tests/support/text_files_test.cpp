@@ -31,8 +31,8 @@ TEST(DetectBOM, FindsEachMarkFromTheFirstFourBytes) {
     uint32_t firstFour;
     int code, length;
   } cases[] = {
-      {0x0000FEFF, encoding::Utf32LE, 4}, {0xFFFE0000, encoding::Utf32BE, 4}, {0x0041FEFF, encoding::Utf16LE, 2},
-      {0x4100FFFE, encoding::Utf16BE, 2}, {0x41BFBBEF, encoding::Utf8Bom, 3}, {0x00BFBBEF, encoding::Utf8Bom, 3},
+      {0x0000FEFF, encoding::Utf32LE, 4},  {0xFFFE0000, encoding::Utf32BE, 4},  {0x0041FEFF, encoding::Utf16LE, 2},
+      {0x4100FFFE, encoding::Utf16BE, 2},  {0x41BFBBEF, encoding::Utf8Bom, 3},  {0x00BFBBEF, encoding::Utf8Bom, 3},
       {0x00000041, encoding::CodePage, 0}, {0x00000000, encoding::CodePage, 0}, {0xFEFF0000, encoding::CodePage, 0},
   };
   for (const auto& c : cases) {
@@ -50,14 +50,14 @@ TEST(DetectUTF8, TellsUtf8FromAsciiAndFromCodePageText) {
     const char* afterHex;  // the bytes afterwards, where it matters
   } cases[] = {
       {"706c61696e0d0a", encoding::CodePage, "706c61696e0d0a"},  // ASCII stays as it is
-      {"61e4b8ad62", encoding::Utf8, "6120b8ad62"},            // "a中b"
-      {"d6d0cec4", encoding::CodePage, nullptr},               // "中文" in GBK
+      {"61e4b8ad62", encoding::Utf8, "6120b8ad62"},              // "a中b"
+      {"d6d0cec4", encoding::CodePage, nullptr},                 // "中文" in GBK
       {"", encoding::CodePage, nullptr},
-      {"616263e4b8", encoding::CodePage, nullptr},             // cut at the end
-      {"4180", encoding::CodePage, "4100"},                    // stray continuation byte
-      {"e441ad", encoding::CodePage, nullptr},                 // interrupted
-      {"c080", encoding::Utf8, nullptr},                       // overlong, but well shaped
-      {"f888808080", encoding::Utf8, nullptr},                 // five bytes
+      {"616263e4b8", encoding::CodePage, nullptr},  // cut at the end
+      {"4180", encoding::CodePage, "4100"},         // stray continuation byte
+      {"e441ad", encoding::CodePage, nullptr},      // interrupted
+      {"c080", encoding::Utf8, nullptr},            // overlong, but well shaped
+      {"f888808080", encoding::Utf8, nullptr},      // five bytes
       {"ff80808080808080", encoding::Utf8, "0080808080808080"},
   };
   for (const auto& c : cases) {

@@ -1,11 +1,11 @@
 #pragma once
+#include <gtest/gtest.h>
 #include <QByteArray>
 #include <QDir>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStringList>
 #include <QTemporaryDir>
-#include <gtest/gtest.h>
 
 #include "tests/common/TestSupport.h"
 

@@ -1,6 +1,6 @@
+#include <gtest/gtest.h>
 #include <QRegularExpression>
 #include <QSet>
-#include <gtest/gtest.h>
 
 #include "upload/clsXmlHttpPost.h"
 
@@ -47,9 +47,11 @@ TEST(MultipartBody, BoundaryHasItsShapeAndDiffersBetweenInstances) {
 }
 
 TEST(MultipartBody, TextIsWrittenInTheCharsetWithoutAByteOrderMark) {
-  const std::pair<const char*, QByteArray> cases[] = {  // how "é图" is written
-      {"utf-8", "\xC3\xA9\xE5\x9B\xBE"}, {"UTF-8", "\xC3\xA9\xE5\x9B\xBE"},
-      {"gb2312", "\xA8\xA6\xCD\xBC"}, {"Unicode", QByteArray("\xE9\x00\xFE\x56", 4)}};
+  const std::pair<const char*, QByteArray> cases[] = {// how "é图" is written
+                                                      {"utf-8", "\xC3\xA9\xE5\x9B\xBE"},
+                                                      {"UTF-8", "\xC3\xA9\xE5\x9B\xBE"},
+                                                      {"gb2312", "\xA8\xA6\xCD\xBC"},
+                                                      {"Unicode", QByteArray("\xE9\x00\xFE\x56", 4)}};
   for (const auto& [charset, value] : cases) {
     clsXmlHttpPost post;
     post.setCharset(charset);

@@ -1,9 +1,9 @@
 // The reference receiver stores what it is sent under its root and nowhere else.
+#include <gtest/gtest.h>
 #include <QDirIterator>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QRegularExpression>
-#include <gtest/gtest.h>
 
 #include "tests/common/TestSupport.h"
 #include "tests/upload/ReceiverProcess.h"
@@ -35,23 +35,33 @@ Answer request(const QString& method, const QString& url, const QByteArray& body
 // escaped or checked on the way.
 Answer uploadNamed(const ReceiverProcess& receiver, const QByteArray& fileName, const QByteArray& content = "data") {
   const QByteArray boundary = "---------------------------7d510000100000";
-  const QByteArray body = "\r\n--" + boundary + "\r\nContent-Disposition: form-data; name=\"originalfile\"\r\n\r\n" +
-                          fileName + "\r\n--" + boundary +
-                          "\r\nContent-Disposition: form-data; name=\"uploadfile\"; filename=\"" + fileName +
-                          "\"\r\nContent-Type: application/octet-stream\r\n\r\n" + content + "\r\n--" + boundary +
-                          "--\r\n";
+  const QByteArray body =
+      "\r\n--" + boundary + "\r\nContent-Disposition: form-data; name=\"originalfile\"\r\n\r\n" + fileName + "\r\n--" +
+      boundary + "\r\nContent-Disposition: form-data; name=\"uploadfile\"; filename=\"" + fileName +
+      "\"\r\nContent-Type: application/octet-stream\r\n\r\n" + content + "\r\n--" + boundary + "--\r\n";
   return request("POST", receiver.url("/up?x=1&action=local&type=local&rnd=001"), body,
                  "multipart/form-data; boundary=" + boundary);
 }
 
 TEST(Receiver, HostileFileNamesAreStoredUnderTheRootWithSafeNames) {
   ReceiverProcess receiver;
-  const QByteArray names[] = {"../../etc/passwd.png", "/etc/passwd", "..\\..\\windows\\x.png",
-                               "C:\\Windows\\system32\\x.png", QByteArray("a\0b/../../c.png", 15), "..", ".", "",
-                               ".hidden.png", "a/../../../b.png", "%2e%2e%2fencoded.png", "x." + QByteArray(300, 'e'),
-                               QByteArray(5000, 'n') + ".png", "\xE5\x9B\xBE.png", "with space & \"quote\".png"};
+  const QByteArray names[] = {"../../etc/passwd.png",
+                              "/etc/passwd",
+                              "..\\..\\windows\\x.png",
+                              "C:\\Windows\\system32\\x.png",
+                              QByteArray("a\0b/../../c.png", 15),
+                              "..",
+                              ".",
+                              "",
+                              ".hidden.png",
+                              "a/../../../b.png",
+                              "%2e%2e%2fencoded.png",
+                              "x." + QByteArray(300, 'e'),
+                              QByteArray(5000, 'n') + ".png",
+                              "\xE5\x9B\xBE.png",
+                              "with space & \"quote\".png"};
   const QRegularExpression address("^" + QRegularExpression::escape(receiver.url("/files/")) +
-                                    "([0-9]{6}-[A-Za-z0-9_][A-Za-z0-9._-]{0,80})$");
+                                   "([0-9]{6}-[A-Za-z0-9_][A-Za-z0-9._-]{0,80})$");
   QStringList storedNames;
   for (const QByteArray& name : names) {
     const Answer answer = uploadNamed(receiver, name, "content of " + name.toHex());

@@ -1,11 +1,11 @@
 // The editor control's local-file upload end to end, against the reference receiver.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <QDir>
 #include <QFile>
 #include <QTcpServer>
 #include <QTimer>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <thread>
 
@@ -45,7 +45,9 @@ class Upload : public ::testing::Test {
     control->LocalUpload(html);
     ASSERT_TRUE(waitUntil([&] { return control->Status() == "ok"; }, 30000)) << "the batch did not end";
   }
-  QString stored(qsizetype post) const { return QString::fromLatin1(ReceiverProcess::field(receiver.posts().value(post), "stored")); }
+  QString stored(qsizetype post) const {
+    return QString::fromLatin1(ReceiverProcess::field(receiver.posts().value(post), "stored"));
+  }
   QString addressOf(qsizetype post) const { return receiver.url("/files/" + stored(post)); }
 };
 
@@ -171,8 +173,9 @@ TEST_F(Upload, AFailedAnswerCostsOnlyItsFile) {
   const QString refused = QStringLiteral("http://127.0.0.1:%1/upload?x=1").arg(closed.serverPort());
   closed.close();
   const QString a = picture("a.png");
-  for (const QString& url : {receiver.url("/upload?test-status=503"), receiver.url("/upload?test-answer=empty"),
-                             receiver.url("/upload?test-fault=cut"), receiver.url("/upload?test-fault=reset"), refused}) {
+  for (const QString& url :
+       {receiver.url("/upload?test-status=503"), receiver.url("/upload?test-answer=empty"),
+        receiver.url("/upload?test-fault=cut"), receiver.url("/upload?test-fault=reset"), refused}) {
     control->setSendUrl(url);
     upload(img(a) + img(a));
     EXPECT_EQ(control->Error(), "") << url.toStdString();
@@ -297,7 +300,9 @@ TEST_F(Upload, ConvertedPagesReferToPicturesBesideThemInTheWorkingFolder) {
   const QString relative = temp.write("Velmora/Velmora_Temp_Word_Doc.files/image001.png", "png");
   const QString absolute = temp.write("Velmora/Velmora_Temp_Word_Doc.files/image002.png", "png");
   producers.producedBody = "<img src=\"Velmora_Temp_Word_Doc.files/image001.png\">"
-                           "<IMG SRC=\"file://" + absolute + "\">"
+                           "<IMG SRC=\"file://" +
+                           absolute +
+                           "\">"
                            "<img src=\"file:///C:/x/Velmora_Temp_Word_Doc_files/image003.png\">"
                            "<img src=\"./Velmora_Temp_Word_Doc-files/gone.png\">";
   control->ImportWord(temp.write("d.docx", "doc"), "mode:html");
@@ -306,9 +311,10 @@ TEST_F(Upload, ConvertedPagesReferToPicturesBesideThemInTheWorkingFolder) {
   ASSERT_EQ(receiver.posts().size(), 2) << "a drive-letter path and a missing file are refused";
   EXPECT_EQ(ReceiverProcess::field(receiver.posts()[0], "originalfile"), relative.toUtf8());
   EXPECT_EQ(ReceiverProcess::field(receiver.posts()[1], "originalfile"), absolute.toUtf8());
-  EXPECT_EQ(control->Body(), "<img src=\"" + addressOf(0) + "\"><IMG src=\"" + addressOf(1) + "\">"
-                             "<img src=\"file:///C:/x/Velmora_Temp_Word_Doc_files/image003.png\">"
-                             "<img src=\"./Velmora_Temp_Word_Doc-files/gone.png\">")
+  EXPECT_EQ(control->Body(), "<img src=\"" + addressOf(0) + "\"><IMG src=\"" + addressOf(1) +
+                                 "\">"
+                                 "<img src=\"file:///C:/x/Velmora_Temp_Word_Doc_files/image003.png\">"
+                                 "<img src=\"./Velmora_Temp_Word_Doc-files/gone.png\">")
       << "the rewrite finds src in any case and writes it as src";
   EXPECT_EQ(control->OriginalFiles(), "image001.png|image002.png");
 }
