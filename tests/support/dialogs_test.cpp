@@ -150,29 +150,21 @@ class Dialogs : public ::testing::Test {
     dialog.findChild<QLineEdit*>("fileNameEdit")->setText(text);
     accept(dialog);
   }
-  static int listedCount(QFileDialog& dialog) {
-    QListView* view = dialog.findChild<QListView*>("listView");
-    return view->model()->rowCount(view->rootIndex());
-  }
-  // Once the folder lists at least `count` entries, calls `act` on the dialog.
-  void whenListed(QFileDialog& dialog, int count, std::function<void(QFileDialog&)> act) {
-    QPointer<QFileDialog> guard(&dialog);
-    poll([guard, count, act] {
-      if (guard && listedCount(*guard) < count) return false;
-      if (guard) act(*guard);
-      return true;
-    });
-  }
-  // Selects the named files in the list as a user would with Ctrl+click, then accepts.
+  // Once the folder lists the named files, selects them as a user would with Ctrl+click and accepts.
   void selectAndAccept(QFileDialog& dialog, const QStringList& names) {
-    whenListed(dialog, int(names.size()), [names](QFileDialog& listed) {
-      QListView* view = listed.findChild<QListView*>("listView");
-      for (int row = 0; row < view->model()->rowCount(view->rootIndex()); ++row) {
+    QPointer<QFileDialog> guard(&dialog);
+    poll([guard, names] {
+      if (!guard) return true;
+      QListView* view = guard->findChild<QListView*>("listView");
+      const int rows = view->model()->rowCount(view->rootIndex());
+      if (rows < names.size()) return false;
+      for (int row = 0; row < rows; ++row) {
         const QModelIndex index = view->model()->index(row, 0, view->rootIndex());
         if (names.contains(index.data().toString()))
           view->selectionModel()->select(index, QItemSelectionModel::Select | QItemSelectionModel::Rows);
       }
-      accept(listed);
+      accept(*guard);
+      return true;
     });
   }
 
@@ -185,10 +177,7 @@ class Dialogs : public ::testing::Test {
 
 TEST_F(Dialogs, CancelGivesNothingAndResetsTheOutputs) {
   whenShownCancel();
-  EXPECT_EQ(ShowOpenDialog(true, false, DefaultFilter, 1, temp.path(), ""), "");
-  whenShownCancel();
   EXPECT_EQ(ShowSaveDialog(true, DefaultFilter, 1, temp.path(), "", ""), "");
-
   OpenFileName open{"given.txt", "x", DefaultFilter, true, 1, 0x10};
   clsCommonDialog dialog;
   whenShownCancel();
@@ -221,8 +210,6 @@ TEST_F(Dialogs, OpenReturnsOneFullPathWithOddCharactersIntact) {
 }
 
 TEST_F(Dialogs, TheFilterIndexPicksTheFilterShownFirst) {
-  temp.write("a.png", "x");
-  temp.write("README", "x");
   const QString filter = "Text|*.txt|Pictures|*.png;*.gif|" + DefaultFilter;
   // The list shows the page's descriptions as written, without Qt's pattern suffix.
   const std::pair<int32_t, QString> cases[] = {
@@ -236,18 +223,6 @@ TEST_F(Dialogs, TheFilterIndexPicksTheFilterShownFirst) {
     ShowOpenDialog(true, false, filter, index, temp.path(), "");
     EXPECT_EQ(selected, expected) << "index " << index;
   }
-
-  // "All files" lists a name without a dot too: Qt reads the patterns from the last
-  // parentheses, not from the "(*.*)" of the description.
-  int listed = 0;
-  whenShown([&](QFileDialog& dialog) {
-    whenListed(dialog, 2, [&](QFileDialog& shown) {
-      listed = listedCount(shown);
-      shown.reject();
-    });
-  });
-  ShowOpenDialog(true, false, DefaultFilter, 1, temp.path(), "");
-  EXPECT_EQ(listed, 2);
 }
 
 TEST_F(Dialogs, OpenReportsTheChosenFilterTitleAndForAMultipleSelectionFolderAndNames) {
