@@ -102,9 +102,12 @@ TEST_F(Upload, LocalSizeAndLocalExtDecideWhatIsSent) {
                        img(picture("c.png", QByteArray(2049, 'x'))) + img(picture("empty.gif", QByteArray())) +
                        img(picture("other.bmp"));  // collected by the pattern, not allowed by LocalExt
   const std::pair<QStringList, QString> cases[] = {
-      {{"1"}, "a.png|empty.gif"},           {{"2", "not a number"}, "a.png|b.png|empty.gif"},
-      {{"1.5"}, "a.png|b.png|empty.gif"},   {{"2.5"}, "a.png|b.png|empty.gif"},
-      {{"3", ""}, "a.png|b.png|c.png|empty.gif"}, {{"0"}, "empty.gif"},
+      {{"1"}, "a.png|empty.gif"},
+      {{"2", "not a number"}, "a.png|b.png|empty.gif"},
+      {{"1.5"}, "a.png|b.png|empty.gif"},
+      {{"2.5"}, "a.png|b.png|empty.gif"},
+      {{"3", ""}, "a.png|b.png|c.png|empty.gif"},
+      {{"0"}, "empty.gif"},
   };
   for (const auto& [values, uploaded] : cases) {
     for (const QString& value : values) control->setLocalSize(value);
