@@ -172,7 +172,16 @@ TEST(ExcelCleanup, StartsAfreshAndYieldsToTheEventLoop) {
   test::expectStartsAfresh<ExcelCleanup>("<body><td class=n x:num>1</td></body>", "<td class=n>1</td>", "EB4", 6);
 }
 
-// The shared sheet cleaned ahead of the sheet's own rules is checked by the wps_sheet golden output.
+// The wps_sheet golden output has no style of its own, so the order is checked here.
+TEST(ExcelCleanupWps, TheSharedSheetStandsCleanedAheadOfTheSheetsOwnRules) {
+  const QString page = "<head><style>\r\n<!--.xl70\r\n\t{mso-style-parent:style0;\r\n\tcolor:red;}\r\n-->\r\n"
+                       "</style></head><body><table border=0><tr><td class=xl70 x:str>a</td></tr></table></body>";
+  const QString shared = "td\r\n\t{mso-style-parent:style0;\r\n\tborder:none;}\r\n"
+                         ".xl65\r\n\t{mso-number-format:\"General\";\r\n\tfont-weight:700;}\r\n";
+  EXPECT_EQ(cleanWps(page, shared, "optimizemode:1").style,
+            "<style>\r\ntd {border:none;}\r\n.xl65 {font-weight:700;}\r\n<!--.xl70 {color:red;}\r\n</style>");
+}
+
 TEST(ExcelCleanupWps, TheSharedSheetReachesTheCellsOnlyInMode1) {
   EXPECT_EQ(cleanWps(doc("wps_sheet002.htm"), doc("wps_stylesheet.css"), "optimizemode:2").style, "");
   const Cleaned merged = cleanWps(doc("wps_sheet002.htm"), doc("wps_stylesheet.css"), "optimizemode:1;opt1css:1");
