@@ -61,8 +61,6 @@ TEST(WordCleanup, BodyRulesAndOptions) {
     const char* option;
     QString html, off, on;
   } switches[] = {
-      {"opt1vml", "<p><!--[if gte vml 1]><v:shape/><![endif]--><![if !vml]><img src=\"a.gif\"><![endif]></p>",
-       "<p>&nbsp;</p>", "<p><img src=\"a.gif\"></p>"},
       {"opt1absolute", "<p style='position: absolute;top:1pt'>x</p>", "", "<p style=';top:1pt'>x</p>"},
       {"opt1margin",
        "<p style='margin-left:-12.0pt;text-indent:-1pt'>x</p><span style='position:relative;left:-3.5pt'>y", "",
@@ -106,18 +104,9 @@ TEST(WordCleanup, BodyRulesAndOptions) {
            "<st1:City w:st=\"on\">Beijing</st1:City><span style=\"mso-spacerun:yes\">&nbsp;</span>"
            "<img width=1 src=\"a.gif\" v:shapes=\"_x0000_i1025\"></p>",
            m1, "<p class=MsoNormal style='color:red;'>Beijing<span>&nbsp;</span><img width=1 src=\"a.gif\"></p>"},
-          {"an empty paragraph keeps a no-break space (mode 1)", "<p class=MsoNormal></p>", m1,
-           "<p class=MsoNormal>&nbsp;</p>"},
-          {"an empty paragraph keeps a no-break space (mode 2)", "<p class=MsoNormal></p>", m2, "<p>&nbsp;</p>"},
           {"but not a pasted one", lowered, m1 + ";opt1eq:1", lowered, kAny, "paste"},
-          {"opt1eq sets a pasted raised equation in the middle",
-           "<p><span style='position:relative;top:5.0pt;mso-text-raise:-5.0pt'><img width=48 height=22 src=\"e.gif\" "
-           "style='width:36pt;height:16.5pt'></span></p>",
-           m1 + ";opt1eq:1", "<p>" + eqImg + "width=48 height=22 src=\"e.gif\" ></p>", kAny, "paste"},
           {"WPS leaves pictures of middle-aligned paragraphs", middle, m1 + ";opt1eq:1", middle, kAny, "import", WPS},
           // X8 takes the language's word characters only, so "-US" stays behind.
-          {"mode 2 keeps only p and br (and tags starting with those letters)", mixed, m2,
-           "Title<p -US>bold <br clear=all><pre>code</pre></p>c2"},
           {"opt2image keeps images", mixed, m2 + ";opt2image:1",
            "Title<p -US>bold <img src=\"a.gif\"><br clear=all><pre>code</pre></p>c2"},
           {"opt2table keeps tables with a grid", mixed, m2 + ";opt2table:1",
@@ -183,9 +172,6 @@ TEST(WordCleanup, PagesStylesAndFrames) {
        "<style>\r\nv\\:* {behavior:url(#default#VML);}\r\n.shape {behavior:url(#default#VML);}\r\n"
        "p {color:red;}\r\n</style>",
        "paste"},
-      {"opt1vml drops VML behaviour rules", vml, m1 + ";opt1vml:1", kAny, "<style>\r\np {color:red;}\r\n</style>",
-       "paste"},
-      {"mode 2 has no style at all", vml, "optimizemode:2", kAny, "", "paste"},
       {"opt1css folds the sheet into the elements in mode 1", cssPage, m1 + ";opt1css:1",
        "\r\n<p style=\"margin:0cm;font-size:10.5pt;color:red\"  >x</p>\r\n", ""},
       {"opt1css is only a mode 1 option", cssPage, "optimizemode:2;opt1css:1", "\r\n<p>x</p>\r\n", ""},
@@ -205,7 +191,6 @@ TEST(WordCleanup, PagesStylesAndFrames) {
       {"the frame options do nothing without pagewidth", points, m1 + ";pagemargin:1;pageeffect:1;pagescroll:1",
        "<p>x</p>"},
       {"Word does not read margins written one by one", sides, m1 + ";pagewidth:1", "<p>x</p>"},
-      {"WPS does", sides, m1 + ";pagewidth:1", framed, kAny, "import", WPS},
       {"WPS with pagemargin", sides, m1 + ";pagewidth:1;pagemargin:1",
        frame + "width:595.3000pt;padding:72.0000pt 90.0000pt 72.0000pt 90.0000pt;\"><tr><td><p>x</p></td></tr></table>",
        kAny, "import", WPS},
