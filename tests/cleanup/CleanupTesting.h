@@ -38,8 +38,12 @@ struct Case {
 inline void expectCases(const std::vector<Case>& cases, const std::function<Cleaned(const Case&)>& clean) {
   for (const Case& c : cases) {
     const Cleaned out = clean(c);
-    if (c.body) EXPECT_EQ(out.body, *c.body) << c.name;
-    if (c.style) EXPECT_EQ(out.style, *c.style) << c.name;
+    if (c.body) {
+      EXPECT_EQ(out.body, *c.body) << c.name;
+    }
+    if (c.style) {
+      EXPECT_EQ(out.style, *c.style) << c.name;
+    }
   }
 }
 
