@@ -206,7 +206,7 @@ TEST_F(PasteFlows, PastingFilesWhenTheClipboardHoldsNoneChangesNothingMore) {
 
 TEST_F(PasteFlows, AGiganticPictureEndsTheFlowWithAClearWord) {
   offer("image/png", blankMonochromePng(20000, 20000));
-  for (const QString& options : {"imgtype:png", "imgtype:jpg", "imgtype:gif"}) {
+  for (const char* options : {"imgtype:png", "imgtype:jpg", "imgtype:gif"}) {
     finish([&] { control->PasteImage(options); });
     EXPECT_TRUE(control->Error().startsWith("GDIPlus:")) << control->Error().toStdString();
     EXPECT_TRUE(control->Error().contains("20000")) << control->Error().toStdString();
