@@ -20,7 +20,7 @@ QString contents(const clsCollection& c) {
 
 clsCollection abc() {
   clsCollection c;
-  for (const QString& item : {"a", "b", "c"}) c.Add(item, "k" + item);
+  for (const QString item : {"a", "b", "c"}) c.Add(item, "k" + item);
   return c;
 }
 
