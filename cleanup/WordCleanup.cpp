@@ -100,7 +100,7 @@ QString Pipeline::applyModeTwo(QString text) const {
 // the whole page with the margins as padding). Without a usable page size and margins
 // the body stays as it is.
 QString framePage(const QString& body, const QString& pageSizeText, const QString& pageMarginText,
-                  const Pipeline& switches) {
+                  const Pipeline& pipeline) {
   QString width, leftMargin, rightMargin;
   const QString pageSize = trimBlanks(pageSizeText);
   if (!pageSize.isEmpty()) {
@@ -122,17 +122,17 @@ QString framePage(const QString& body, const QString& pageSizeText, const QStrin
 
   QString frame = QStringLiteral(
       "<table border=0 cellpadding=0 cellspacing=0 align=center style=\"overflow-x:hidden;word-break:break-all;");
-  if (switches.on(u"pagemargin"))
+  if (pipeline.on(u"pagemargin"))
     frame += QStringLiteral("width:") + width + QStringLiteral("pt;padding:") + pageMargin + QStringLiteral(";");
   else
     frame += QStringLiteral("width:") + pointsText(*widthValue - *leftValue - *rightValue) + QStringLiteral("pt;");
   QString framed = frame + QStringLiteral("\"><tr><td>") + body + QStringLiteral("</td></tr></table>");
-  if (switches.on(u"pageeffect"))
+  if (pipeline.on(u"pageeffect"))
     framed = QStringLiteral("<table cellspacing=0 cellpadding=0 align=center style=\"border-top:1px solid #000000;"
                             "border-left:1px solid #000000;border-right:3px solid #000000;border-bottom:3px solid "
                             "#000000;\"><tr><td style=\"background-color:#ffffff;\">") +
              framed + QStringLiteral("</td></table>");
-  if (switches.on(u"pagescroll"))
+  if (pipeline.on(u"pagescroll"))
     framed = QStringLiteral("<div style=\"width:100%;overflow:auto;\">") + framed + QStringLiteral("</div>");
   return framed;
 }
@@ -147,7 +147,6 @@ void WordCleanup::OptimizeHTML(const QString& source, const QString& html, const
   body.clear();
   const WordRuleSet& rules = word::wordRules(variant_);
   const Pipeline pipeline(rules, source, options, trace);
-  const Pipeline& switches = pipeline;
   const bool modeOne = GetOptValue(options, QStringLiteral("optimizemode")) == u"1";
 
   QString text = html;
@@ -168,13 +167,13 @@ void WordCleanup::OptimizeHTML(const QString& source, const QString& html, const
     text = pipeline.applyModeTwo(text);
   }
   text = pipeline.apply(text, rules.tail);
-  if (switches.on(u"pagewidth")) text = framePage(text, pageSize, pageMargin, switches);
+  if (pipeline.on(u"pagewidth")) text = framePage(text, pageSize, pageMargin, pipeline);
 
-  if (modeOne && switches.on(u"opt1css")) {
+  if (modeOne && pipeline.on(u"opt1css")) {
     text = clsCSS().MergeCssQuick(text, styleOut, trace);
     styleOut.clear();
   }
-  if (modeOne && !switches.on(u"pagewidth") && !switches.on(u"opt1grid"))
+  if (modeOne && !pipeline.on(u"pagewidth") && !pipeline.on(u"opt1grid"))
     text = pipeline.apply(text, rules.finalUnwrap);
 
   style = styleOut;
