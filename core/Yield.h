@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 class QObject;
 
 namespace velmora {
@@ -18,5 +20,9 @@ namespace velmora {
 void letPendingEventsRun();
 // Answers whether `self` still exists afterwards.
 [[nodiscard]] bool letPendingEventsRun(const QObject* self);
+// Lets events run until `done` answers true or `timeoutMs` has passed (a negative time
+// waits for ever); answers done(). Waiting for another process (the office helper) goes
+// through here, so the page keeps its answers flowing meanwhile.
+bool letEventsRunUntil(const std::function<bool()>& done, int timeoutMs);
 
 }  // namespace velmora

@@ -3,32 +3,38 @@
 #include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
 #include "clipboard/ClipboardPicture.h"
+#include "office/clsMicrosoftWord.h"
 
 namespace velmora {
 
 namespace {
 
-// clsMicrosoftWord and clsWPSWord.
+// clsMicrosoftWord on LibreOffice Writer, and clsWPSWord, which fails as on a machine
+// without WPS.
 class WordDocumentEngine : public WordEngine {
  public:
   WordDocumentEngine(Context& context, bool wps) : context_(context), wps_(wps) {}
 
-  Result<QString> Word2HTML(const QString&) override { return unavailable(); }
+  Result<QString> Word2HTML(const QString& file) override {
+    if (wps_) return unavailable();
+    return clsMicrosoftWord(context_, createLibreOfficeAutomation()).Word2HTML(file);
+  }
   StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) override {
     StyledHtml out;
     WordCleanup(context_, wps_ ? WordCleanup::Variant::WPS : WordCleanup::Variant::Word)
         .OptimizeHTML(source, html, options, out.style, out.body);
     return out;
   }
-  Result<QString> Word2Images(const QString&, const QString&) override { return unavailable(); }
+  Result<QString> Word2Images(const QString& file, const QString& options) override {
+    if (wps_) return unavailable();
+    return clsMicrosoftWord(context_, createLibreOfficeAutomation()).Word2Images(file, options);
+  }
   Result<QString> WordPaste2Image(const QString& options) override {
     return velmora::WordPaste2Image(context_.g_sTempFolder, options);
   }
 
  private:
-  Failure unavailable() const {
-    return creationFailure(wps_ ? QStringLiteral("WPS.Application") : QStringLiteral("Word.Application"));
-  }
+  Failure unavailable() const { return creationFailure(QStringLiteral("WPS.Application")); }
   Context& context_;
   bool wps_;
 };

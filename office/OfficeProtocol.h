@@ -1,0 +1,66 @@
+#pragma once
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+#include <optional>
+
+namespace velmora {
+
+// What the automation layer and the office helper (velmora-office) say to each other. Each
+// message is one frame: a 4-byte big-endian length, then a compact JSON object. The same
+// frames run between the helper's front process and the worker that holds LibreOffice.
+
+// One document, one job: the office opens the document hidden and read-only, does the job,
+// and closes it without saving.
+struct OfficeJob {
+  enum class Kind { WebPage, PagePictures };
+  Kind kind = Kind::WebPage;
+  QString document;   // the document's path
+  QString target;     // WebPage: the page's path; PagePictures: every picture's path up to its page number
+  QString imageType;  // PagePictures: "png", "gif" or "jpg"
+
+  QJsonObject toJson() const;
+  static std::optional<OfficeJob> fromJson(const QJsonObject& json);
+};
+
+// How the job went. A failed job names the stage that stopped it, as the office reports it:
+// "CreateObject" (the office could not start), "Open" (loading the document) or "SaveAs"
+// (writing what was asked), with a description a person can read.
+struct OfficeAnswer {
+  QString failedStage;
+  QString description;
+  QStringList files;  // PagePictures: the pictures written, in page order
+
+  bool ok() const { return failedStage.isEmpty(); }
+  QJsonObject toJson() const;
+  static OfficeAnswer fromJson(const QJsonObject& json);
+  static OfficeAnswer failure(const QString& stage, const QString& description) { return {stage, description, {}}; }
+};
+
+// While a job runs, the worker says which stage it has reached, so that the front process
+// can say where a hung or crashed office stopped.
+QJsonObject stageNotice(const QString& stage);
+// The stage a notice names, or "" when the frame is an answer.
+QString noticedStage(const QJsonObject& frame);
+
+QByteArray encodeFrame(const QJsonObject& message);
+
+// Collects frames from a byte stream.
+class FrameReader {
+ public:
+  // A frame larger than this is a broken peer, never a real message.
+  static constexpr qsizetype kLargestFrame = 16 * 1024 * 1024;
+
+  void append(const QByteArray& bytes) { buffer_.append(bytes); }
+  // The next complete frame, or nothing while it has not all arrived. A frame that is too
+  // large or not a JSON object marks the stream broken.
+  std::optional<QJsonObject> next();
+  bool broken() const { return broken_; }
+
+ private:
+  QByteArray buffer_;
+  bool broken_ = false;
+};
+
+}  // namespace velmora

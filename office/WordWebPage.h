@@ -1,0 +1,25 @@
+#pragma once
+#include <QString>
+#include <optional>
+
+#include "core/Result.h"
+
+namespace velmora {
+
+// LibreOffice saves a document as a web page in its own way; the Word clean-up and the
+// upload expect the page the word processor writes. This turns the first into the second,
+// in place:
+// - the pictures LibreOffice wrote beside the page move into the companion folder
+//   (page base name + "_files"), and their src attributes point into it; a src naming
+//   anything else (a linked picture's outside address) is left as it is, so the upload
+//   never takes it for one of the page's own pictures;
+// - the style element is the plain <style> with its text in a comment;
+// - the @page rule names its section and gives the page size and the four margins
+//   (top right bottom left) in points.
+// A page that cannot be read or written back: "ReadFile:" and why.
+Outcome shapeAsWordPage(const QString& pagePath);
+
+// A CSS length ("8.27in", "2cm", "12pt") in points; nothing for anything else.
+std::optional<double> cssLengthInPoints(const QString& length);
+
+}  // namespace velmora

@@ -1,0 +1,66 @@
+#include "office/clsMicrosoftWord.h"
+
+#include <QFile>
+
+#include "core/OptionString.h"
+#include "core/Text.h"
+#include "core/Yield.h"
+#include "office/WordWebPage.h"
+#include "support/basPublic.h"
+
+namespace velmora {
+
+namespace {
+
+// The office's stage, as the error word the caller reports.
+Failure stageFailure(const OfficeAnswer& answer) { return {answer.failedStage + u':', answer.description}; }
+
+}  // namespace
+
+clsMicrosoftWord::clsMicrosoftWord(Context& context, std::unique_ptr<OfficeAutomation> office, QString progId)
+    : context_(context), office_(std::move(office)), progId_(std::move(progId)) {}
+
+Outcome clsMicrosoftWord::createApplication() {
+  const Outcome created = office_->CreateObject(progId_);
+  letPendingEventsRun();
+  return created;
+}
+
+OfficeAnswer clsMicrosoftWord::runJob(const OfficeJob& job) {
+  OfficeAnswer answer = office_->run(job);
+  letPendingEventsRun();
+  return answer;
+}
+
+Result<QString> clsMicrosoftWord::Word2HTML(const QString& file) {
+  letPendingEventsRun();
+  const QString pagePath = context_.g_sTempFolder + QStringLiteral("Velmora_Temp_Word_Doc.html");
+  if (const Outcome created = createApplication(); !created) return created.failure();
+
+  QFile::remove(pagePath);  // the read-back below must find this call's page, or none
+  const OfficeAnswer saved = runJob({OfficeJob::Kind::WebPage, file, pagePath, {}});
+  if (saved.failedStage == u"CreateObject" || saved.failedStage == u"Open") return stageFailure(saved);
+  // A failed save is not reported for itself: whether the page exists decides.
+  if (!FileExists(pagePath))
+    return Failure{QStringLiteral("ReadFile:"), saved.ok() ? QStringLiteral("no page was written for ") + file
+                                                           : saved.description};
+  if (const Outcome shaped = shapeAsWordPage(pagePath); !shaped) return shaped.failure();
+  return ReadTextFile(pagePath);
+}
+
+Result<QString> clsMicrosoftWord::Word2Images(const QString& file, const QString& options) {
+  letPendingEventsRun();
+  QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
+  if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
+  if (const Outcome created = createApplication(); !created) return created.failure();
+
+  const QString stem = context_.g_sTempFolder + GetTimeStamp();
+  const OfficeAnswer drawn = runJob({OfficeJob::Kind::PagePictures, file, stem, imageType});
+  if (drawn.failedStage == u"CreateObject" || drawn.failedStage == u"Open") return stageFailure(drawn);
+  // A page that could not be drawn or saved is left out; the others still come.
+  QString html;
+  for (const QString& picture : drawn.files) html += pictureFragment(picture);
+  return html;
+}
+
+}  // namespace velmora

@@ -1,0 +1,184 @@
+#include "officehelper/LibreOfficeWorker.h"
+
+#define LOK_USE_UNSTABLE_API
+#include <LibreOfficeKit/LibreOfficeKit.hxx>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QImage>
+#include <QRect>
+#include <QRegularExpression>
+#include <QUrl>
+#include <memory>
+
+#include "clipboard/clsSaveBitmapAs.h"
+#include "office/OfficeProtocol.h"
+#include "officehelper/PrivateProfile.h"
+#include "support/basPublic.h"
+
+namespace velmora {
+
+namespace {
+
+// Page pictures are drawn at 150 dots per inch: an A4 page is 1240 pixels wide, sharp in an
+// editor column on a 1.5x screen and for reading body text, at a fifth of a 300-dpi print
+// scan's size.
+constexpr int kPictureDpi = 150;
+constexpr int kTwipsPerInch = 1440;
+
+// Where LibreOffice's program folder is: Debian's place, or beside the `soffice` on the PATH.
+QString libreOfficeProgramFolder() {
+  for (const QString& folder : {QStringLiteral("/usr/lib/libreoffice/program"), QStringLiteral("/opt/libreoffice/program")})
+    if (QFileInfo::exists(folder + QStringLiteral("/libmergedlo.so")) ||
+        QFileInfo::exists(folder + QStringLiteral("/libsofficeapp.so")))
+      return folder;
+  for (const QString& dir : qEnvironmentVariable("PATH").split(u':', Qt::SkipEmptyParts)) {
+    const QFileInfo soffice(dir + QStringLiteral("/soffice"));
+    if (soffice.exists()) return QFileInfo(soffice.canonicalFilePath()).absolutePath();
+  }
+  return {};
+}
+
+QString fileUrl(const QString& path) { return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded); }
+
+// LibreOffice's error text names its own source file; a person needs the reason only.
+QString readableReason(const char* error) {
+  const QString text = QString::fromUtf8(error ? error : "");
+  const QRegularExpressionMatch quoted = QRegularExpression(QStringLiteral("\"([^\"]+)\"")).match(text);
+  if (quoted.hasMatch()) return quoted.captured(1);
+  return text.isEmpty() ? QStringLiteral("no reason given") : text.section(QStringLiteral(" at "), 0, 0);
+}
+
+class Worker {
+ public:
+  explicit Worker(int answerFd) : answerFd_(answerFd) {}
+
+  void start(const QString& profileFolder) {
+    const Outcome profile = writePrivateProfile(profileFolder);
+    if (!profile) {
+      startFailure_ = profile.failure().description;
+      return;
+    }
+    const QString program = libreOfficeProgramFolder();
+    if (program.isEmpty()) {
+      startFailure_ = QStringLiteral(
+          "LibreOffice is not installed: install the packages libreoffice-writer-nogui (documents), "
+          "libreoffice-calc-nogui (sheets) and libreoffice-impress-nogui (slides)");
+      return;
+    }
+    office_.reset(lok::lok_cpp_init(program.toUtf8().constData(), fileUrl(profileFolder).toUtf8().constData()));
+    if (!office_) {
+      startFailure_ = QStringLiteral("LibreOffice in ") + program + QStringLiteral(" could not start");
+      return;
+    }
+    // A password-protected document asks for its password; the answer is always "none", so
+    // its load fails at once instead of waiting for a person who is not there.
+    office_->setOptionalFeatures(LOK_FEATURE_DOCUMENT_PASSWORD);
+    office_->registerCallback(&Worker::onOfficeCallback, this);
+  }
+
+  void serve() {
+    FrameReader reader;
+    char chunk[65536];
+    for (;;) {
+      const ssize_t n = read(STDIN_FILENO, chunk, sizeof chunk);
+      if (n <= 0) return;
+      reader.append(QByteArray(chunk, n));
+      while (const std::optional<QJsonObject> frame = reader.next()) {
+        const std::optional<OfficeJob> job = OfficeJob::fromJson(*frame);
+        send((job ? run(*job) : OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job"))).toJson());
+      }
+      if (reader.broken()) return;
+    }
+  }
+
+ private:
+  static void onOfficeCallback(int type, const char* payload, void* self) {
+    if (type == LOK_CALLBACK_DOCUMENT_PASSWORD || type == LOK_CALLBACK_DOCUMENT_PASSWORD_TO_MODIFY)
+      static_cast<Worker*>(self)->office_->setDocumentPassword(payload, nullptr);
+  }
+
+  OfficeAnswer run(const OfficeJob& job) {
+    if (!office_) return OfficeAnswer::failure(QStringLiteral("CreateObject"), startFailure_);
+    send(stageNotice(QStringLiteral("Open")));
+    std::unique_ptr<lok::Document> document(
+        office_->documentLoad(fileUrl(job.document).toUtf8().constData(), "Language=en-US,Batch=true"));
+    if (!document)
+      return OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("LibreOffice could not open ") +
+                                                                job.document + QStringLiteral(": ") +
+                                                                readableReason(office_->getError()));
+    send(stageNotice(QStringLiteral("SaveAs")));
+    return job.kind == OfficeJob::Kind::WebPage ? saveWebPage(*document, job) : savePagePictures(*document, job);
+  }
+
+  OfficeAnswer saveWebPage(lok::Document& document, const OfficeJob& job) {
+    if (document.saveAs(fileUrl(job.target).toUtf8().constData(), "html")) return {};
+    return OfficeAnswer::failure(QStringLiteral("SaveAs"), QStringLiteral("LibreOffice could not write ") +
+                                                               job.target + QStringLiteral(": ") +
+                                                               readableReason(office_->getError()));
+  }
+
+  // Each page drawn straight from the laid-out document, at kPictureDpi.
+  OfficeAnswer savePagePictures(lok::Document& document, const OfficeJob& job) {
+    document.initializeForRendering();
+    OfficeAnswer answer;
+    const QList<QRect> pages = pageRectangles(document);
+    clsSaveBitmapAs saver;
+    for (qsizetype i = 0; i < pages.size(); ++i) {
+      // Past page 999 the number grows a digit, so no page overwrites an earlier one.
+      const int number = int(i + 1);
+      const QString name = job.target + (number > 999 ? QString::number(number) : PadNumber(number, 3, 0)) + u'.' +
+                           job.imageType;
+      if (saver.SavePictureFromHDC(drawPage(document, pages[i]), name)) answer.files << name;
+    }
+    if (pages.isEmpty()) return OfficeAnswer::failure(QStringLiteral("SaveAs"), QStringLiteral("the document has no pages"));
+    return answer;
+  }
+
+  static QList<QRect> pageRectangles(lok::Document& document) {
+    QList<QRect> pages;
+    std::unique_ptr<char, decltype(&free)> text(document.getPartPageRectangles(), &free);
+    for (const QString& page : QString::fromUtf8(text.get()).split(u';', Qt::SkipEmptyParts)) {
+      const QStringList n = page.split(u',');
+      if (n.size() == 4) pages << QRect(n[0].trimmed().toInt(), n[1].trimmed().toInt(), n[2].trimmed().toInt(), n[3].trimmed().toInt());
+    }
+    return pages;
+  }
+
+  static QImage drawPage(lok::Document& document, const QRect& twips) {
+    const int width = twips.width() * kPictureDpi / kTwipsPerInch;
+    const int height = twips.height() * kPictureDpi / kTwipsPerInch;
+    // LibreOfficeKit paints premultiplied BGRA, which is Qt's ARGB32 on a little-endian machine.
+    QImage picture(width, height, QImage::Format_ARGB32_Premultiplied);
+    picture.fill(Qt::white);
+    document.paintTile(picture.bits(), width, height, twips.x(), twips.y(), twips.width(), twips.height());
+    return picture.convertToFormat(QImage::Format_RGB32);
+  }
+
+  void send(const QJsonObject& message) {
+    const QByteArray frame = encodeFrame(message);
+    for (qsizetype done = 0; done < frame.size();) {
+      const ssize_t n = write(answerFd_, frame.constData() + done, size_t(frame.size() - done));
+      if (n <= 0) _exit(1);  // the front process is gone
+      done += n;
+    }
+  }
+
+  int answerFd_;
+  std::unique_ptr<lok::Office> office_;
+  QString startFailure_;
+};
+
+}  // namespace
+
+void runLibreOfficeWorker(const QString& profileFolder) {
+  const int answerFd = dup(STDOUT_FILENO);
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+  Worker worker(answerFd);
+  worker.start(profileFolder);
+  worker.serve();
+  _exit(0);
+}
+
+}  // namespace velmora

@@ -1,0 +1,175 @@
+#include "officehelper/OfficeBroker.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QLocalSocket>
+
+namespace velmora {
+
+namespace {
+
+// The resident memory of a process, from /proc, in megabytes; 0 when unknown.
+qint64 residentMb(qint64 pid) {
+  QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+  if (!status.open(QIODevice::ReadOnly)) return 0;
+  for (const QByteArray& line : status.readAll().split('\n'))
+    if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').value(0).toLongLong() / 1024;
+  return 0;
+}
+
+QString doing(const QString& stage) {
+  if (stage == u"SaveAs") return QStringLiteral("saving");
+  if (stage == u"Open") return QStringLiteral("loading");
+  return QStringLiteral("starting for");
+}
+
+}  // namespace
+
+OfficeBroker::OfficeBroker(BrokerSettings settings) : settings_(std::move(settings)) {
+  server_.setSocketOptions(QLocalServer::UserAccessOption);  // the user's own programs only
+  connect(&server_, &QLocalServer::newConnection, this, &OfficeBroker::accept);
+  timeLimit_.setSingleShot(true);
+  connect(&timeLimit_, &QTimer::timeout, this, &OfficeBroker::timeLimitPassed);
+  idle_.setSingleShot(true);
+  connect(&idle_, &QTimer::timeout, this, &OfficeBroker::idleCheck);
+}
+
+OfficeBroker::~OfficeBroker() { stopWorker(); }
+
+bool OfficeBroker::listen(QString& error) {
+  QLocalSocket probe;
+  probe.connectToServer(settings_.socketPath);
+  if (probe.waitForConnected(500)) {
+    error = QStringLiteral("another office helper already serves ") + settings_.socketPath;
+    return false;
+  }
+  QLocalServer::removeServer(settings_.socketPath);  // a socket left by a helper that died
+  if (!server_.listen(settings_.socketPath)) {
+    error = server_.errorString();
+    return false;
+  }
+  startWorker();  // warm before the first caller asks
+  idle_.start(settings_.idleSeconds * 1000);
+  return true;
+}
+
+void OfficeBroker::accept() {
+  while (QLocalSocket* caller = server_.nextPendingConnection()) {
+    idle_.stop();
+    auto* frames = new FrameReader;
+    connect(caller, &QObject::destroyed, [frames] { delete frames; });
+    caller->setProperty("frames", QVariant::fromValue(static_cast<void*>(frames)));
+    connect(caller, &QLocalSocket::readyRead, this, [this, caller] { readFrom(caller); });
+    ++callers_;
+    connect(caller, &QLocalSocket::disconnected, this, [this, caller] {
+      caller->deleteLater();
+      --callers_;
+      if (!busy()) idle_.start(settings_.idleSeconds * 1000);
+    });
+  }
+}
+
+void OfficeBroker::readFrom(QLocalSocket* caller) {
+  auto* frames = static_cast<FrameReader*>(caller->property("frames").value<void*>());
+  frames->append(caller->readAll());
+  while (const std::optional<QJsonObject> frame = frames->next()) {
+    if (const std::optional<OfficeJob> job = OfficeJob::fromJson(*frame))
+      queue_.enqueue({caller, *job});
+    else
+      caller->write(encodeFrame(OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job")).toJson()));
+  }
+  if (frames->broken()) caller->abort();
+  pump();
+}
+
+void OfficeBroker::pump() {
+  while (!current_ && !queue_.isEmpty()) {
+    Pending next = queue_.dequeue();
+    if (!next.caller) continue;  // the caller went away while waiting
+    if (!worker_) startWorker();
+    current_ = next;
+    currentStage_ = QStringLiteral("Open");
+    worker_->write(encodeFrame(next.job.toJson()));
+    timeLimit_.start(settings_.timeLimitSeconds * 1000);
+  }
+}
+
+void OfficeBroker::startWorker() {
+  worker_ = new QProcess(this);
+  worker_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+  connect(worker_, &QProcess::readyReadStandardOutput, this, &OfficeBroker::readWorker);
+  connect(worker_, &QProcess::finished, this, &OfficeBroker::workerEnded);
+  workerFrames_ = FrameReader();
+  documentsDone_ = 0;
+  worker_->start(QCoreApplication::applicationFilePath(), {QStringLiteral("--worker"), settings_.profileFolder});
+}
+
+void OfficeBroker::stopWorker() {
+  if (!worker_) return;
+  QProcess* worker = std::exchange(worker_, nullptr);
+  worker->disconnect(this);
+  worker->kill();  // LibreOfficeKit holds nothing that needs a clean exit
+  worker->waitForFinished(5000);
+  worker->deleteLater();
+}
+
+void OfficeBroker::readWorker() {
+  workerFrames_.append(worker_->readAllStandardOutput());
+  while (const std::optional<QJsonObject> frame = workerFrames_.next()) {
+    if (const QString stage = noticedStage(*frame); !stage.isEmpty())
+      currentStage_ = stage;
+    else if (current_)
+      finish(OfficeAnswer::fromJson(*frame));
+  }
+  if (workerFrames_.broken()) {
+    stopWorker();
+    if (current_) finish(OfficeAnswer::failure(currentStage_, stopDescription(QStringLiteral("sent garbage"))));
+  }
+}
+
+void OfficeBroker::workerEnded() {
+  const bool crashed = worker_->exitStatus() == QProcess::CrashExit;
+  stopWorker();
+  if (current_)
+    finish(OfficeAnswer::failure(currentStage_, stopDescription(crashed ? QStringLiteral("stopped (it crashed)")
+                                                                        : QStringLiteral("stopped"))));
+}
+
+void OfficeBroker::timeLimitPassed() {
+  stopWorker();
+  if (current_)
+    finish(OfficeAnswer::failure(
+        currentStage_, stopDescription(QStringLiteral("stopped responding")) +
+                           QStringLiteral(" after %1 s").arg(settings_.timeLimitSeconds)));
+}
+
+// "LibreOffice stopped responding while loading /home/u/a.docx"
+QString OfficeBroker::stopDescription(const QString& how) const {
+  return QStringLiteral("LibreOffice ") + how + QStringLiteral(" while ") + doing(currentStage_) + u' ' +
+         (current_ ? current_->job.document : QString());
+}
+
+void OfficeBroker::finish(const OfficeAnswer& answer) {
+  timeLimit_.stop();
+  const Pending done = *std::exchange(current_, std::nullopt);
+  if (done.caller) done.caller->write(encodeFrame(answer.toJson()));
+  ++documentsDone_;
+  recycleIfWorn();
+  if (!worker_) startWorker();  // the next caller finds a warm office
+  pump();
+}
+
+void OfficeBroker::recycleIfWorn() {
+  if (!worker_) return;
+  if (documentsDone_ >= settings_.documentsPerWorker || residentMb(worker_->processId()) > settings_.memoryLimitMb)
+    stopWorker();
+}
+
+bool OfficeBroker::busy() const { return callers_ > 0 || current_ || !queue_.isEmpty(); }
+
+// Idle minutes over: the helper and its office leave, and the next caller starts them again.
+void OfficeBroker::idleCheck() {
+  if (!busy()) QCoreApplication::quit();
+}
+
+}  // namespace velmora
