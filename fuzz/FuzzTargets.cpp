@@ -13,6 +13,8 @@
 #include "clipboard/clsFlashHeader.h"
 #include "core/OptionString.h"
 #include "dialogs/clsCommonDialog.h"
+#include "office/OfficeProtocol.h"
+#include "office/WordWebPage.h"
 #include "platform/ClipboardMime.h"
 #include "platform/DropFiles.h"
 #include "support/basPublic.h"
@@ -131,14 +133,42 @@ void cssMerge(const uint8_t* data, size_t size) {
   clsCSS().MergeCss(html, css);
 }
 
+// The office helper's frames, as a caller or a broken worker might send them, split at an
+// arbitrary point.
+void officeFrames(const uint8_t* data, size_t size) {
+  const QByteArray bytes = bytesOf(data, size);
+  FrameReader reader;
+  reader.append(bytes.left(bytes.size() / 2));
+  while (const std::optional<QJsonObject> frame = reader.next()) OfficeJob::fromJson(*frame);
+  reader.append(bytes.mid(bytes.size() / 2));
+  while (const std::optional<QJsonObject> frame = reader.next()) {
+    OfficeJob::fromJson(*frame);
+    OfficeAnswer::fromJson(*frame);
+  }
+}
+
+// The page LibreOffice saved, reshaped in a folder of its own beside one real picture.
+void wordWebPage(const uint8_t* data, size_t size) {
+  static QTemporaryDir folder;
+  const QString page = folder.path() + QStringLiteral("/Velmora_Temp_Word_Doc.html");
+  QFile::remove(page);
+  QFile file(page);
+  if (file.open(QIODevice::WriteOnly)) file.write(bytesOf(data, size));
+  file.close();
+  QFile picture(folder.path() + QStringLiteral("/Velmora_Temp_Word_Doc_html_1.png"));
+  if (picture.open(QIODevice::WriteOnly)) picture.write("png");
+  picture.close();
+  (void)shapeAsWordPage(page);
+}
+
 }  // namespace
 
 const std::vector<Target>& targets() {
   static const std::vector<Target> all{
-      {"flash_header", flashHeader},     {"text_file", textFile},       {"option_string", optionString},
-      {"quick_format", quickFormat},     {"html_format", htmlFormat},   {"file_lists", fileLists},
-      {"dialog_buffers", dialogBuffers}, {"word_cleanup", wordCleanup}, {"excel_cleanup", excelCleanup},
-      {"css_merge", cssMerge},
+      {"flash_header", flashHeader},     {"text_file", textFile},         {"option_string", optionString},
+      {"quick_format", quickFormat},     {"html_format", htmlFormat},     {"file_lists", fileLists},
+      {"dialog_buffers", dialogBuffers}, {"word_cleanup", wordCleanup},   {"excel_cleanup", excelCleanup},
+      {"css_merge", cssMerge},           {"office_frames", officeFrames}, {"word_web_page", wordWebPage},
   };
   return all;
 }

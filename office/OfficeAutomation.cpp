@@ -63,7 +63,8 @@ class LibreOfficeAutomation : public OfficeAutomation {
 
   OfficeAnswer run(const OfficeJob& job) override {
     if (socket_.state() != QLocalSocket::ConnectedState)
-      return OfficeAnswer::failure(QStringLiteral("CreateObject"), QStringLiteral("the office helper is not connected"));
+      return OfficeAnswer::failure(QStringLiteral("CreateObject"),
+                                   QStringLiteral("the office helper is not connected"));
     socket_.write(encodeFrame(job.toJson()));
     std::optional<QJsonObject> answer;
     auto arrived = [&] {

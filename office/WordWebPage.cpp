@@ -52,7 +52,8 @@ QString wordPageRule(const QString& block) {
   for (QString& length : margins) length = inPoints(length);
   QString rule = QStringLiteral("@page WordSection1\n\t{");
   if (size.size() == 2) rule += QStringLiteral("size:") + size.join(u' ') + QStringLiteral(";\n\t");
-  return rule + QStringLiteral("margin:") + margins.join(u' ') + QStringLiteral(";}\ndiv.WordSection1\n\t{page:WordSection1;}");
+  return rule + QStringLiteral("margin:") + margins.join(u' ') +
+         QStringLiteral(";}\ndiv.WordSection1\n\t{page:WordSection1;}");
 }
 
 QString reshapeStyle(QString html) {
@@ -83,7 +84,8 @@ class PictureMover {
 
   Outcome prepare() const {
     DeleteFolder(folder_ + companion_);
-    if (!QDir().mkpath(folder_ + companion_)) return readFailure(QStringLiteral("cannot create ") + folder_ + companion_);
+    if (!QDir().mkpath(folder_ + companion_))
+      return readFailure(QStringLiteral("cannot create ") + folder_ + companion_);
     return {};
   }
 

@@ -42,8 +42,8 @@ Result<QString> clsMicrosoftWord::Word2HTML(const QString& file) {
   if (saved.failedStage == u"CreateObject" || saved.failedStage == u"Open") return stageFailure(saved);
   // A failed save is not reported for itself: whether the page exists decides.
   if (!FileExists(pagePath))
-    return Failure{QStringLiteral("ReadFile:"), saved.ok() ? QStringLiteral("no page was written for ") + file
-                                                           : saved.description};
+    return Failure{QStringLiteral("ReadFile:"),
+                   saved.ok() ? QStringLiteral("no page was written for ") + file : saved.description};
   if (const Outcome shaped = shapeAsWordPage(pagePath); !shaped) return shaped.failure();
   return ReadTextFile(pagePath);
 }
@@ -56,8 +56,10 @@ Result<QString> clsMicrosoftWord::Word2Images(const QString& file, const QString
 
   const QString stem = context_.g_sTempFolder + GetTimeStamp();
   const OfficeAnswer drawn = runJob({OfficeJob::Kind::PagePictures, file, stem, imageType});
-  if (drawn.failedStage == u"CreateObject" || drawn.failedStage == u"Open") return stageFailure(drawn);
-  // A page that could not be drawn or saved is left out; the others still come.
+  // A page that could not be saved is left out and the others still come; but an office
+  // that stopped while drawing (it crashed, or passed its time limit) leaves nothing to
+  // show, and the user hears why rather than getting an empty import.
+  if (!drawn.ok()) return stageFailure(drawn);
   QString html;
   for (const QString& picture : drawn.files) html += pictureFragment(picture);
   return html;

@@ -1,8 +1,8 @@
 #include "officehelper/LibreOfficeWorker.h"
 
 #define LOK_USE_UNSTABLE_API
-#include <LibreOfficeKit/LibreOfficeKit.hxx>
 #include <unistd.h>
+#include <LibreOfficeKit/LibreOfficeKit.hxx>
 
 #include <QDir>
 #include <QFileInfo>
@@ -27,12 +27,21 @@ namespace {
 constexpr int kPictureDpi = 150;
 constexpr int kTwipsPerInch = 1440;
 
-// Where LibreOffice's program folder is: Debian's place, or beside the `soffice` on the PATH.
+bool holdsLibreOffice(const QString& folder) {
+  return QFileInfo::exists(folder + QStringLiteral("/libmergedlo.so")) ||
+         QFileInfo::exists(folder + QStringLiteral("/libsofficeapp.so"));
+}
+
+// Where LibreOffice's program folder is: VELMORA_LIBREOFFICE_PROGRAM names it, else
+// Debian's place, else beside the `soffice` on the PATH.
 QString libreOfficeProgramFolder() {
-  for (const QString& folder : {QStringLiteral("/usr/lib/libreoffice/program"), QStringLiteral("/opt/libreoffice/program")})
-    if (QFileInfo::exists(folder + QStringLiteral("/libmergedlo.so")) ||
-        QFileInfo::exists(folder + QStringLiteral("/libsofficeapp.so")))
-      return folder;
+  if (qEnvironmentVariableIsSet("VELMORA_LIBREOFFICE_PROGRAM")) {
+    const QString named = qEnvironmentVariable("VELMORA_LIBREOFFICE_PROGRAM");
+    return holdsLibreOffice(named) ? named : QString();
+  }
+  for (const QString& folder :
+       {QStringLiteral("/usr/lib/libreoffice/program"), QStringLiteral("/opt/libreoffice/program")})
+    if (holdsLibreOffice(folder)) return folder;
   for (const QString& dir : qEnvironmentVariable("PATH").split(u':', Qt::SkipEmptyParts)) {
     const QFileInfo soffice(dir + QStringLiteral("/soffice"));
     if (soffice.exists()) return QFileInfo(soffice.canonicalFilePath()).absolutePath();
@@ -45,6 +54,10 @@ QString fileUrl(const QString& path) { return QUrl::fromLocalFile(path).toString
 // LibreOffice's error text names its own source file; a person needs the reason only.
 QString readableReason(const char* error) {
   const QString text = QString::fromUtf8(error ? error : "");
+  // What LibreOfficeKit says for a damaged file, a password-protected one and a file in no
+  // form it knows alike.
+  if (text.contains(QStringLiteral("empty reference")) || text.contains(QStringLiteral("type detection failed")))
+    return QStringLiteral("the file is damaged, protected by a password, or not a document LibreOffice reads");
   const QRegularExpressionMatch quoted = QRegularExpression(QStringLiteral("\"([^\"]+)\"")).match(text);
   if (quoted.hasMatch()) return quoted.captured(1);
   return text.isEmpty() ? QStringLiteral("no reason given") : text.section(QStringLiteral(" at "), 0, 0);
@@ -62,9 +75,9 @@ class Worker {
     }
     const QString program = libreOfficeProgramFolder();
     if (program.isEmpty()) {
-      startFailure_ = QStringLiteral(
-          "LibreOffice is not installed: install the packages libreoffice-writer-nogui (documents), "
-          "libreoffice-calc-nogui (sheets) and libreoffice-impress-nogui (slides)");
+      startFailure_ =
+          QStringLiteral("LibreOffice is not installed: install the packages libreoffice-writer-nogui (documents), "
+                         "libreoffice-calc-nogui (sheets) and libreoffice-impress-nogui (slides)");
       return;
     }
     office_.reset(lok::lok_cpp_init(program.toUtf8().constData(), fileUrl(profileFolder).toUtf8().constData()));
@@ -72,10 +85,9 @@ class Worker {
       startFailure_ = QStringLiteral("LibreOffice in ") + program + QStringLiteral(" could not start");
       return;
     }
-    // A password-protected document asks for its password; the answer is always "none", so
-    // its load fails at once instead of waiting for a person who is not there.
-    office_->setOptionalFeatures(LOK_FEATURE_DOCUMENT_PASSWORD);
-    office_->registerCallback(&Worker::onOfficeCallback, this);
+    // LibreOfficeKit's password question is left switched off: a document that needs a
+    // password then fails to load at once (answering the question instead aborts the
+    // office on some formats and loops on others).
   }
 
   void serve() {
@@ -87,35 +99,39 @@ class Worker {
       reader.append(QByteArray(chunk, n));
       while (const std::optional<QJsonObject> frame = reader.next()) {
         const std::optional<OfficeJob> job = OfficeJob::fromJson(*frame);
-        send((job ? run(*job) : OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job"))).toJson());
+        send((job ? run(*job) : OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job")))
+                 .toJson());
       }
       if (reader.broken()) return;
     }
   }
 
  private:
-  static void onOfficeCallback(int type, const char* payload, void* self) {
-    if (type == LOK_CALLBACK_DOCUMENT_PASSWORD || type == LOK_CALLBACK_DOCUMENT_PASSWORD_TO_MODIFY)
-      static_cast<Worker*>(self)->office_->setDocumentPassword(payload, nullptr);
-  }
-
   OfficeAnswer run(const OfficeJob& job) {
     if (!office_) return OfficeAnswer::failure(QStringLiteral("CreateObject"), startFailure_);
     send(stageNotice(QStringLiteral("Open")));
+    const auto openFailure = [&](const QString& why) {
+      return OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("LibreOffice could not open ") +
+                                                               job.document + QStringLiteral(": ") + why);
+    };
+    // LibreOffice opens an empty file as a new, empty document: not what the user meant.
+    const QFileInfo file(job.document);
+    if (!file.isFile()) return openFailure(QStringLiteral("there is no such file"));
+    if (file.size() == 0) return openFailure(QStringLiteral("the file is empty"));
     std::unique_ptr<lok::Document> document(
         office_->documentLoad(fileUrl(job.document).toUtf8().constData(), "Language=en-US,Batch=true"));
-    if (!document)
-      return OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("LibreOffice could not open ") +
-                                                                job.document + QStringLiteral(": ") +
-                                                                readableReason(office_->getError()));
+    if (!document) return openFailure(readableReason(office_->getError()));
+    // A picture or a workbook named .doc opens in another application of the suite.
+    if (document->getDocumentType() != LOK_DOCTYPE_TEXT)
+      return openFailure(QStringLiteral("it is not a text document"));
     send(stageNotice(QStringLiteral("SaveAs")));
     return job.kind == OfficeJob::Kind::WebPage ? saveWebPage(*document, job) : savePagePictures(*document, job);
   }
 
   OfficeAnswer saveWebPage(lok::Document& document, const OfficeJob& job) {
     if (document.saveAs(fileUrl(job.target).toUtf8().constData(), "html")) return {};
-    return OfficeAnswer::failure(QStringLiteral("SaveAs"), QStringLiteral("LibreOffice could not write ") +
-                                                               job.target + QStringLiteral(": ") +
+    return OfficeAnswer::failure(QStringLiteral("SaveAs"), QStringLiteral("LibreOffice could not write ") + job.target +
+                                                               QStringLiteral(": ") +
                                                                readableReason(office_->getError()));
   }
 
@@ -128,11 +144,10 @@ class Worker {
     for (qsizetype i = 0; i < pages.size(); ++i) {
       // Past page 999 the number grows a digit, so no page overwrites an earlier one.
       const int number = int(i + 1);
-      const QString name = job.target + (number > 999 ? QString::number(number) : PadNumber(number, 3, 0)) + u'.' +
-                           job.imageType;
+      const QString name =
+          job.target + (number > 999 ? QString::number(number) : PadNumber(number, 3, 0)) + u'.' + job.imageType;
       if (saver.SavePictureFromHDC(drawPage(document, pages[i]), name)) answer.files << name;
     }
-    if (pages.isEmpty()) return OfficeAnswer::failure(QStringLiteral("SaveAs"), QStringLiteral("the document has no pages"));
     return answer;
   }
 
@@ -141,7 +156,8 @@ class Worker {
     std::unique_ptr<char, decltype(&free)> text(document.getPartPageRectangles(), &free);
     for (const QString& page : QString::fromUtf8(text.get()).split(u';', Qt::SkipEmptyParts)) {
       const QStringList n = page.split(u',');
-      if (n.size() == 4) pages << QRect(n[0].trimmed().toInt(), n[1].trimmed().toInt(), n[2].trimmed().toInt(), n[3].trimmed().toInt());
+      if (n.size() == 4)
+        pages << QRect(n[0].trimmed().toInt(), n[1].trimmed().toInt(), n[2].trimmed().toInt(), n[3].trimmed().toInt());
     }
     return pages;
   }

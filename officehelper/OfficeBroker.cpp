@@ -17,8 +17,9 @@ qint64 residentMb(qint64 pid) {
   return 0;
 }
 
-QString doing(const QString& stage) {
-  if (stage == u"SaveAs") return QStringLiteral("saving");
+QString doing(const QString& stage, OfficeJob::Kind kind) {
+  if (stage == u"SaveAs")
+    return kind == OfficeJob::Kind::WebPage ? QStringLiteral("saving") : QStringLiteral("drawing the pages of");
   if (stage == u"Open") return QStringLiteral("loading");
   return QStringLiteral("starting for");
 }
@@ -76,7 +77,8 @@ void OfficeBroker::readFrom(QLocalSocket* caller) {
     if (const std::optional<OfficeJob> job = OfficeJob::fromJson(*frame))
       queue_.enqueue({caller, *job});
     else
-      caller->write(encodeFrame(OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job")).toJson()));
+      caller->write(
+          encodeFrame(OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job")).toJson()));
   }
   if (frames->broken()) caller->abort();
   pump();
@@ -131,22 +133,22 @@ void OfficeBroker::workerEnded() {
   const bool crashed = worker_->exitStatus() == QProcess::CrashExit;
   stopWorker();
   if (current_)
-    finish(OfficeAnswer::failure(currentStage_, stopDescription(crashed ? QStringLiteral("stopped (it crashed)")
-                                                                        : QStringLiteral("stopped"))));
+    finish(OfficeAnswer::failure(
+        currentStage_, stopDescription(crashed ? QStringLiteral("stopped (it crashed)") : QStringLiteral("stopped"))));
 }
 
 void OfficeBroker::timeLimitPassed() {
   stopWorker();
   if (current_)
-    finish(OfficeAnswer::failure(
-        currentStage_, stopDescription(QStringLiteral("stopped responding")) +
-                           QStringLiteral(" after %1 s").arg(settings_.timeLimitSeconds)));
+    finish(OfficeAnswer::failure(currentStage_, stopDescription(QStringLiteral("stopped responding")) +
+                                                    QStringLiteral(" after %1 s").arg(settings_.timeLimitSeconds)));
 }
 
 // "LibreOffice stopped responding while loading /home/u/a.docx"
 QString OfficeBroker::stopDescription(const QString& how) const {
-  return QStringLiteral("LibreOffice ") + how + QStringLiteral(" while ") + doing(currentStage_) + u' ' +
-         (current_ ? current_->job.document : QString());
+  if (!current_) return QStringLiteral("LibreOffice ") + how;
+  return QStringLiteral("LibreOffice ") + how + QStringLiteral(" while ") + doing(currentStage_, current_->job.kind) +
+         u' ' + current_->job.document;
 }
 
 void OfficeBroker::finish(const OfficeAnswer& answer) {

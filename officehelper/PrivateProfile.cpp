@@ -43,8 +43,8 @@ QByteArray registryModifications() {
       "<oor:items xmlns:oor=\"http://openoffice.org/2001/registry\" xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" "
       "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">\n";
   for (const Setting& s : kSettings)
-    xml += QByteArray("<item oor:path=\"") + s.path + "\"><prop oor:name=\"" + s.name +
-           "\" oor:op=\"fuse\"><value>" + s.value + "</value></prop></item>\n";
+    xml += QByteArray("<item oor:path=\"") + s.path + "\"><prop oor:name=\"" + s.name + "\" oor:op=\"fuse\"><value>" +
+           s.value + "</value></prop></item>\n";
   return xml + "</oor:items>\n";
 }
 
@@ -56,7 +56,8 @@ Outcome writePrivateProfile(const QString& folder) {
   QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
   QSaveFile file(user + QStringLiteral("/registrymodifications.xcu"));
   if (!file.open(QIODevice::WriteOnly) || file.write(registryModifications()) < 0 || !file.commit())
-    return Failure{QStringLiteral("CreateObject:"), QStringLiteral("cannot write the office profile: ") + file.errorString()};
+    return Failure{QStringLiteral("CreateObject:"),
+                   QStringLiteral("cannot write the office profile: ") + file.errorString()};
   return {};
 }
 

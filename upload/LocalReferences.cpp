@@ -60,6 +60,13 @@ QStringList findLocalReferences(const QString& mode, const QString& body) {
   return references;
 }
 
+// Whether `path`, links and ".." resolved, lies inside `folder`.
+bool liesWithin(const QString& path, const QString& folder) {
+  const QString file = QFileInfo(path).canonicalFilePath();
+  const QString root = QFileInfo(folder).canonicalFilePath();
+  return !file.isEmpty() && !root.isEmpty() && file.startsWith(root + u'/');
+}
+
 QString localReferencePath(const QString& mode, const QString& reference, const QString& workingFolder) {
   QString path = reference;
   if (isConvertedPage(mode)) {
@@ -72,6 +79,11 @@ QString localReferencePath(const QString& mode, const QString& reference, const 
       path.replace(u'\\', u'/');  // relative references are joined to the working folder with "/"
       path.prepend(workingFolder);
     }
+    path.replace(u'|', u':').replace(QStringLiteral("%20"), QStringLiteral(" "));
+    // The pictures of a converted page lie in the working folder. A reference leading
+    // anywhere else is a link the document itself holds (a linked picture naming a local
+    // file, a path that climbs out): it names nothing to upload.
+    return liesWithin(path, workingFolder) ? path : QString();
   }
   return path.replace(u'|', u':').replace(QStringLiteral("%20"), QStringLiteral(" "));
 }

@@ -12,7 +12,7 @@ QStringList findLocalReferences(const QString& mode, const QString& body);
 
 // The file a reference names. In "word" and "excel" a relative reference is joined to
 // `workingFolder`; a file address (file:///C:/a.png, or file:///home/u/a.png for a POSIX
-// path) becomes its path.
+// path) becomes its path; one that leads out of `workingFolder` gives "".
 QString localReferencePath(const QString& mode, const QString& reference, const QString& workingFolder);
 
 // Whether `path` names a regular file here that passes the extension list and the size

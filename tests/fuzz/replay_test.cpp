@@ -28,7 +28,10 @@ std::vector<QByteArray> seeds() {
       "\x03<html><head><style>p.MsoNormal{margin:0cm;mso-pagination:none}@page WordSection1{size:595.3pt 841.9pt;"
       "margin:72pt 90pt}</style></head><body><div class=WordSection1><p class=MsoNormal><span lang=EN>x</span>"
       "<!--[if gte vml 1]><v:shape style='width:1pt'><v:imagedata src=\"a_files/i.png\"/></v:shape><![endif]-->"
-      "</p></div></body></html>"};
+      "</p></div></body></html>",
+      QByteArray::fromHex("00000034") + R"({"job":"webpage","document":"/a.docx","target":"/p"})",
+      "<style type=\"text/css\">@page { size: 8.27in 11.69in; margin: 0.79in 2cm }</style><img src=\"Velmora_Temp_"
+      "Word_Doc_html_1.png\"><img src=\"file:///etc/x.png\"><img src=\"../Velmora_Temp_Word_Doc_html_1.png\">"};
 }
 
 QByteArray mutate(QByteArray bytes, QRandomGenerator& random) {
@@ -87,7 +90,8 @@ TEST(FuzzReplay, EveryParserTakesTheSeedsAndTheirMutations) {
     }
   }
   EXPECT_EQ(replayed, (QStringList{"flash_header", "text_file", "option_string", "quick_format", "html_format",
-                                   "file_lists", "dialog_buffers", "word_cleanup", "excel_cleanup", "css_merge"}))
+                                   "file_lists", "dialog_buffers", "word_cleanup", "excel_cleanup", "css_merge",
+                                   "office_frames", "word_web_page"}))
       << "every parser is replayed";
 }
 

@@ -274,22 +274,32 @@ TEST_F(Upload, NoEventLoopOnTheThreadStopsTheBatchWithTheCreateWord) {
 TEST_F(Upload, ConvertedPagesReferToPicturesBesideThemInTheWorkingFolder) {
   const QString relative = temp.write("Velmora/Velmora_Temp_Word_Doc.files/image001.png", "png");
   const QString absolute = temp.write("Velmora/Velmora_Temp_Word_Doc.files/image002.png", "png");
-  producers.producedBody = "<img src=\"Velmora_Temp_Word_Doc.files/image001.png\">"
-                           "<IMG SRC=\"file://" +
-                           absolute +
-                           "\">"
-                           "<img src=\"file:///C:/x/Velmora_Temp_Word_Doc_files/image003.png\">"
-                           "<img src=\"./Velmora_Temp_Word_Doc-files/gone.png\">";
+  const QString linked = temp.write("home/Velmora_Temp_Word_Doc_files/secret.png", "a file the document links to");
+  producers.producedBody =
+      "<img src=\"Velmora_Temp_Word_Doc.files/image001.png\">"
+      "<IMG SRC=\"file://" +
+      absolute +
+      "\">"
+      "<img src=\"file:///C:/x/Velmora_Temp_Word_Doc_files/image003.png\">"
+      "<img src=\"./Velmora_Temp_Word_Doc-files/gone.png\">"
+      "<img src=\"file://" +
+      linked + "\"><img src=\"Velmora_Temp_Word_Doc_files/../../home/Velmora_Temp_Word_Doc_files/secret.png\">";
   control->ImportWord(temp.write("d.docx", "doc"), "mode:html");
   ASSERT_TRUE(waitUntil([&] { return control->Status() == "ok"; }));
   EXPECT_EQ(control->Error(), "");
-  ASSERT_EQ(receiver.posts().size(), 2) << "a drive-letter path and a missing file are refused";
+  ASSERT_EQ(receiver.posts().size(), 2)
+      << "a drive-letter path, a missing file and a file outside the working folder are refused";
   EXPECT_EQ(ReceiverProcess::field(receiver.posts()[0], "originalfile"), relative.toUtf8());
   EXPECT_EQ(ReceiverProcess::field(receiver.posts()[1], "originalfile"), absolute.toUtf8());
-  EXPECT_EQ(control->Body(), "<img src=\"" + addressOf(0) + "\"><IMG src=\"" + addressOf(1) +
-                                 "\">"
-                                 "<img src=\"file:///C:/x/Velmora_Temp_Word_Doc_files/image003.png\">"
-                                 "<img src=\"./Velmora_Temp_Word_Doc-files/gone.png\">")
+  EXPECT_EQ(control->Body(),
+            "<img src=\"" + addressOf(0) + "\"><IMG src=\"" + addressOf(1) +
+                "\">"
+                "<img src=\"file:///C:/x/Velmora_Temp_Word_Doc_files/image003.png\">"
+                "<img src=\"./Velmora_Temp_Word_Doc-files/gone.png\">"
+                "<img src=\"file://" +
+                linked +
+                "\"><img "
+                "src=\"Velmora_Temp_Word_Doc_files/../../home/Velmora_Temp_Word_Doc_files/secret.png\">")
       << "the rewrite finds src in any case and writes it as src";
   EXPECT_EQ(control->OriginalFiles(), "image001.png|image002.png");
 }
