@@ -290,9 +290,9 @@ inline QString pictures(const WordDocumentDescription& doc, Relations& relations
   if (doc.firstPictureTwice && !doc.pictures.isEmpty())
     runs += pictureRun(int(doc.pictures.size()) + 1, "rIdImage1", doc.pictures.first().sizePx, false);
   if (!doc.linkedPicturePath.isEmpty()) {
-    QSize size = QImageReader(doc.linkedPicturePath).size();
     relations.add("rIdLinked", "image", QUrl::fromLocalFile(doc.linkedPicturePath).toString(QUrl::FullyEncoded), true);
-    runs += pictureRun(int(doc.pictures.size()) + 2, "rIdLinked", size.isValid() ? size : QSize(96, 96), true);
+    // Sized without looking at the file: a link may name anything, a pipe included.
+    runs += pictureRun(int(doc.pictures.size()) + 2, "rIdLinked", QSize(96, 96), true);
   }
   return runs.isEmpty() ? QString() : paragraph(runs);
 }

@@ -84,8 +84,8 @@ TEST_F(WordEngine, PagePicturesTakeOneTimeStampAndTheImageType) {
 
 TEST(WordWebPageShape, LengthsInPoints) {
   const QList<std::pair<QString, std::optional<double>>> rows = {
-      {"1in", 72},     {"2.54cm", 72},     {"25.4mm", 72}, {"12pt", 12}, {"1pc", 12},
-      {"96px", 72},    {" 0.5in ", 36},    {"auto", {}},   {"-1in", {}}, {"1em", {}}};
+      {"1in", 72},  {"2.54cm", 72},  {"25.4mm", 72}, {"12pt", 12}, {"1pc", 12},
+      {"96px", 72}, {" 0.5in ", 36}, {"auto", {}},   {"-1in", {}}, {"1em", {}}};
   for (const auto& [length, points] : rows) {
     const std::optional<double> got = cssLengthInPoints(length);
     ASSERT_EQ(got.has_value(), points.has_value()) << length.toStdString();
@@ -118,8 +118,9 @@ TEST(WordWebPageShape, OwnPicturesMoveAndNothingElseIsTouched) {
   QFile file(page);
   ASSERT_TRUE(file.open(QIODevice::ReadOnly));
   const QString html = QString::fromUtf8(file.readAll());
-  EXPECT_TRUE(html.contains("<style>\n<!--\n\t@page WordSection1\n\t{size:612.0pt 792.0pt;\n\tmargin:56.7pt 36.0pt "
-                            "56.7pt 72.0pt;}\ndiv.WordSection1\n\t{page:WordSection1;}\n\tp { color: red }\n-->\n</style>"))
+  EXPECT_TRUE(
+      html.contains("<style>\n<!--\n\t@page WordSection1\n\t{size:612.0pt 792.0pt;\n\tmargin:56.7pt 36.0pt "
+                    "56.7pt 72.0pt;}\ndiv.WordSection1\n\t{page:WordSection1;}\n\tp { color: red }\n-->\n</style>"))
       << html.toStdString();
   EXPECT_TRUE(html.contains("<body><img src=\"Velmora_Temp_Word_Doc_files/Velmora_Temp_Word_Doc_html_a1.png\">"
                             "<img src=\"Velmora_Temp_Word_Doc_files/Velmora_Temp_Word_Doc_html_b2.jpg\">"
@@ -136,7 +137,8 @@ TEST(WordWebPageShape, OwnPicturesMoveAndNothingElseIsTouched) {
   // The Word clean-up reads that page's size and margins: the frame is as wide as the text.
   Context context;
   QString style, body;
-  WordCleanup(context, WordCleanup::Variant::Word).OptimizeHTML("import", html, "optimizemode:1;pagewidth:1", style, body);
+  WordCleanup(context, WordCleanup::Variant::Word)
+      .OptimizeHTML("import", html, "optimizemode:1;pagewidth:1", style, body);
   EXPECT_TRUE(body.contains("width:504pt")) << body.toStdString();
 }
 
