@@ -37,14 +37,30 @@ constexpr Setting kSettings[] = {
      "IsVisible", "false"},
 };
 
-QByteArray registryModifications() {
+QByteArray settingLine(const Setting& s) {
+  return QByteArray("<item oor:path=\"") + s.path + "\"><prop oor:name=\"" + s.name + "\" oor:op=\"fuse\"><value>" +
+         s.value + "</value></prop></item>";
+}
+
+// The settings file with ours in force. LibreOffice keeps its own entries there too (the
+// version it last checked the profile against, among others); without them every start
+// would redo a first start's work, so they stay, and only the lines setting our values
+// are written again. LibreOffice writes one entry per line.
+QByteArray registryModifications(const QByteArray& existing) {
+  QByteArray kept;
+  for (const QByteArray& line : existing.split('\n')) {
+    if (!line.startsWith("<item ")) continue;
+    bool ours = false;
+    for (const Setting& s : kSettings)
+      ours = ours || (line.contains(QByteArray("oor:path=\"") + s.path + "\"><prop oor:name=\"" + s.name + "\""));
+    if (!ours) kept += line + '\n';
+  }
   QByteArray xml =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       "<oor:items xmlns:oor=\"http://openoffice.org/2001/registry\" xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" "
-      "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">\n";
-  for (const Setting& s : kSettings)
-    xml += QByteArray("<item oor:path=\"") + s.path + "\"><prop oor:name=\"" + s.name + "\" oor:op=\"fuse\"><value>" +
-           s.value + "</value></prop></item>\n";
+      "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">\n" +
+      kept;
+  for (const Setting& s : kSettings) xml += settingLine(s) + '\n';
   return xml + "</oor:items>\n";
 }
 
@@ -54,8 +70,11 @@ Outcome writePrivateProfile(const QString& folder) {
   const QString user = folder + QStringLiteral("/user");
   if (!QDir().mkpath(user)) return Failure{QStringLiteral("CreateObject:"), QStringLiteral("cannot create ") + user};
   QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-  QSaveFile file(user + QStringLiteral("/registrymodifications.xcu"));
-  if (!file.open(QIODevice::WriteOnly) || file.write(registryModifications()) < 0 || !file.commit())
+  const QString path = user + QStringLiteral("/registrymodifications.xcu");
+  QByteArray existing;
+  if (QFile old(path); old.open(QIODevice::ReadOnly)) existing = old.readAll();
+  QSaveFile file(path);
+  if (!file.open(QIODevice::WriteOnly) || file.write(registryModifications(existing)) < 0 || !file.commit())
     return Failure{QStringLiteral("CreateObject:"),
                    QStringLiteral("cannot write the office profile: ") + file.errorString()};
   return {};

@@ -108,7 +108,8 @@ TEST_F(WordImport, BadDocumentsGiveTheirWordAndTheNextCallWorks) {
   QProcess protector;
   protector.start("/usr/bin/python3", {test::testData("../office/protect_document.py"), good, protectedDoc,
                                        "MS Word 97", temp.path() + "/protect-profile"});
-  ASSERT_TRUE(protector.waitForFinished(60000) && QFile::exists(protectedDoc)) << protector.readAllStandardError().toStdString();
+  ASSERT_TRUE(protector.waitForFinished(60000) && QFile::exists(protectedDoc))
+      << protector.readAllStandardError().toStdString();
   QDir().mkpath(temp.path() + "/docs/folder.doc");
 
   const QString cannotOpen = ": the file is damaged, protected by a password, or not a document LibreOffice reads";
@@ -192,7 +193,8 @@ TEST_F(WordImport, WithoutLibreOfficeTheEngineCannotBeCreated) {
   test::PrivateOfficeHelper helper;
   test::ScopedEnvironment nowhere("VELMORA_OFFICE", "/nonexistent/velmora-office");
   EXPECT_EQ(import(file, ""), "CreateObject:the office helper /nonexistent/velmora-office could not be started");
-  EXPECT_EQ(import(file, "mode:html;api:2"), "CreateObject:WPS.Application: WPS Office is not installed on this system");
+  EXPECT_EQ(import(file, "mode:html;api:2"),
+            "CreateObject:WPS.Application: WPS Office is not installed on this system");
 }
 
 // Two programs of the user import at once (two pages of the agent, or the command line

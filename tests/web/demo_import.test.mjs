@@ -1,0 +1,44 @@
+// The demo page's Import Word end to end, in headless Chromium against the agent in demo mode:
+// a document the test writes goes through the agent's office helper (LibreOffice), its
+// pictures to the agent's receiver, and the result into the editor.
+import assert from "node:assert/strict";
+import { execFileSync } from "node:child_process";
+import { readdirSync } from "node:fs";
+import path from "node:path";
+import { before, test } from "node:test";
+
+import { DemoAgent, act, loadedPictures, repo } from "./demo-agent.mjs";
+
+const makeDocument = process.env.VELMORA_WORD_DOCUMENT || path.join(repo, "build/tests/word_document");
+
+let agent;
+before(async () => { agent = await new DemoAgent().started(); });
+
+test("Import Word brings a document into the editor as HTML and as page pictures", async () => {
+  const file = path.join(agent.scratch, "Quarterly report.docx");
+  execFileSync(makeDocument, [file, "2", "3"]);  // two pages, three pictures
+  await agent.onDemo(async (page) => {
+    await page.waitForSelector("#import-panel", { state: "visible" });
+    await page.fill("#import-path", file);
+
+    const html = await act(page, "#import-run", "#import-result");
+    assert.deepEqual(html, { outcome: "ok",
+      text: "Imported Quarterly report.docx as HTML, 3 picture(s) uploaded" });
+    for (const shown of await loadedPictures(page, 3)) {
+      assert.match(shown.src, new RegExp(`^${agent.receiverUrl}/files/`));
+      assert.deepEqual([shown.width, shown.height], [640, 480]);
+    }
+    assert.match(await page.evaluate(() => document.querySelector("#editor").innerText), /Page 2/);
+
+    await page.selectOption("#import-route", "pictures");
+    const pictures = await act(page, "#import-run", "#import-result");
+    assert.deepEqual(pictures, { outcome: "ok",
+      text: "Imported Quarterly report.docx as page pictures, 2 picture(s) uploaded" });
+    for (const shown of await loadedPictures(page, 2)) assert.deepEqual([shown.width, shown.height], [1240, 1753]);
+
+    await page.fill("#import-path", path.join(agent.scratch, "missing.docx"));
+    assert.deepEqual(await act(page, "#import-run", "#import-result"),
+      { outcome: "error", text: "Error: InvalidFile:doc|docx|wps" });
+  });
+  assert.equal(readdirSync(agent.storage).length, 5);
+});

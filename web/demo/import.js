@@ -1,0 +1,72 @@
+// The demo's "Import Word": a Word document from this computer (its path typed, or picked
+// with the control's open dialog) goes through the control's ImportWord, as HTML or as one
+// picture per page; the pictures go to the demo's receiver, and the editor shows the result.
+
+const WORD_FILTER = "Word documents (*.doc;*.docx;*.wps)|*.doc;*.docx;*.wps";
+const PICTURE_TYPES = "png|jpg|jpeg|gif|bmp";
+const LARGEST_KB = "20480";
+
+const $ = (id) => document.getElementById(id);
+
+function report(outcome, text) {
+  const line = $("import-result");
+  line.dataset.outcome = outcome;
+  line.textContent = text;
+}
+
+async function chooseDocument(control) {
+  try {
+    const chosen = await control.DialogOpen(false, true, WORD_FILTER);
+    if (chosen) $("import-path").value = chosen;
+    report("ok", chosen ? `Chosen ${chosen.split("/").pop()}` : "No document chosen");
+  } catch (error) {
+    report("error", `DialogOpen: ${error.description ?? error}`);
+  }
+}
+
+// HTML keeps the document's text, tables and pictures; pictures show each page as it prints.
+function importOptions(route) {
+  return route === "html" ? "mode:html;optimizemode:1" : "imgtype:png";
+}
+
+async function importWord(control, editor, uploadUrl) {
+  const file = $("import-path").value.trim();
+  if (!file.startsWith("/")) return report("error", "Give the document's absolute path, or choose it.");
+  const route = $("import-route").value;
+  report("busy", `Importing ${file.split("/").pop()}…`);
+  try {
+    await control.put("SendUrl", uploadUrl);
+    await control.put("LocalExt", PICTURE_TYPES);
+    await control.put("LocalSize", LARGEST_KB);
+    await control.ImportWord(file, importOptions(route));
+    const result = await control.whenDone();
+    if (result.Error) return report("error", `Error: ${result.Error}`);
+    editor.setContents(editor.clipboard.convert({ html: result.Body }), "user");
+    const pictures = result.SavedFiles ? result.SavedFiles.split("|").length : 0;
+    const what = route === "html" ? "as HTML" : "as page pictures";
+    report("ok", `Imported ${file.split("/").pop()} ${what}, ${pictures} picture(s) uploaded`);
+  } catch (error) {
+    report("error", `ImportWord: ${error.description ?? error}`);
+  }
+}
+
+async function start() {
+  const [{ control, editor }, page] = await Promise.all([
+    window.velmoraDemo.ready,
+    fetch("/agent.json").then((answer) => answer.json()),
+  ]);
+  const panel = $("import-panel");
+  if (!page.upload) {  // the agent has no receiver for the demo: nowhere to put the pictures
+    panel.dataset.state = "no-receiver";
+    return;
+  }
+  $("import-browse").addEventListener("click", () => chooseDocument(control));
+  $("import-run").addEventListener("click", () => importWord(control, editor, page.upload));
+  $("import-path").addEventListener("keydown", (event) => {
+    if (event.key === "Enter") importWord(control, editor, page.upload);
+  });
+  panel.hidden = false;
+  panel.dataset.state = "ready";
+}
+
+start().catch((error) => console.error("the Import Word action is not available:", error));
