@@ -9,8 +9,11 @@
 #include <QImage>
 #include <QRect>
 #include <QRegularExpression>
+#include <QSemaphore>
+#include <QThreadPool>
 #include <QUrl>
 #include <memory>
+#include <vector>
 
 #include "clipboard/clsSaveBitmapAs.h"
 #include "office/OfficeProtocol.h"
@@ -135,19 +138,31 @@ class Worker {
                                                                readableReason(office_->getError()));
   }
 
-  // Each page drawn straight from the laid-out document, at kPictureDpi.
+  // Each page drawn straight from the laid-out document, at kPictureDpi. LibreOfficeKit
+  // draws on this thread only, one page after another; saving a page costs about four times
+  // its drawing, so the pictures are encoded on the other cores meanwhile, a few pages at a
+  // time so that drawn pages never pile up in memory.
   OfficeAnswer savePagePictures(lok::Document& document, const OfficeJob& job) {
     document.initializeForRendering();
-    OfficeAnswer answer;
     const QList<QRect> pages = pageRectangles(document);
-    clsSaveBitmapAs saver;
+    std::vector<QString> saved(size_t(pages.size()));
+    QThreadPool encoders;
+    QSemaphore room(2 * encoders.maxThreadCount());
     for (qsizetype i = 0; i < pages.size(); ++i) {
       // Past page 999 the number grows a digit, so no page overwrites an earlier one.
       const int number = int(i + 1);
       const QString name =
           job.target + (number > 999 ? QString::number(number) : PadNumber(number, 3, 0)) + u'.' + job.imageType;
-      if (saver.SavePictureFromHDC(drawPage(document, pages[i]), name)) answer.files << name;
+      room.acquire();
+      encoders.start([&, i, name, picture = drawPage(document, pages[i])] {
+        if (clsSaveBitmapAs().SavePictureFromHDC(picture, name)) saved[size_t(i)] = name;
+        room.release();
+      });
     }
+    encoders.waitForDone();
+    OfficeAnswer answer;
+    for (const QString& name : saved)
+      if (!name.isEmpty()) answer.files << name;  // a page that could not be saved is left out
     return answer;
   }
 
