@@ -15,7 +15,8 @@ DEBIAN_PACKAGES=(
   cups-daemon cups-client
   chromium curl ca-certificates time
   imagemagick fonts-noto-cjk
-  libreoffice-writer-nogui libreoffice-calc-nogui libreoffice-impress-nogui libreofficekit-dev
+  libreoffice-writer-nogui libreoffice-calc-nogui libreoffice-impress-nogui libreoffice-math-nogui
+  libreofficekit-dev
   python3-uno poppler-utils unoconv
 )
 

@@ -43,14 +43,14 @@ class PrivateOfficeHelper {
 };
 
 // A document of three A4 pages holding a PNG (twice), a JPEG and a GIF, a table, a list,
-// a header, a footer and a footnote.
+// a header, a footer, a footnote and an equation.
 inline WordDocumentDescription richDocument() {
   WordDocumentDescription doc;
   doc.pages = 3;
   doc.pictures = {{pictureBytes("png", {120, 80}, Qt::red), "png", {120, 80}},
                   {pictureBytes("jpg", {100, 60}, Qt::green), "jpeg", {100, 60}},
                   {pictureBytes("gif", {90, 70}, Qt::blue), "gif", {90, 70}}};
-  doc.firstPictureTwice = doc.table = doc.list = doc.headerAndFooter = doc.footnote = true;
+  doc.firstPictureTwice = doc.table = doc.list = doc.headerAndFooter = doc.footnote = doc.equation = true;
   return doc;
 }
 

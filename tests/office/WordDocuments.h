@@ -8,12 +8,12 @@
 #include <QByteArray>
 #include <QColor>
 #include <QDataStream>
-#include <QImage>
 #include <QFile>
-#include <QTemporaryDir>
+#include <QImage>
 #include <QList>
 #include <QSize>
 #include <QString>
+#include <QTemporaryDir>
 #include <QUrl>
 #include <utility>
 
@@ -80,6 +80,7 @@ struct WordDocumentDescription {
   bool list = false;                       // a bulleted list of three items (real numbering.xml)
   bool headerAndFooter = false;            // a header "Header text" and a footer "Footer text"
   bool footnote = false;                   // one footnote with text "Footnote text"
+  bool equation = false;                   // one equation, a^2+b^2=c^2, as Office Math
   QString linkedPicturePath;               // when set: one picture linked (not embedded) to this absolute local file
   QString text = "Velmora test document";  // the heading text of page 1
 };
@@ -234,8 +235,7 @@ inline QString rootRelations() {
   return kXml +
          "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
          "<Relationship Id=\"rId1\" Type=\"" +
-         kR +
-         "/officeDocument\" Target=\"word/document.xml\"/></Relationships>";
+         kR + "/officeDocument\" Target=\"word/document.xml\"/></Relationships>";
 }
 
 // Page 1's pictures: every embedded one in order, the first again when asked, then the linked one.
@@ -275,6 +275,11 @@ inline QByteArray makeDocx(const WordDocumentDescription& doc) {
   relations.add("rIdStyles", "styles", "styles.xml");
   QString body = page(1, doc.text) + pictures(doc, relations, files);
   if (doc.footnote) body += paragraph(run("A sentence with a footnote.") + footnoteReference());
+  if (doc.equation)
+    body += paragraph("<m:oMath><m:sSup><m:e><m:r><m:t>a</m:t></m:r></m:e><m:sup><m:r><m:t>2</m:t></m:r></m:sup>"
+                      "</m:sSup><m:r><m:t>+</m:t></m:r><m:sSup><m:e><m:r><m:t>b</m:t></m:r></m:e><m:sup><m:r><m:t>2"
+                      "</m:t></m:r></m:sup></m:sSup><m:r><m:t>=</m:t></m:r><m:sSup><m:e><m:r><m:t>c</m:t></m:r>"
+                      "</m:e><m:sup><m:r><m:t>2</m:t></m:r></m:sup></m:sSup></m:oMath>");
   if (doc.table) body += table();
   if (doc.list) body += list();
   for (int number = 2; number <= doc.pages; ++number)
@@ -299,7 +304,8 @@ inline QByteArray makeDocx(const WordDocumentDescription& doc) {
   const QString document = kXml + "<w:document xmlns:w=\"" + kW + "\" xmlns:r=\"" + kR +
                            "\" xmlns:wp=\"http://schemas.openxmlformats.org/drawingml/2006/wordprocessingDrawing\""
                            " xmlns:a=\"http://schemas.openxmlformats.org/drawingml/2006/main\""
-                           " xmlns:pic=\"http://schemas.openxmlformats.org/drawingml/2006/picture\"><w:body>" +
+                           " xmlns:pic=\"http://schemas.openxmlformats.org/drawingml/2006/picture\""
+                           " xmlns:m=\"http://schemas.openxmlformats.org/officeDocument/2006/math\"><w:body>" +
                            body + section(doc) + "</w:body></w:document>";
   entries.append({"word/document.xml", document.toUtf8()});
   entries.append({"word/_rels/document.xml.rels", relations.file().toUtf8()});

@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
   if (argc < 4) return 2;
   WordDocumentDescription doc;
   doc.pages = atoi(argv[2]);
-  doc.table = doc.list = doc.headerAndFooter = doc.footnote = true;
+  doc.table = doc.list = doc.headerAndFooter = doc.footnote = doc.equation = true;
   if (argc > 4) doc.paper = WordDocumentDescription::Paper::Letter;
   for (int i = 0; i < atoi(argv[3]); ++i) {
     const bool jpeg = i % 2 == 0;

@@ -60,10 +60,11 @@ TEST_F(WordImport, HtmlRouteUploadsEachEmbeddedPictureOnceWithItsOwnBytes) {
   const WordDocumentDescription doc = test::richDocument();
   ASSERT_EQ(import(document("Report.docx", doc), "mode:html;optimizemode:1"), "");
 
-  QSet<QByteArray> originals;
-  for (const test::WordPicture& picture : doc.pictures) originals << picture.bytes;
-  EXPECT_EQ(received(), originals) << "each picture once, in its own format and bytes";
-  EXPECT_EQ(control->Body().count("<img src=\"" + receiver.url("/files/")), 4) << control->Body().toStdString();
+  const QSet<QByteArray> pictures = received();
+  for (const test::WordPicture& picture : doc.pictures)
+    EXPECT_TRUE(pictures.contains(picture.bytes)) << "each picture in its own format and bytes";
+  EXPECT_EQ(pictures.size(), 4) << "each picture once, and the equation as a picture";
+  EXPECT_EQ(control->Body().count("<img src=\"" + receiver.url("/files/")), 5) << control->Body().toStdString();
   for (const char* text : {"Header text", "Cell 2.3", "Second item", "Footnote text", "Footer text", "Page 3"})
     EXPECT_TRUE(control->Body().contains(text)) << text;
   EXPECT_TRUE(control->Style().startsWith("<style>")) << control->Style().toStdString();
@@ -218,7 +219,7 @@ TEST_F(WordImport, TwoProgramsImportAtOnce) {
     const QString out = QString::fromUtf8(run->readAllStandardOutput());
     EXPECT_EQ(run->exitCode(), 0) << out.toStdString();
     EXPECT_TRUE(out.contains("\"Error\": \"\"")) << out.toStdString();
-    EXPECT_EQ(out.count("<img src=\\\"" + receiver.url("/files/")), 4) << out.toStdString();
+    EXPECT_EQ(out.count("<img src=\\\"" + receiver.url("/files/")), 5) << out.toStdString();
     delete run;
   }
 }

@@ -16,18 +16,18 @@ before(async () => { agent = await new DemoAgent().started(); });
 
 test("Import Word brings a document into the editor as HTML and as page pictures", async () => {
   const file = path.join(agent.scratch, "Quarterly report.docx");
-  execFileSync(makeDocument, [file, "2", "3"]);  // two pages, three pictures
+  execFileSync(makeDocument, [file, "2", "3"]);  // two pages, three pictures, an equation
   await agent.onDemo(async (page) => {
     await page.waitForSelector("#import-panel", { state: "visible" });
     await page.fill("#import-path", file);
 
     const html = await act(page, "#import-run", "#import-result");
     assert.deepEqual(html, { outcome: "ok",
-      text: "Imported Quarterly report.docx as HTML, 3 picture(s) uploaded" });
-    for (const shown of await loadedPictures(page, 3)) {
-      assert.match(shown.src, new RegExp(`^${agent.receiverUrl}/files/`));
-      assert.deepEqual([shown.width, shown.height], [640, 480]);
-    }
+      text: "Imported Quarterly report.docx as HTML, 4 picture(s) uploaded" });
+    const shown = await loadedPictures(page, 4);
+    for (const picture of shown) assert.match(picture.src, new RegExp(`^${agent.receiverUrl}/files/`));
+    assert.equal(shown.filter((picture) => picture.width === 640 && picture.height === 480).length, 3,
+      "the three photos, and the equation as a picture");
     assert.match(await page.evaluate(() => document.querySelector("#editor").innerText), /Page 2/);
 
     await page.selectOption("#import-route", "pictures");
@@ -40,5 +40,5 @@ test("Import Word brings a document into the editor as HTML and as page pictures
     assert.deepEqual(await act(page, "#import-run", "#import-result"),
       { outcome: "error", text: "Error: InvalidFile:doc|docx|wps" });
   });
-  assert.equal(readdirSync(agent.storage).length, 5);
+  assert.equal(readdirSync(agent.storage).length, 6, "three pictures and an equation, then two pages");
 });
