@@ -57,30 +57,27 @@ bool OfficeBroker::listen(QString& error) {
 void OfficeBroker::accept() {
   while (QLocalSocket* caller = server_.nextPendingConnection()) {
     idle_.stop();
-    auto* frames = new FrameReader;
-    connect(caller, &QObject::destroyed, [frames] { delete frames; });
-    caller->setProperty("frames", QVariant::fromValue(static_cast<void*>(frames)));
+    callers_[caller];  // its frames, as they arrive
     connect(caller, &QLocalSocket::readyRead, this, [this, caller] { readFrom(caller); });
-    ++callers_;
     connect(caller, &QLocalSocket::disconnected, this, [this, caller] {
+      callers_.erase(caller);
       caller->deleteLater();
-      --callers_;
       if (!busy()) idle_.start(settings_.idleSeconds * 1000);
     });
   }
 }
 
 void OfficeBroker::readFrom(QLocalSocket* caller) {
-  auto* frames = static_cast<FrameReader*>(caller->property("frames").value<void*>());
-  frames->append(caller->readAll());
-  while (const std::optional<QJsonObject> frame = frames->next()) {
+  FrameReader& frames = callers_[caller];
+  frames.append(caller->readAll());
+  while (const std::optional<QJsonObject> frame = frames.next()) {
     if (const std::optional<OfficeJob> job = OfficeJob::fromJson(*frame))
       queue_.enqueue({caller, *job});
     else
       caller->write(
           encodeFrame(OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job")).toJson()));
   }
-  if (frames->broken()) caller->abort();
+  if (frames.broken()) caller->abort();
   pump();
 }
 
@@ -101,6 +98,14 @@ void OfficeBroker::startWorker() {
   worker_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
   connect(worker_, &QProcess::readyReadStandardOutput, this, &OfficeBroker::readWorker);
   connect(worker_, &QProcess::finished, this, &OfficeBroker::workerEnded);
+  connect(worker_, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+    if (error != QProcess::FailedToStart) return;  // the other errors end in finished()
+    const QString why = worker_->errorString();
+    stopWorker();
+    if (current_)
+      finish(OfficeAnswer::failure(QStringLiteral("CreateObject"),
+                                   QStringLiteral("the office worker could not start: ") + why));
+  });
   workerFrames_ = FrameReader();
   documentsDone_ = 0;
   worker_->start(QCoreApplication::applicationFilePath(), {QStringLiteral("--worker"), settings_.profileFolder});
@@ -167,7 +172,7 @@ void OfficeBroker::recycleIfWorn() {
     stopWorker();
 }
 
-bool OfficeBroker::busy() const { return callers_ > 0 || current_ || !queue_.isEmpty(); }
+bool OfficeBroker::busy() const { return !callers_.empty() || current_ || !queue_.isEmpty(); }
 
 // Idle minutes over: the helper and its office leave, and the next caller starts them again.
 void OfficeBroker::idleCheck() {

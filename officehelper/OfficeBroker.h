@@ -6,6 +6,7 @@
 #include <QQueue>
 #include <QTimer>
 #include <optional>
+#include <unordered_map>
 
 #include "office/OfficeProtocol.h"
 
@@ -64,7 +65,7 @@ class OfficeBroker : public QObject {
   QTimer timeLimit_;
   QTimer idle_;
   int documentsDone_ = 0;
-  int callers_ = 0;
+  std::unordered_map<QLocalSocket*, FrameReader> callers_;
 };
 
 }  // namespace velmora
