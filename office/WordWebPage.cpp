@@ -38,6 +38,21 @@ QStringList marginsOf(const QString& block) {
   return sides;
 }
 
+// A CSS length ("8.27in", "2cm", "12pt") in points; nothing for anything else.
+std::optional<double> cssLengthInPoints(const QString& length) {
+  static const QRegularExpression pattern(QStringLiteral(R"(^\s*([0-9]*\.?[0-9]+)\s*(in|cm|mm|pt|pc|px)\s*$)"));
+  const QRegularExpressionMatch m = pattern.match(length);
+  if (!m.hasMatch()) return std::nullopt;
+  const double value = m.captured(1).toDouble();
+  const QString unit = m.captured(2);
+  if (unit == u"in") return value * 72;
+  if (unit == u"cm") return value * 72 / 2.54;
+  if (unit == u"mm") return value * 72 / 25.4;
+  if (unit == u"pc") return value * 12;
+  if (unit == u"px") return value * 0.75;
+  return value;
+}
+
 QString inPoints(const QString& length) {
   const std::optional<double> value = cssLengthInPoints(length);
   return value ? points(*value) : length;
@@ -113,20 +128,6 @@ class PictureMover {
 };
 
 }  // namespace
-
-std::optional<double> cssLengthInPoints(const QString& length) {
-  static const QRegularExpression pattern(QStringLiteral(R"(^\s*([0-9]*\.?[0-9]+)\s*(in|cm|mm|pt|pc|px)\s*$)"));
-  const QRegularExpressionMatch m = pattern.match(length);
-  if (!m.hasMatch()) return std::nullopt;
-  const double value = m.captured(1).toDouble();
-  const QString unit = m.captured(2);
-  if (unit == u"in") return value * 72;
-  if (unit == u"cm") return value * 72 / 2.54;
-  if (unit == u"mm") return value * 72 / 25.4;
-  if (unit == u"pc") return value * 12;
-  if (unit == u"px") return value * 0.75;
-  return value;
-}
 
 Outcome shapeAsWordPage(const QString& pagePath) {
   QFile file(pagePath);

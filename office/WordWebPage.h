@@ -1,6 +1,5 @@
 #pragma once
 #include <QString>
-#include <optional>
 
 #include "core/Result.h"
 
@@ -18,8 +17,5 @@ namespace velmora {
 //   (top right bottom left) in points.
 // A page that cannot be read or written back: "ReadFile:" and why.
 Outcome shapeAsWordPage(const QString& pagePath);
-
-// A CSS length ("8.27in", "2cm", "12pt") in points; nothing for anything else.
-std::optional<double> cssLengthInPoints(const QString& length);
 
 }  // namespace velmora

@@ -82,17 +82,6 @@ TEST_F(WordEngine, PagePicturesTakeOneTimeStampAndTheImageType) {
   EXPECT_EQ(errorOf(word({{}, {}, {}}).Word2Images("/d.docx", "")), "") << "no pages: an empty body";
 }
 
-TEST(WordWebPageShape, LengthsInPoints) {
-  const QList<std::pair<QString, std::optional<double>>> rows = {
-      {"1in", 72},  {"2.54cm", 72},  {"25.4mm", 72}, {"12pt", 12}, {"1pc", 12},
-      {"96px", 72}, {" 0.5in ", 36}, {"auto", {}},   {"-1in", {}}, {"1em", {}}};
-  for (const auto& [length, points] : rows) {
-    const std::optional<double> got = cssLengthInPoints(length);
-    ASSERT_EQ(got.has_value(), points.has_value()) << length.toStdString();
-    if (got) EXPECT_NEAR(*got, *points, 1e-9) << length.toStdString();
-  }
-}
-
 // The page as LibreOffice writes it: its own pictures beside it, a linked picture's outside
 // address, a relative path that climbs out, and a link dressed as one of its pictures.
 TEST(WordWebPageShape, OwnPicturesMoveAndNothingElseIsTouched) {
