@@ -38,8 +38,8 @@ struct OfficeAnswer {
   static OfficeAnswer failure(const QString& stage, const QString& description) { return {stage, description, {}}; }
 };
 
-// While a job runs, the worker says which stage it has reached, so that the front process
-// can say where a hung or crashed office stopped.
+// The worker says when its office has started ("Ready"), and while a job runs, which stage
+// it has reached, so that the front process can say where a hung or crashed office stopped.
 QJsonObject stageNotice(const QString& stage);
 // The stage a notice names, or "" when the frame is an answer.
 QString noticedStage(const QJsonObject& frame);

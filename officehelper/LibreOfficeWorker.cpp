@@ -93,6 +93,9 @@ class Worker {
     // office on some formats and loops on others).
   }
 
+  // Jobs are sent only after this, so their time limits do not count the office's start.
+  void announceReady() { send(stageNotice(QStringLiteral("Ready"))); }
+
   void serve() {
     FrameReader reader;
     char chunk[65536];
@@ -208,6 +211,7 @@ void runLibreOfficeWorker(const QString& profileFolder) {
   dup2(STDERR_FILENO, STDOUT_FILENO);
   Worker worker(answerFd);
   worker.start(profileFolder);
+  worker.announceReady();
   worker.serve();
   _exit(0);
 }

@@ -31,6 +31,8 @@ OfficeBroker::OfficeBroker(BrokerSettings settings) : settings_(std::move(settin
   connect(&server_, &QLocalServer::newConnection, this, &OfficeBroker::accept);
   timeLimit_.setSingleShot(true);
   connect(&timeLimit_, &QTimer::timeout, this, &OfficeBroker::timeLimitPassed);
+  startLimit_.setSingleShot(true);
+  connect(&startLimit_, &QTimer::timeout, this, &OfficeBroker::startLimitPassed);
   idle_.setSingleShot(true);
   connect(&idle_, &QTimer::timeout, this, &OfficeBroker::idleCheck);
 }
@@ -81,11 +83,13 @@ void OfficeBroker::readFrom(QLocalSocket* caller) {
   pump();
 }
 
+// A job's time limit counts its own work only: jobs wait until the office has started.
 void OfficeBroker::pump() {
   while (!current_ && !queue_.isEmpty()) {
+    if (!worker_) startWorker();
+    if (!workerReady_) return;
     Pending next = queue_.dequeue();
     if (!next.caller) continue;  // the caller went away while waiting
-    if (!worker_) startWorker();
     current_ = next;
     currentStage_ = QStringLiteral("Open");
     worker_->write(encodeFrame(next.job.toJson()));
@@ -102,16 +106,17 @@ void OfficeBroker::startWorker() {
     if (error != QProcess::FailedToStart) return;  // the other errors end in finished()
     const QString why = worker_->errorString();
     stopWorker();
-    if (current_)
-      finish(OfficeAnswer::failure(QStringLiteral("CreateObject"),
-                                   QStringLiteral("the office worker could not start: ") + why));
+    failWaiting(QStringLiteral("the office worker could not start: ") + why);
   });
   workerFrames_ = FrameReader();
+  workerReady_ = false;
+  startLimit_.start(settings_.startLimitSeconds * 1000);
   documentsDone_ = 0;
   worker_->start(QCoreApplication::applicationFilePath(), {QStringLiteral("--worker"), settings_.profileFolder});
 }
 
 void OfficeBroker::stopWorker() {
+  startLimit_.stop();
   if (!worker_) return;
   QProcess* worker = std::exchange(worker_, nullptr);
   worker->disconnect(this);
@@ -123,9 +128,13 @@ void OfficeBroker::stopWorker() {
 void OfficeBroker::readWorker() {
   workerFrames_.append(worker_->readAllStandardOutput());
   while (const std::optional<QJsonObject> frame = workerFrames_.next()) {
-    if (const QString stage = noticedStage(*frame); !stage.isEmpty())
+    if (const QString stage = noticedStage(*frame); stage == u"Ready") {
+      workerReady_ = true;
+      startLimit_.stop();
+      pump();
+    } else if (!stage.isEmpty()) {
       currentStage_ = stage;
-    else if (current_)
+    } else if (current_)
       finish(OfficeAnswer::fromJson(*frame));
   }
   if (workerFrames_.broken()) {
@@ -136,7 +145,9 @@ void OfficeBroker::readWorker() {
 
 void OfficeBroker::workerEnded() {
   const bool crashed = worker_->exitStatus() == QProcess::CrashExit;
+  const bool starting = !workerReady_;
   stopWorker();
+  if (starting) failWaiting(QStringLiteral("LibreOffice stopped while starting"));
   if (current_)
     finish(OfficeAnswer::failure(
         currentStage_, stopDescription(crashed ? QStringLiteral("stopped (it crashed)") : QStringLiteral("stopped"))));
@@ -147,6 +158,19 @@ void OfficeBroker::timeLimitPassed() {
   if (current_)
     finish(OfficeAnswer::failure(currentStage_, stopDescription(QStringLiteral("stopped responding")) +
                                                     QStringLiteral(" after %1 s").arg(settings_.timeLimitSeconds)));
+}
+
+void OfficeBroker::startLimitPassed() {
+  stopWorker();
+  failWaiting(QStringLiteral("LibreOffice did not start within %1 s").arg(settings_.startLimitSeconds));
+}
+
+// The office could not start: every waiting caller hears so at once, and the next job
+// tries a fresh one.
+void OfficeBroker::failWaiting(const QString& why) {
+  const QByteArray answer = encodeFrame(OfficeAnswer::failure(QStringLiteral("CreateObject"), why).toJson());
+  while (!queue_.isEmpty())
+    if (const Pending waiting = queue_.dequeue(); waiting.caller) waiting.caller->write(answer);
 }
 
 // "LibreOffice stopped responding while loading /home/u/a.docx"

@@ -17,7 +17,8 @@ namespace velmora {
 struct BrokerSettings {
   QString socketPath;
   QString profileFolder;
-  int timeLimitSeconds = 60;    // per job
+  int timeLimitSeconds = 60;    // per job, LibreOffice's start not counted
+  int startLimitSeconds = 120;  // for LibreOffice to start
   int idleSeconds = 300;        // with no caller connected and nothing to do, the helper leaves
   int documentsPerWorker = 50;  // then LibreOffice starts afresh
   qint64 memoryLimitMb = 600;   // a running office grows towards 1 GB over many documents
@@ -49,6 +50,8 @@ class OfficeBroker : public QObject {
   void readWorker();
   void workerEnded();
   void timeLimitPassed();
+  void startLimitPassed();
+  void failWaiting(const QString& why);
   void finish(const OfficeAnswer& answer);
   void recycleIfWorn();
   void idleCheck();
@@ -62,7 +65,9 @@ class OfficeBroker : public QObject {
   QQueue<Pending> queue_;
   std::optional<Pending> current_;
   QString currentStage_;
+  bool workerReady_ = false;  // the worker's office has started (or failed to: it answers every job)
   QTimer timeLimit_;
+  QTimer startLimit_;
   QTimer idle_;
   int documentsDone_ = 0;
   std::unordered_map<QLocalSocket*, FrameReader> callers_;

@@ -168,11 +168,14 @@ TEST_F(WordImport, AHungOrCrashedOfficeCostsOnlyThatCallAndNothingIsLeftRunning)
   const QString file = document("a.docx", test::richDocument());
   ASSERT_EQ(import(file, "mode:html"), "");
 
-  ASSERT_EQ(kill(pid_t(helper.workerPid()), SIGSTOP), 0);
+  const pid_t hung = pid_t(helper.workerPid());
+  ASSERT_GT(hung, 0);
+  ASSERT_EQ(kill(hung, SIGSTOP), 0);
   EXPECT_EQ(import(file, "mode:html"), "Open:LibreOffice stopped responding while loading " + file + " after 3 s");
   EXPECT_EQ(import(file, "mode:html"), "") << "a fresh office serves the next call";
 
   const pid_t worker = pid_t(helper.workerPid());
+  ASSERT_GT(worker, 0);
   ASSERT_EQ(kill(worker, SIGSTOP), 0);
   QTimer::singleShot(300, [worker] { kill(worker, SIGKILL); });
   EXPECT_EQ(import(file, ""), "Open:LibreOffice stopped (it crashed) while loading " + file);
