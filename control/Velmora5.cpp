@@ -56,6 +56,14 @@ Velmora5::~Velmora5() {
 
 QString Velmora5::Test() { return QStringLiteral("Velmora"); }
 
+// The flows that write pictures and pages need the working folder. When the shared folder
+// was refused (a link, or another user's) they say so instead of writing anywhere else.
+bool Velmora5::workingFolderReady() {
+  if (!context_.g_sTempFolder.isEmpty()) return true;
+  context_.g_sError = QStringLiteral("TempFolder:") + workingRootRefusal();
+  return false;
+}
+
 bool Velmora5::hasWorkUnderWay() const { return cCapture || (batch_ && batch_->isSending()); }
 
 QString Velmora5::Version() const {
@@ -124,6 +132,7 @@ void Velmora5::ImportExcelSheet(const QString& s_File, int16_t n_SheetIndex, con
     context_.g_sError = invalidFile(kExcelTypes);
     return;
   }
+  if (!workingFolderReady()) return;
   if (mode == u"img") {
     m_sStyle.clear();
     takePictures(
@@ -148,6 +157,7 @@ void Velmora5::ImportWord(const QString& s_File, const QString& s_Opt) {
     context_.g_sError = invalidFile(kWordTypes);
     return;
   }
+  if (!workingFolderReady()) return;
   if (mode != u"html") {
     m_sStyle.clear();
     takePictures(printImage == u"1"
@@ -170,6 +180,7 @@ void Velmora5::ImportPPT(const QString& s_File, const QString& s_Opt) {
     context_.g_sError = invalidFile(kSlideTypes);
     return;
   }
+  if (!workingFolderReady()) return;
   m_sStyle.clear();
   takePictures(producers_.createSlideExporter(context_)->PPT2Images(s_File, s_Opt));
 }
@@ -194,6 +205,7 @@ void Velmora5::pasteOfficeContent(const QString& s_Opt, bool excel) {
 }
 
 void Velmora5::PasteImage(const QString& s_Opt) {
+  if (!workingFolderReady()) return;
   m_sStyle.clear();
   takePictures(producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(s_Opt));
 }
@@ -238,6 +250,7 @@ QString Velmora5::sourceProgramDigit() {
 // ---- Capture ------------------------------------------------------------------------
 
 void Velmora5::Capture(const QString& s_Opt) {
+  if (!workingFolderReady()) return;
   m_sCaptureOpt = s_Opt.isEmpty() ? QStringLiteral("imgtype:png") : s_Opt;
   cCapture = producers_.createCaptureTool(context_);
   connect(cCapture.get(), &CaptureTool::ReturnValue, this, &Velmora5::cCapture_ReturnValue, Qt::QueuedConnection);

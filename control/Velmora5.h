@@ -83,6 +83,7 @@ class Velmora5 : public QObject {
   void resultChanged();
 
  private:
+  bool workingFolderReady();
   // The one place where a producer's failure becomes the error text: cleared on success,
   // the failure's word and description otherwise. Answers whether the producer succeeded.
   template <typename T>

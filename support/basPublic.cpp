@@ -11,6 +11,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QStringDecoder>
 #include <QThread>
@@ -45,7 +46,7 @@ QString GetTempFolder(const QString& subfolder) {
   // outside it, and this routine deletes what it names.
   const bool plainName = !subfolder.contains(u'/') && !subfolder.contains(u'\\') && !subfolder.contains(QChar(0)) &&
                          subfolder != u"." && subfolder != u"..";
-  if (!plainName) return QString();
+  if (!plainName || !workingRootRefusal().isEmpty()) return QString();
 
   const QString folder = workingFolderPath(subfolder);
   if (subfolder.isEmpty())
@@ -56,6 +57,27 @@ QString GetTempFolder(const QString& subfolder) {
   return folder;
 }
 
+// The shared folder is the user's alone (mode 0700), so another user of the machine can
+// neither read a page's pictures nor put a link where a page's folder will be. One that is
+// a link, not a folder, or another user's is refused rather than used or taken over.
+QString workingRootRefusal() {
+  QString root = workingFolderPath();
+  root.chop(1);
+  const QByteArray native = QFile::encodeName(root);
+  if (mkdir(native.constData(), 0700) != 0 && errno != EEXIST)
+    return root + QStringLiteral(": ") + qt_error_string(errno);
+  struct stat info {};
+  if (lstat(native.constData(), &info) != 0) return root + QStringLiteral(": ") + qt_error_string(errno);
+  if (S_ISLNK(info.st_mode)) return root + QStringLiteral(" is a symbolic link; Velmora uses only a folder of its own");
+  if (!S_ISDIR(info.st_mode)) return root + QStringLiteral(" is not a folder");
+  if (info.st_uid != geteuid())
+    return root +
+           QStringLiteral(" belongs to another user (uid %1); Velmora uses only a folder of its own").arg(info.st_uid);
+  if ((info.st_mode & 077) != 0 && chmod(native.constData(), 0700) != 0)
+    return root + QStringLiteral(": cannot make it private: ") + qt_error_string(errno);
+  return {};
+}
+
 QString workingFolderPath(const QString& subfolder) {
   QString folder = QDir::tempPath();
   if (folder.endsWith(u'/')) folder.chop(1);
@@ -63,7 +85,14 @@ QString workingFolderPath(const QString& subfolder) {
   return subfolder.isEmpty() ? folder : folder + subfolder + u'/';
 }
 
-QString AgentPageFolderName(qint64 pid, int page) { return QStringLiteral("page-%1-%2").arg(pid).arg(page); }
+// The pid lets a later process see whether the folder's agent still runs; the random part
+// makes the name one nobody can guess ahead.
+QString AgentPageFolderName(qint64 pid, int page) {
+  return QStringLiteral("page-%1-%2-%3")
+      .arg(pid)
+      .arg(page)
+      .arg(QRandomGenerator::system()->generate64(), 16, 16, QChar(u'0'));
+}
 
 QString GetTimeStamp() { return QDateTime::currentDateTime().toString(u"yyyyMMddHHmmsszzz"); }
 
@@ -193,10 +222,10 @@ void deleteContents(int folderFd, const std::function<bool(const QByteArray& nam
   }
 }
 
-// "page-<pid>-<n>" of a process that still runs: a command run beside an agent must not
+// "page-<pid>-<n>-<random>" of a process that still runs: a command run beside an agent must not
 // take the files of the agent's pages.
 bool isLiveAgentPageFolder(const QByteArray& name) {
-  static const QRegularExpression pattern(QStringLiteral("^page-([0-9]+)-[0-9]+$"));
+  static const QRegularExpression pattern(QStringLiteral("^page-([0-9]+)-[0-9]+-[0-9a-f]{16}$"));
   const QRegularExpressionMatch match = pattern.match(QString::fromLatin1(name));
   if (!match.hasMatch()) return false;
   bool ok = false;

@@ -26,6 +26,9 @@ constexpr int Utf32BE = 6;   // 00 00 FE FF
 // name ("..", "a/b") gives "" and nothing is deleted. Emptying "Velmora/" itself leaves
 // the page folders of agents still running.
 QString GetTempFolder(const QString& subfolder = QString());
+// Why the shared folder ("Velmora/" in the temporary folder) cannot be used, or "" when it
+// is the user's own private folder (created so when missing). GetTempFolder gives "" then.
+QString workingRootRefusal();
 // The same folder's path, and nothing else done: the one place that says where working
 // folders are.
 QString workingFolderPath(const QString& subfolder = QString());

@@ -1,3 +1,5 @@
+#include "control/Velmora5.h"
+#include "host/StandardProducers.h"
 #include "support/basPublic.h"
 #include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
@@ -182,6 +184,52 @@ TEST(GetTempFolder, TheSharedFolderKeepsThePagesOfRunningAgents) {
   EXPECT_TRUE(QFileInfo::exists(live));
   EXPECT_FALSE(QFileInfo::exists(gone));
   EXPECT_FALSE(QFileInfo::exists(lookalike));
+}
+
+// Another user of the machine must not read a page's pictures nor put a link where a page's
+// folder will be: the shared folder is the user's own, mode 0700, or it is not used at all.
+TEST(GetTempFolder, TheSharedFolderIsTheUsersOwnAndPrivate) {
+  struct Row {
+    const char* name;
+    std::function<void(const QString& root)> before;
+    QString refusal;  // a part of it; "" when the folder is used
+  };
+  const QString victimFile = u"victim/keep.txt"_s;
+  const Row rows[] = {
+      {"missing: made private", [](const QString&) {}, ""},
+      {"world-readable: made private", [](const QString& root) { mkdir(QFile::encodeName(root).constData(), 0777); },
+       ""},
+      {"a link to another folder",
+       [&](const QString& root) { QFile::link(QFileInfo(root).absolutePath() + u"/victim"_s, root); },
+       "is a symbolic link"},
+      {"another user's",
+       [](const QString& root) {
+         QDir().mkpath(root);
+         if (chown(QFile::encodeName(root).constData(), 65534, 65534) != 0) GTEST_SKIP() << "needs root to chown";
+       },
+       "belongs to another user (uid 65534)"},
+  };
+  for (const Row& row : rows) {
+    ScopedTempRoot temp;
+    const QString root = temp.path() + u"/Velmora"_s;
+    const QString victim = temp.write(victimFile, "x");
+    row.before(root);
+    if (::testing::Test::IsSkipped()) return;
+    EXPECT_TRUE(workingRootRefusal().contains(row.refusal)) << row.name << ": " << workingRootRefusal().toStdString();
+    EXPECT_EQ(GetTempFolder(u"page-1"_s).isEmpty(), !row.refusal.isEmpty()) << row.name;
+    EXPECT_TRUE(QFileInfo::exists(victim)) << row.name;
+    if (!row.refusal.isEmpty()) {
+      Context context;
+      Velmora5 control(context, standardProducers());
+      control.PasteImage("");
+      EXPECT_TRUE(control.Error().startsWith(u"TempFolder:"_s)) << row.name << ": " << control.Error().toStdString();
+      continue;
+    }
+    struct stat info {};
+    ASSERT_EQ(lstat(QFile::encodeName(root).constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700u) << row.name;
+  }
+  EXPECT_NE(AgentPageFolderName(1, 1), AgentPageFolderName(1, 1)) << "a page's folder name cannot be guessed ahead";
 }
 
 TEST(ListFiles, KeepsFilesByPrefixAndSuffixInNameOrder) {

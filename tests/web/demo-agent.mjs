@@ -76,9 +76,9 @@ export class DemoAgent {
     return existsSync(root) ? readdirSync(root).filter((name) => name.startsWith("page-")) : [];
   }
 
-  // Opens the demo page; its session's name ("page-<pid>-<n>") is page.sessionName.
+  // Opens the demo page; its session's name ("page-<pid>-<n>-<random>") is page.sessionName.
   async openDemo() {
-    const opened = () => [...this.log.matchAll(/page (page-\d+-\d+) opened/g)].map((match) => match[1]);
+    const opened = () => [...this.log.matchAll(/page (page-\d+-\d+-[0-9a-f]+) opened/g)].map((match) => match[1]);
     const before = opened().length;
     const page = await browser.newPage();
     page.setDefaultTimeout(20_000);
