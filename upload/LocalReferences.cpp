@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QImageReader>
 #include <algorithm>
 
 #include "support/RegExp.h"
@@ -88,10 +89,25 @@ QString localReferencePath(const QString& mode, const QString& reference, const 
   return path.replace(u'|', u':').replace(QStringLiteral("%20"), QStringLiteral(" "));
 }
 
-bool isUploadableFile(const QString& path, const QString& extensions, int32_t sizeLimitKb) {
+// Picture formats whose files a page's HTML may name; such a file must also look like a
+// picture of some kind inside (its first bytes), so a page cannot send a private text file
+// away by giving it, or a link to it, a picture's name.
+bool namesPicture(const QString& path) {
+  static const QStringList kPictures = {"png", "jpg", "jpeg", "jpe", "jfif", "gif", "bmp", "dib", "tif", "tiff", "ico"};
+  return kPictures.contains(GetFileExt(path).toLower());
+}
+
+QString uploadRefusal(const QString& path, const QString& extensions, int32_t sizeLimitKb) {
+  if (!QDir::isAbsolutePath(path)) return QStringLiteral("not an absolute path");
   const QFileInfo file(path);
-  return QDir::isAbsolutePath(path) && IsValidFile(path, extensions) && file.isFile() &&
-         file.size() / 1024.0 <= sizeLimitKb;
+  if (!file.isFile()) return QStringLiteral("not a regular file");
+  if (!IsValidFile(path, extensions)) return QStringLiteral("its type is not in LocalExt");
+  const QString real = file.canonicalFilePath();
+  if (!IsValidFile(real, extensions)) return QStringLiteral("a link to ") + real + QStringLiteral(", not in LocalExt");
+  if (file.size() / 1024.0 > sizeLimitKb) return QStringLiteral("larger than LocalSize");
+  if (namesPicture(real) && QImageReader::imageFormat(real).isEmpty())
+    return QStringLiteral("named as a picture but holds none");
+  return {};
 }
 
 void replaceLocalReference(const QString& mode, QString& body, const QString& reference, const QString& saved) {

@@ -15,11 +15,12 @@ QStringList findLocalReferences(const QString& mode, const QString& body);
 // path) becomes its path; one that leads out of `workingFolder` gives "".
 QString localReferencePath(const QString& mode, const QString& reference, const QString& workingFolder);
 
-// Whether `path` names a regular file here that passes the extension list and the size
-// limit (in KB). A relative path never does: it would be looked up in whatever the
-// process's current folder happens to be; nor a pipe or a device, which would block or
-// never end the read.
-bool isUploadableFile(const QString& path, const QString& extensions, int32_t sizeLimitKb);
+// Why `path` may not be uploaded, or "" when it may: it must be an absolute path to a
+// regular file here (not a pipe or a device, which would block or never end the read; a
+// relative path would be looked up in whatever the current folder happens to be) whose
+// name and real path (links resolved) both pass the extension list, within the size limit
+// (in KB), and a file named as a picture must hold one.
+QString uploadRefusal(const QString& path, const QString& extensions, int32_t sizeLimitKb);
 
 // Replaces every occurrence of `reference`, as the mode writes it, by `saved`.
 void replaceLocalReference(const QString& mode, QString& body, const QString& reference, const QString& saved);

@@ -2,6 +2,7 @@
 // request's completion stores the server's answer and takes up the next one.
 #include "upload/UploadBatch.h"
 
+#include <QDebug>
 #include <QFile>
 #include <QPointer>
 
@@ -55,7 +56,10 @@ void UploadBatch::next() {
   if (m_lUploadIndex == 0) m_asSaved = QStringList(last + 1, QString());
   while (++m_lUploadIndex <= last) {
     const QString path = localReferencePath(m_sUploadMode, m_asOriginal[m_lUploadIndex], settings_.workingFolder);
-    if (!isUploadableFile(path, settings_.localExt, settings_.localSize)) continue;
+    if (const QString refusal = uploadRefusal(path, settings_.localExt, settings_.localSize); !refusal.isEmpty()) {
+      qInfo().noquote() << "velmora: not uploaded:" << m_asOriginal[m_lUploadIndex] << "-" << refusal;
+      continue;
+    }
     const QString address = settings_.sendUrl + QStringLiteral("&rnd=") + PadNumber(m_lUploadIndex, 3, last + 1);
     const Result<bool> sent = send(path, address);
     if (!sent) {

@@ -56,7 +56,8 @@ TEST(CommandLine, PrintsTheResultAndThePropertiesAndExitsWithHowTheCallEnded) {
 TEST(CommandLineUpload, LocalUploadFromStandardInputPrintsTheRewrittenBodyAndTheLists) {
   test::ScopedTempRoot temp;
   test::ReceiverProcess receiver;
-  const QString a = temp.write("pics/a.png", "a"), b = temp.write("pics/b.gif", "b");
+  const QString a = temp.write("pics/a.png", test::asPicture("a.png")),
+                b = temp.write("pics/b.gif", test::asPicture("b.gif"));
   const QString page = "<p>caf\u00e9 <img src=\"%1\"><img src=\"%2\"></p>";  // text in UTF-8
 
   QProcess cli;

@@ -41,4 +41,14 @@ bool waitUntil(const std::function<bool()>& done, int timeoutMs) {
 
 QString testData(const QString& name) { return QStringLiteral(VELMORA_TEST_DATA "/") + name; }
 
+QByteArray asPicture(const QString& name, QByteArray bytes) {
+  const QString type = name.section(u'.', -1).toLower();
+  const QByteArray signature = type == u"png"                      ? QByteArray("\x89PNG\r\n\x1a\n")
+                               : type == u"jpg" || type == u"jpeg" ? QByteArray("\xff\xd8\xff\xe0")
+                               : type == u"gif"                    ? QByteArray("GIF89a")
+                               : type == u"bmp"                    ? QByteArray("BM")
+                                                                   : QByteArray();
+  return bytes.size() >= signature.size() ? bytes.replace(0, signature.size(), signature) : signature;
+}
+
 }  // namespace velmora::test

@@ -27,4 +27,9 @@ bool waitUntil(const std::function<bool()>& done, int timeoutMs = 10000);
 
 QString testData(const QString& name);
 
+// `bytes` with their start made the signature of the picture type the name's extension
+// says (png, jpg, gif, bmp), the size kept where it allows: what the upload takes for a
+// picture of that type.
+QByteArray asPicture(const QString& name, QByteArray bytes = "picture bytes");
+
 }  // namespace velmora::test

@@ -175,7 +175,7 @@ TEST_F(PasteFlows, PastedHtmlHasItsLocalPictureUploadedAndItsReferenceRewritten)
 TEST_F(PasteFlows, PastedFilesAreFilteredByTypeSizeAndKind) {
   control->setLocalExt("png|jpg");
   control->setLocalSize("2");
-  const QString kept = temp.write("files/a kept.png", QByteArray(2048, 'k'));
+  const QString kept = temp.write("files/a kept.png", test::asPicture("a.png", QByteArray(2048, 'k')));
   const QString excluded = temp.write("files/b.exe", "MZ");
   const QString oversize = temp.write("files/c big.png", QByteArray(2049, 'b'));
   const QString folder = temp.path() + "/files/d folder.png";
@@ -189,7 +189,7 @@ TEST_F(PasteFlows, PastedFilesAreFilteredByTypeSizeAndKind) {
   finish([&] { control->PasteFileList(""); });
   EXPECT_EQ(control->Error(), "");
   ASSERT_EQ(receiver.posts().size(), 1);
-  EXPECT_EQ(storedBytes(0), QByteArray(2048, 'k'));
+  EXPECT_EQ(storedBytes(0), test::asPicture("a.png", QByteArray(2048, 'k')));
   EXPECT_EQ(control->Body(), picturePasted(addressOf(0)));
   EXPECT_EQ(control->OriginalFiles(), "a kept.png");
 }
