@@ -292,6 +292,9 @@ void Velmora5::startUpload(const QString& uploadMode) {
   if (batch_) batch_->cancel();
   m_bFinished = false;
   UploadSettings settings{m_sSendUrl, m_sCharset, m_lLocalSize, m_sLocalExt, context_.g_sTempFolder};
+  bool set = false;
+  if (const int stall = qEnvironmentVariableIntValue("VELMORA_UPLOAD_STALL_SECONDS", &set); set && stall > 0)
+    settings.stallSeconds = stall;
   batch_ = std::make_unique<UploadBatch>(std::move(settings), uploadMode, m_sBody);
   connect(batch_.get(), &UploadBatch::sending, this, [this] { context_.g_sError.clear(); });
   connect(batch_.get(), &UploadBatch::failed, this,

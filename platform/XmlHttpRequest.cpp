@@ -11,6 +11,7 @@
 #include <QRegularExpression>
 #include <QStringDecoder>
 #include <QThread>
+#include <QTimer>
 
 #include "platform/Charset.h"
 
@@ -184,6 +185,7 @@ Outcome XmlHttpRequest::send(const QByteArray& body) {
   // Queued: the reply is released (with the body it holds) before anyone hears of the
   // completion, so the next file is never read while the last one is still in memory.
   connect(reply, &QNetworkReply::finished, this, &XmlHttpRequest::onFinished, Qt::QueuedConnection);
+  watchProgress(reply);
   setReadyState(Loaded);
   if (!async_) {
     QEventLoop loop;
@@ -220,11 +222,28 @@ void XmlHttpRequest::forgetReply() {
   reply_ = nullptr;
 }
 
+// A timer that every sign of progress restarts; when it runs out the reply is aborted and
+// completes as timed out. It lives with the reply, so it goes when the reply goes.
+void XmlHttpRequest::watchProgress(QNetworkReply* reply) {
+  if (stallMs_ <= 0) return;
+  auto* stall = new QTimer(reply);
+  stall->setSingleShot(true);
+  const auto restart = [stall, ms = stallMs_] { stall->start(ms); };
+  connect(reply, &QNetworkReply::uploadProgress, stall, restart);
+  connect(reply, &QNetworkReply::downloadProgress, stall, restart);
+  connect(reply, &QNetworkReply::metaDataChanged, stall, restart);
+  connect(stall, &QTimer::timeout, this, [this, reply] {
+    stalled_ = true;
+    reply->abort();
+  });
+  restart();
+}
+
 void XmlHttpRequest::onFinished() {
   if (!reply_ || sender() != reply_.data()) return;  // a reply given up meanwhile
   QNetworkReply* reply = reply_;
   forgetReply();
-  status_ = statusOf(*reply);
+  status_ = stalled_ ? StatusTimeout : statusOf(*reply);
   responseBody_ = reply->readAll();
   responseContentType_ = reply->rawHeader("Content-Type");
   delete reply;  // not inside one of its signals: this slot was queued

@@ -60,6 +60,9 @@ class XmlHttpRequest : public QObject {
   // Sends `body` (shared, not copied). Asynchronous requests return at once; a
   // synchronous one returns when it is complete, the event loop running meanwhile.
   Outcome send(const QByteArray& body);
+  // A request that makes no progress (nothing sent, nothing received) for `milliseconds`
+  // ends as timed out (Status 12002); 0, the default, waits for ever. Set before send.
+  void setStallTimeout(int milliseconds) { stallMs_ = milliseconds; }
   // Stops the request; no further OnReadyStateChange, ready state back to Uninitialized.
   void abort();
   // Gives up the request without stopping it: it runs to its end, unheard.
@@ -81,6 +84,7 @@ class XmlHttpRequest : public QObject {
   void setReadyState(ReadyState state);
   void onFinished();
   void forgetReply();
+  void watchProgress(QNetworkReply* reply);
 
   ReadyState readyState_ = Uninitialized;
   QByteArray method_;
@@ -91,6 +95,8 @@ class XmlHttpRequest : public QObject {
   int status_ = 0;
   QByteArray responseBody_;
   QByteArray responseContentType_;
+  int stallMs_ = 0;
+  bool stalled_ = false;
 };
 
 }  // namespace velmora

@@ -98,6 +98,7 @@ Result<bool> UploadBatch::send(const QString& path, const QString& address) {
   connect(MyOnReadyStateWrapper.get(), &clsReadyStateHandler::OnStateChange, this,
           &UploadBatch::MyOnReadyStateWrapper_OnStateChange);
 
+  m_oRequest->setStallTimeout(settings_.stallSeconds * 1000);
   if (Outcome opened = m_oRequest->Open(QStringLiteral("POST"), address, true); !opened)
     return Failure{kOpenWord, opened.failure().description};
   if (!built) return built.failure();  // text the page's charset cannot write: nothing to send
@@ -114,6 +115,9 @@ void UploadBatch::MyOnReadyStateWrapper_OnStateChange() {
   if (m_lUploadIndex > 0 && m_lUploadIndex < m_asSaved.size()) {
     // An answer that is no 200, or whose text cannot be read, leaves this file "" and the batch goes on.
     const Result<QString> answer = m_oRequest->responseText();
+    if (m_oRequest->Status() == XmlHttpRequest::StatusTimeout)
+      qInfo().noquote() << "velmora: not uploaded:" << m_asOriginal[m_lUploadIndex]
+                        << "- the server made no progress for" << settings_.stallSeconds << "s";
     m_asSaved[m_lUploadIndex] =
         m_oRequest->Status() == 200 && answer ? QString(answer.value()).remove(QStringLiteral("\r\n")) : QString();
   }

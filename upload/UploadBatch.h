@@ -18,6 +18,8 @@ struct UploadSettings {
   int32_t localSize = 0;  // the largest file sent, in KB
   QString localExt;       // the extensions sent, lower case, joined by "|"
   QString workingFolder;  // where the relative references of converted pages point
+  // A file whose request makes no progress this long fails, and the batch goes on.
+  int stallSeconds = 60;
 };
 
 // One upload of the local files a piece of HTML refers to: it collects the distinct

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "control/Velmora5.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
 #include "tests/control/FakeProducers.h"
 #include "tests/upload/ReceiverProcess.h"
@@ -170,19 +171,20 @@ TEST_F(Upload, AFailedAnswerCostsOnlyItsFile) {
   EXPECT_EQ(control->OriginalFiles(), "b.png");
 }
 
-TEST_F(Upload, AServerThatNeverAnswersLeavesTheBatchSendingUntilThePageCallsAgain) {
-  const QString a = picture("a.png");
+// A server that takes a file and never answers costs that file only, once its request has
+// made no progress for the stall time: the next file is still sent, each file once.
+TEST_F(Upload, AServerThatNeverAnswersCostsEachFileOnlyItself) {
+  test::ScopedEnvironment stall("VELMORA_UPLOAD_STALL_SECONDS", "1");
+  const QString a = picture("a.png"), b = picture("b.png");
   control->setSendUrl(receiver.url("/upload?test-fault=silent"));
-  control->LocalUpload(img(a));
-  ASSERT_TRUE(receiver.waitForPosts(1));
-  waitUntil([] { return false; }, 300);
-  EXPECT_EQ(control->Status(), "") << "no time limit: the batch is still sending";
+  upload(img(a) + img(b));
+  EXPECT_EQ(control->Error(), "");
+  EXPECT_EQ(control->OriginalFiles(), "");
+  EXPECT_EQ(receiver.posts().size(), 2) << "the second file was sent after the first stalled; neither twice";
 
   control->setSendUrl(receiver.url("/upload?x=2"));
-  upload(img(a));  // the new batch replaces the old request
-  EXPECT_EQ(control->Error(), "");
+  upload(img(a));
   EXPECT_EQ(control->OriginalFiles(), "a.png");
-  EXPECT_EQ(control->Body(), "<img src=\"" + addressOf(1) + "\">");
 }
 
 TEST_F(Upload, PathsAreCleanedAndTheTextPartsAreWrittenInThePagesCharset) {
