@@ -55,7 +55,8 @@ make_pictures() {  # COUNT SIZE_KB DIR: writes DIR/p001.png ... and DIR/page.htm
   mkdir -p "$dir"
   : >"$dir/page.html"
   for i in $(seq -f '%03g' "$count"); do
-    head -c "$((kb * 1024))" /dev/urandom >"$dir/p$i.png"
+    # a PNG signature, then noise: the upload sends only files that look like pictures
+    { printf '\x89PNG\r\n\x1a\n'; head -c "$((kb * 1024 - 8))" /dev/urandom; } >"$dir/p$i.png"
     printf '<p><img src="file://%s"></p>\n' "$dir/p$i.png" >>"$dir/page.html"
   done
 }
