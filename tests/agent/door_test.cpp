@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "agent/Door.h"
+#include "agent/SocketOwner.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora::agent {
@@ -90,6 +91,47 @@ TEST(Settings, NameTheAllowedOrigins) {
   using testing::HasSubstr;
   for (const auto& [file, says] : broken)
     EXPECT_THAT([&] { readAllowedOrigins(file); }, testing::ThrowsMessage<std::runtime_error>(HasSubstr(says)));
+}
+
+// As a little-endian machine prints them: the agent listens on 127.0.0.1:8765 (223D) as user
+// 1000; its clients' sockets are the rows whose remote end is that port.
+TEST(SocketOwner, IsTheUserOfTheClientsRow) {
+  const QByteArray tcp =
+      "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n"
+      "   0: 0100007F:223D 00000000:0000 0A 00000000:00000000 00:00000000 00000000  1000        0 11\n"
+      "   1: 0100007F:223D 0100007F:9C40 01 00000000:00000000 00:00000000 00000000  1000        0 12\n"
+      "   2: 0100007F:9C40 0100007F:223D 01 00000000:00000000 00:00000000 00000000  1001        0 13\n"
+      "   3: 0100007F:9C41 0100007F:223D 06 00000000:00000000 03:00001770 00000000     0        0 0\n"
+      "   4: 0100007F:9C42 0100007F:223D 01 00000000:00000000 00:00000000 00000000 65534        0 14\n";
+  const QByteArray tcp6 =
+      "  sl  local_address                         remote_address                        st tx_queue rx_queue tr "
+      "tm->when retrnsmt   uid  timeout inode\n"
+      "   0: 0000000000000000FFFF00000100007F:9C50 0000000000000000FFFF00000100007F:223D 01 00000000:00000000 "
+      "00:00000000 00000000  1002        0 15\n"
+      "   1: 00000000000000000000000001000000:9C60 00000000000000000000000001000000:223D 01 00000000:00000000 "
+      "00:00000000 00000000  1003        0 16\n";
+  const QHostAddress ipv4(QHostAddress::LocalHost), ipv6(QHostAddress::LocalHostIPv6);
+  const struct {
+    QHostAddress client;
+    quint16 clientPort;
+    QHostAddress server;
+    quint16 serverPort;
+    std::optional<uid_t> owner;
+  } cases[] = {
+      {ipv4, 40000, ipv4, 8765, 1001},  // the client's row, not the agent's own one the other way round
+      {ipv4, 40002, ipv4, 8765, 65534},
+      {QHostAddress("::ffff:127.0.0.1"), 40000, ipv4, 8765, 1001},
+      {ipv4, 40016, ipv4, 8765, 1002},  // an IPv4-mapped row of tcp6
+      {ipv6, 40032, ipv6, 8765, 1003},
+      {ipv4, 40001, ipv4, 8765, std::nullopt},  // TIME_WAIT: the connection is gone
+      {ipv4, 40003, ipv4, 8765, std::nullopt},
+      {ipv4, 40000, ipv4, 8766, std::nullopt},
+      {ipv6, 40000, ipv6, 8765, std::nullopt},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(socketOwner(tcp, tcp6, c.client, c.clientPort, c.server, c.serverPort), c.owner)
+        << c.client.toString().toStdString() << ':' << c.clientPort;
+  EXPECT_EQ(socketOwner("", "", ipv4, 40000, ipv4, 8765), std::nullopt);
 }
 
 }  // namespace
