@@ -1,5 +1,7 @@
 #include "agent/AgentServer.h"
 
+#include <unistd.h>
+
 #include <QCoreApplication>
 #include <QTcpSocket>
 #include <QTimer>
@@ -9,6 +11,7 @@
 
 #include "agent/Log.h"
 #include "agent/PageSession.h"
+#include "agent/SocketOwner.h"
 #include "agent/WebSocketTransport.h"
 #include "support/basPublic.h"
 
@@ -18,6 +21,27 @@ namespace {
 
 constexpr qsizetype kMaxRequestHead = 16 * 1024;
 constexpr int kHandshakeTimeoutMs = 10000;
+
+// Why the program on the other end of `socket` may not come in, or an empty text: only the
+// agent's own user gets in. Asked when the TCP connection is accepted, the earliest moment
+// the peer is known and before any of its bytes is read; the WebSocket server's own hook
+// (originAuthenticationRequired) would come later and hands over no socket to ask about.
+QString userRefusal(const QTcpSocket& socket) {
+  const std::optional<uid_t> owner = peerOwner(socket);
+  if (!owner) return QStringLiteral("the client's socket is not in the kernel's tables (/proc/net/tcp, tcp6)");
+  if (*owner != ::geteuid())
+    return QStringLiteral("the client's socket belongs to user %1, not to the agent's user %2")
+        .arg(*owner)
+        .arg(::geteuid());
+  return {};
+}
+
+// How a page's socket was closed, for the log: nothing when the page just went away.
+QString closeNote(const QWebSocket& socket) {
+  const QWebSocketProtocol::CloseCode code = socket.closeCode();
+  if (code == QWebSocketProtocol::CloseCodeNormal || code == QWebSocketProtocol::CloseCodeGoingAway) return {};
+  return QStringLiteral(" (close code %1: %2)").arg(QString::number(int(code)), socket.closeReason());
+}
 
 // One connected page: its socket, the channel over it and the session the channel
 // publishes as "velmora". It goes when the socket closes, once no call of the page is on
@@ -33,7 +57,7 @@ class PageConnection : public QObject {
     log(QStringLiteral("page %1 opened from %2 (%3), working folder %4")
             .arg(name, socket_->origin(), peerOf(*socket_), session_.workingFolder()));
     connect(socket_, &QWebSocket::disconnected, this, [this, name] {
-      log(QStringLiteral("page %1 closed").arg(name));
+      log(QStringLiteral("page %1 closed%2").arg(name, closeNote(*socket_)));
       session_.whenIdle([this] { deleteLater(); });
     });
   }
@@ -77,6 +101,11 @@ Outcome AgentServer::listen(quint16 port) {
 
 void AgentServer::screen(QTcpSocket* socket) {
   socket->setParent(this);
+  connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+  if (const QString reason = userRefusal(*socket); !reason.isEmpty()) {
+    refuse(socket, reason);
+    return;
+  }
   auto* timer = new QTimer(socket);
   timer->setSingleShot(true);
   timer->setObjectName(QStringLiteral("door"));
@@ -85,7 +114,6 @@ void AgentServer::screen(QTcpSocket* socket) {
   });
   timer->start(kHandshakeTimeoutMs);
   connect(socket, &QTcpSocket::readyRead, this, [this, socket] { inspect(socket); });
-  connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
   if (socket->bytesAvailable()) inspect(socket);
 }
 
@@ -123,6 +151,11 @@ void AgentServer::openPage() {
     // Numbered across the process, so two servers in one program never share a folder.
     static int pagesOpened = 0;
     const QString name = AgentPageFolderName(QCoreApplication::applicationPid(), ++pagesOpened);
+    // Set before the event loop reads any of the page's frames. A frame is never larger
+    // than its message, so one announcing more is refused by its header, before its bytes
+    // are held anywhere.
+    socket->setMaxAllowedIncomingMessageSize(maxMessageSize_);
+    socket->setMaxAllowedIncomingFrameSize(maxMessageSize_);
     auto* page = new PageConnection(socket, name, hasDisplay_, this);
     pages_.append(page);
     connect(page, &QObject::destroyed, this, [this, page] {

@@ -12,11 +12,15 @@ class QTcpSocket;
 
 namespace velmora::agent {
 
-// The agent's WebSocket door on 127.0.0.1. Every new connection is held until its
-// handshake head has arrived; a handshake the door policy refuses is answered 403 and
-// logged with the reason; one it admits goes on to the WebSocket server and becomes a
-// page: one session, one QWebChannel, one working folder "page-<pid>-<n>", all gone
-// when the page goes.
+// A page's message may be this large unless the command line says otherwise.
+constexpr quint64 kDefaultMaxMessageMb = 64;
+
+// The agent's WebSocket door on 127.0.0.1. A connection from a program of another user is
+// refused as soon as it is accepted; any other is held until its handshake head has
+// arrived. A refused one is answered 403 and logged with the reason; a handshake the door
+// policy admits goes on to the WebSocket server and becomes a page: one session, one
+// QWebChannel, one working folder "page-<pid>-<n>", all gone when the page goes. A page
+// sending a message over the size limit is closed with 1009 (message too big).
 class AgentServer : public QObject {
   Q_OBJECT
 
@@ -30,6 +34,9 @@ class AgentServer : public QObject {
   quint16 port() const { return tcp_.serverPort(); }
   const DoorPolicy& policy() const { return *policy_; }
   void setHasDisplay(bool hasDisplay) { hasDisplay_ = hasDisplay; }
+  // The largest message a page may send, for pages that connect from now on.
+  void setMaxMessageSize(quint64 bytes) { maxMessageSize_ = bytes; }
+  quint64 maxMessageSize() const { return maxMessageSize_; }
   int pageCount() const { return int(pages_.size()); }
 
  signals:
@@ -47,6 +54,7 @@ class AgentServer : public QObject {
   QTcpServer tcp_;
   QWebSocketServer webSockets_;
   bool hasDisplay_ = true;
+  quint64 maxMessageSize_ = kDefaultMaxMessageMb << 20;
   QList<QObject*> pages_;
 };
 

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <stdexcept>
+#include <string>
 
 #include "agent/AgentServer.h"
 #include "agent/DemoReceiver.h"
@@ -26,10 +27,13 @@ using velmora::Outcome;
 constexpr int kExitUsage = 2;
 constexpr quint16 kDefaultPort = 8765;
 constexpr quint16 kDefaultDemoPort = 8766;
+// QtWebSockets keeps a message in one QByteArray or QString, which stays under 2 GB.
+constexpr uint kLargestMaxMessageMb = 2047;
 
 struct Options {
   quint16 port = kDefaultPort;
   quint16 demoPort = kDefaultDemoPort;
+  quint64 maxMessageMb = kDefaultMaxMessageMb;
   bool demo = false;
   QStringList allowedOrigins;
   QString webRoot;
@@ -42,6 +46,14 @@ quint16 portOption(const QCommandLineParser& parser, const QString& name, quint1
   const uint port = parser.value(name).toUInt(&ok);
   if (!ok || port > 65535) throw std::runtime_error(QStringLiteral("--%1 wants a port number").arg(name).toStdString());
   return quint16(port);
+}
+
+quint64 maxMessageOption(const QCommandLineParser& parser) {
+  bool ok = false;
+  const uint megabytes = parser.value(QStringLiteral("max-message-mb")).toUInt(&ok);
+  if (!ok || megabytes == 0 || megabytes > kLargestMaxMessageMb)
+    throw std::runtime_error("--max-message-mb wants a whole number from 1 to " + std::to_string(kLargestMaxMessageMb));
+  return megabytes;
 }
 
 // The web folder next to the program: <build>/../web in a source tree, or an installed
@@ -58,7 +70,8 @@ Options parseOptions(const QApplication& app) {
   QCommandLineParser parser;
   parser.setApplicationDescription(
       QStringLiteral("Serves the Velmora controls to web pages: QWebChannel over a WebSocket on 127.0.0.1.\n"
-                     "Only pages from an allowed origin get in, and only through a loopback Host name."));
+                     "Only pages from an allowed origin get in, only through a loopback Host name and only from\n"
+                     "programs of the agent's own user."));
   parser.addHelpOption();
   parser.addOptions({
       {QStringLiteral("port"), QStringLiteral("WebSocket port on 127.0.0.1 (0: any free one)."), QStringLiteral("PORT"),
@@ -69,6 +82,9 @@ Options parseOptions(const QApplication& app) {
       {QStringLiteral("demo"), QStringLiteral("Also serve the demo page; its origin is then allowed.")},
       {QStringLiteral("http-port"), QStringLiteral("Demo page port on 127.0.0.1 (0: any free one)."),
        QStringLiteral("PORT"), QString::number(kDefaultDemoPort)},
+      {QStringLiteral("max-message-mb"),
+       QStringLiteral("Close a page that sends a message larger than N megabytes (1009: message too big)."),
+       QStringLiteral("N"), QString::number(kDefaultMaxMessageMb)},
       {QStringLiteral("web-root"), QStringLiteral("The web folder (velmora.js, demo/, node_modules/)."),
        QStringLiteral("DIR")},
       {QStringLiteral("receiver"),
@@ -82,6 +98,7 @@ Options parseOptions(const QApplication& app) {
   Options options;
   options.port = portOption(parser, QStringLiteral("port"), kDefaultPort);
   options.demoPort = portOption(parser, QStringLiteral("http-port"), kDefaultDemoPort);
+  options.maxMessageMb = maxMessageOption(parser);
   options.demo = parser.isSet(QStringLiteral("demo"));
   for (const QString& origin : parser.values(QStringLiteral("allow-origin"))) {
     if (velmora::agent::normalizeOrigin(origin).isEmpty())
@@ -156,6 +173,7 @@ int run(QApplication& app) {
 
   AgentServer agent(origins);
   agent.setHasDisplay(velmora::hostHasDisplay());
+  agent.setMaxMessageSize(options.maxMessageMb << 20);
   QString error;
   if (const Outcome listening = agent.listen(options.port); !listening)
     throw std::runtime_error(QStringLiteral("cannot listen on 127.0.0.1:%1: %2")
@@ -167,6 +185,7 @@ int run(QApplication& app) {
   const QStringList& allowed = agent.policy().allowedOrigins();
   log(allowed.isEmpty() ? QStringLiteral("no origin is allowed: give --allow-origin or --settings")
                         : QStringLiteral("allowed origins: ") + allowed.join(QStringLiteral(", ")));
+  log(QStringLiteral("pages' messages may be up to %1 MB").arg(options.maxMessageMb));
   if (demo) {
     receiver = startDemoReceiver(options.receiver);
     demo->start(agentUrl, receiver ? receiver->uploadUrl() : QString());
