@@ -1,6 +1,7 @@
 #include "office/clsMicrosoftWord.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include "core/OptionString.h"
 #include "core/Text.h"
@@ -14,6 +15,9 @@ namespace {
 
 // The office's stage, as the error word the caller reports.
 Failure stageFailure(const OfficeAnswer& answer) { return {answer.failedStage + u':', answer.description}; }
+
+// The office helper runs in a folder of its own: a relative path means the caller's folder.
+QString absolute(const QString& file) { return QFileInfo(file).absoluteFilePath(); }
 
 }  // namespace
 
@@ -38,7 +42,7 @@ Result<QString> clsMicrosoftWord::Word2HTML(const QString& file) {
   if (const Outcome created = createApplication(); !created) return created.failure();
 
   QFile::remove(pagePath);  // the read-back below must find this call's page, or none
-  const OfficeAnswer saved = runJob({OfficeJob::Kind::WebPage, file, pagePath, {}});
+  const OfficeAnswer saved = runJob({OfficeJob::Kind::WebPage, absolute(file), pagePath, {}});
   if (saved.failedStage == u"CreateObject" || saved.failedStage == u"Open") return stageFailure(saved);
   // A failed save is not reported for itself: whether the page exists decides.
   if (!FileExists(pagePath))
@@ -55,7 +59,7 @@ Result<QString> clsMicrosoftWord::Word2Images(const QString& file, const QString
   if (const Outcome created = createApplication(); !created) return created.failure();
 
   const QString stem = context_.g_sTempFolder + GetTimeStamp();
-  const OfficeAnswer drawn = runJob({OfficeJob::Kind::PagePictures, file, stem, imageType});
+  const OfficeAnswer drawn = runJob({OfficeJob::Kind::PagePictures, absolute(file), stem, imageType});
   // A page that could not be saved is left out and the others still come; but an office
   // that stopped while drawing (it crashed, or passed its time limit) leaves nothing to
   // show, and the user hears why rather than getting an empty import.
