@@ -7,8 +7,9 @@
 namespace velmora::receiver {
 
 // How the receiver answers an upload. Normally: status 200 and the stored file's address.
-// Tests ask for the ways a real server goes wrong, per request through query parameters
-// or for every request through the command line's switches of the same names:
+// Tests ask for the ways a real server goes wrong, for every request through the command
+// line's switches, or per request through query parameters of the same names when the
+// receiver runs with --test-switches:
 //   test-status=N     answer status N (the upload is not stored)
 //   test-answer=crlf  the address followed by CR LF; "lf": by a lone LF; "empty": no body
 //   test-delay=MS     wait MS milliseconds before answering

@@ -111,7 +111,7 @@ void Receiver::post(const httplib::Request& request, httplib::Response& response
                     const httplib::ContentReader& reader) {
   Behaviour behaviour = settings_.behaviour;
   const auto action = actions_.find(request.get_param_value("action"));
-  std::optional<std::string> error = behaviour.applyQuery(request);
+  std::optional<std::string> error = settings_.querySwitches ? behaviour.applyQuery(request) : std::nullopt;
   if (!error && action == actions_.end()) error = "unknown action: " + request.get_param_value("action");
   if (error) {
     discardBody(request, reader);

@@ -16,6 +16,9 @@ struct Settings {
   std::string host = "127.0.0.1";
   int port = 0;         // 0: any free port
   Behaviour behaviour;  // how every upload is answered unless a request says otherwise
+  // Whether a request's test-* query parameters change its answer. Off by default: any
+  // page could otherwise make a demo's or a shared receiver hang, reset or refuse.
+  bool querySwitches = false;
 };
 
 // The server end of the editor control's local-file upload: a POST of a multipart form to

@@ -2,7 +2,10 @@
 //
 //   velmora-receiver --root DIR [--host 127.0.0.1] [--port 0]
 //                    [--test-status N] [--test-answer crlf|lf|empty] [--test-delay MS]
-//                    [--test-fault cut|reset|silent]
+//                    [--test-fault cut|reset|silent] [--test-switches]
+//
+// --test-switches lets each request's test-* query parameters choose its answer; without
+// it they are ignored.
 //
 // Prints "velmora-receiver: listening on http://HOST:PORT" once it accepts connections,
 // then one line per request. Stops on SIGINT or SIGTERM.
@@ -23,17 +26,22 @@ using velmora::receiver::Settings;
   std::fprintf(stderr,
                "velmora-receiver: %s\n"
                "usage: velmora-receiver --root DIR [--host ADDRESS] [--port N] [--test-status N]\n"
-               "       [--test-answer crlf|lf|empty] [--test-delay MS] [--test-fault cut|reset|silent]\n",
+               "       [--test-answer crlf|lf|empty] [--test-delay MS] [--test-fault cut|reset|silent]\n"
+               "       [--test-switches]\n",
                problem.c_str());
   std::exit(2);
 }
 
 Settings parse(int argc, char** argv) {
   Settings settings;
-  for (int i = 1; i < argc; i += 2) {
+  for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
+    if (option == "--test-switches") {  // the one switch without a value
+      settings.querySwitches = true;
+      continue;
+    }
     if (i + 1 >= argc) usage(option + " needs a value");
-    const std::string value = argv[i + 1];
+    const std::string value = argv[++i];
     if (option == "--root") {
       settings.root = value;
     } else if (option == "--host") {

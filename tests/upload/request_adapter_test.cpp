@@ -37,7 +37,7 @@ void postForm(Recorded& r, const QString& url) {
 }
 
 TEST(RequestAdapter, PostsAsynchronouslyReportingEveryReadyStateAndAbortsSilently) {
-  test::ReceiverProcess receiver;
+  test::ReceiverProcess receiver({"--test-switches"});
   Recorded r;
   postForm(r, receiver.url("/up?x=1&action=local&type=local&rnd=001"));
   ASSERT_TRUE(waitUntil([&] { return r.complete(); }));

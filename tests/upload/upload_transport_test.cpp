@@ -26,7 +26,7 @@ class Upload : public ::testing::Test {
   test::ScopedTempRoot temp;
   Context context;
   test::FakeProducers producers;
-  ReceiverProcess receiver;
+  ReceiverProcess receiver{QStringList{"--test-switches"}};  // some tests choose the answer in the address
   std::unique_ptr<Velmora5> control = std::make_unique<Velmora5>(context, producers);
   int resultChanges = 0;
 
