@@ -58,6 +58,7 @@ class Receiver {
   httplib::Server server_;
   std::string baseUrl_;
   int port_ = -1;
+  int listenSocket_ = -1;
   // The upload forms by their "action" query value. The upload control's block protocol
   // ("mfu") is meant to join "local" here.
   std::map<std::string, ActionHandler> actions_;

@@ -1,9 +1,17 @@
 // The reference receiver stores what it is sent under its root and nowhere else.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <QDirIterator>
+#include <QElapsedTimer>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QRegularExpression>
+
+#include <vector>
 
 #include "tests/common/TestSupport.h"
 #include "tests/upload/ReceiverProcess.h"
@@ -33,13 +41,14 @@ Answer request(const QString& method, const QString& url, const QByteArray& body
 
 // The upload form with any bytes as the file name, built by hand so that nothing is
 // escaped or checked on the way.
-Answer uploadNamed(const ReceiverProcess& receiver, const QByteArray& fileName, const QByteArray& content = "data") {
+Answer uploadNamed(const ReceiverProcess& receiver, const QByteArray& fileName, const QByteArray& content = "data",
+                   const QString& extraQuery = {}) {
   const QByteArray boundary = "---------------------------7d510000100000";
   const QByteArray body =
       "\r\n--" + boundary + "\r\nContent-Disposition: form-data; name=\"originalfile\"\r\n\r\n" + fileName + "\r\n--" +
       boundary + "\r\nContent-Disposition: form-data; name=\"uploadfile\"; filename=\"" + fileName +
       "\"\r\nContent-Type: application/octet-stream\r\n\r\n" + content + "\r\n--" + boundary + "--\r\n";
-  return request("POST", receiver.url("/up?x=1&action=local&type=local&rnd=001"), body,
+  return request("POST", receiver.url("/up?x=1&action=local&type=local&rnd=001" + extraQuery), body,
                  "multipart/form-data; boundary=" + boundary);
 }
 
@@ -105,12 +114,55 @@ TEST(Receiver, ServesOnlyItsOwnFiles) {
 
 // Nothing is kept of what is not the upload form.
 TEST(Receiver, RefusesWhatIsNotTheUploadForm) {
-  ReceiverProcess receiver;
+  ReceiverProcess receiver({"--test-switches"});
   const QByteArray noFile = "\r\n--b\r\nContent-Disposition: form-data; name=\"originalfile\"\r\n\r\nx\r\n--b--\r\n";
   for (const char* query : {"?x=1&action=nothing", "?x=1&action=local", "?x=1&action=local&test-status=abc"})
     EXPECT_EQ(request("POST", receiver.url(QString("/up") + query), "a=b", "text/plain").status, 400) << query;
   EXPECT_EQ(request("POST", receiver.url("/up?action=local"), noFile, "multipart/form-data; boundary=b").status, 400);
   EXPECT_TRUE(QDir(receiver.root()).isEmpty());
+}
+
+// Clients that connect and then say nothing, or stop halfway through the request line,
+// must not keep a real upload waiting for their timeouts.
+TEST(Receiver, UploadsGoOnWhileManyConnectionsIdle) {
+  constexpr int kIdle = 200;
+  constexpr qint64 kHeaderTimeoutMs = 3000;  // the receiver's wait for a request's bytes
+  ReceiverProcess receiver;
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(quint16(QUrl(receiver.url("/")).port()));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  std::vector<int> idle;
+  for (int i = 0; i < kIdle; ++i) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_GE(fd, 0);
+    idle.push_back(fd);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << i;
+    if (i % 2 == 1) ASSERT_EQ(::send(fd, "POST /up?act", 12, MSG_NOSIGNAL), 12);
+  }
+  QElapsedTimer clock;
+  clock.start();
+  const Answer answer = uploadNamed(receiver, "a.png");
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_LT(clock.elapsed(), kHeaderTimeoutMs) << "the upload waited for idle connections to time out";
+  for (const int fd : idle) ::close(fd);
+}
+
+TEST(Receiver, QuerySwitchesNeedTheCommandLineFlag) {
+  const struct {
+    QStringList switches;
+    QString query;
+    int status;
+  } cases[] = {
+      {{}, "&test-status=503", 200},       {{"--test-switches"}, "&test-status=503", 503},
+      {{}, "&test-status=abc", 200},       {{"--test-switches"}, "&test-status=abc", 400},
+      {{"--test-status", "503"}, "", 503},  // the command line's own switches need no flag
+  };
+  for (const auto& c : cases) {
+    ReceiverProcess receiver(c.switches);
+    EXPECT_EQ(uploadNamed(receiver, "a.png", "data", c.query).status, c.status)
+        << c.switches.join(' ').toStdString() << " " << c.query.toStdString();
+  }
 }
 
 }  // namespace
