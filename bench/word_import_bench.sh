@@ -28,13 +28,21 @@ DOCUMENT=$BUILD/tests/word_document
 WORK=$(mktemp -d)
 export XDG_RUNTIME_DIR=$WORK/runtime TMPDIR=$WORK/tmp
 mkdir -m 700 "$XDG_RUNTIME_DIR" && mkdir "$TMPDIR" "$WORK/out" "$WORK/root"
+# The benchmark's own office helper (its runtime folder is $WORK's): the worker, and the
+# front process that is its parent.
+stop_helper() {
+  for worker in $(pgrep -f -- "--worker $XDG_RUNTIME_DIR" || true); do
+    kill "$(ps -o ppid= -p "$worker")" "$worker" 2>/dev/null || true
+  done
+}
 cleanup() {
-  pkill -f "velmora-office.*$WORK" 2>/dev/null || true
+  stop_helper
   kill "$RECEIVER" "$LISTENER" 2>/dev/null || true
-  pkill -f "$WORK/unoconv-profile" 2>/dev/null || true
+  pkill -f "port=$UNOCONV_PORT" 2>/dev/null || true  # the office unoconv's listener started
   rm -rf "$WORK"
 }
 LISTENER=""
+UNOCONV_PORT=2099  # not unoconv's default, so a listener the user runs is left alone
 trap cleanup EXIT
 
 "$DOCUMENT" "$WORK/doc.docx" 20 10
@@ -59,11 +67,11 @@ soffice_pages() {
   soffice -env:UserInstallation=file://$WORK/soffice-profile --headless --convert-to pdf --outdir "$WORK/out" "$1" &&
     pdftoppm -png -r 150 "$WORK/out/doc.pdf" "$WORK/out/page"
 }
-unoconv_html() { /usr/bin/python3 /usr/bin/unoconv -f html -o "$WORK/out/unoconv.html" "$1"; }
+unoconv_html() { /usr/bin/python3 /usr/bin/unoconv --port "$UNOCONV_PORT" -f html -o "$WORK/out/unoconv.html" "$1"; }
 
 pages=$(import "$WORK/doc.docx" imgtype:png | grep -o '<img' | wc -l)
 soffice_html "$WORK/doc.docx" >/dev/null 2>&1  # the soffice profile is made once, outside the timings
-/usr/bin/python3 /usr/bin/unoconv --listener -env:UserInstallation=file://$WORK/unoconv-profile >/dev/null 2>&1 &
+/usr/bin/python3 /usr/bin/unoconv --listener --port "$UNOCONV_PORT" >/dev/null 2>&1 &
 LISTENER=$!
 sleep 3
 unoconv_html "$WORK/doc.docx" >/dev/null 2>&1 || true
@@ -83,8 +91,7 @@ m_warm=$(printf '%s\n' "${warm[@]}" | median)
 m_pictures=$(printf '%s\n' "${pictures[@]}" | median)
 m_pdf=$(printf '%s\n' "${pdf[@]}" | median)
 
-pkill -f "velmora-office.*$WORK" 2>/dev/null || true
-pkill -x velmora-office 2>/dev/null || true
+stop_helper
 sleep 1
 first=$(seconds import "$WORK/doc.docx" "mode:html;optimizemode:1")
 
