@@ -2,9 +2,9 @@
 // with the control's open dialog) goes through the control's ImportWord, as HTML or as one
 // picture per page; the pictures go to the demo's receiver, and the editor shows the result.
 
+import { startPanel, uploadTo } from "./panels.js";
+
 const WORD_FILTER = "Word documents (*.doc;*.docx;*.wps)|*.doc;*.docx;*.wps";
-const PICTURE_TYPES = "png|jpg|jpeg|gif|bmp";
-const LARGEST_KB = "20480";
 
 const $ = (id) => document.getElementById(id);
 
@@ -35,9 +35,7 @@ async function importWord(control, editor, uploadUrl) {
   const route = $("import-route").value;
   report("busy", `Importing ${file.split("/").pop()}…`);
   try {
-    await control.put("SendUrl", uploadUrl);
-    await control.put("LocalExt", PICTURE_TYPES);
-    await control.put("LocalSize", LARGEST_KB);
+    await uploadTo(control, uploadUrl);
     await control.ImportWord(file, importOptions(route));
     const result = await control.whenDone();
     if (result.Error) return report("error", `Error: ${result.Error}`);
@@ -50,23 +48,12 @@ async function importWord(control, editor, uploadUrl) {
   }
 }
 
-async function start() {
-  const [{ control, editor }, page] = await Promise.all([
-    window.velmoraDemo.ready,
-    fetch("/agent.json").then((answer) => answer.json()),
-  ]);
-  const panel = $("import-panel");
-  if (!page.upload) {  // the agent has no receiver for the demo: nowhere to put the pictures
-    panel.dataset.state = "no-receiver";
-    return;
-  }
+function wire({ control, editor, uploadUrl }) {
   $("import-browse").addEventListener("click", () => chooseDocument(control));
-  $("import-run").addEventListener("click", () => importWord(control, editor, page.upload));
+  $("import-run").addEventListener("click", () => importWord(control, editor, uploadUrl));
   $("import-path").addEventListener("keydown", (event) => {
-    if (event.key === "Enter") importWord(control, editor, page.upload);
+    if (event.key === "Enter") importWord(control, editor, uploadUrl);
   });
-  panel.hidden = false;
-  panel.dataset.state = "ready";
 }
 
-start().catch((error) => console.error("the Import Word action is not available:", error));
+startPanel("import-panel", wire).catch((error) => console.error("the Import Word action is not available:", error));

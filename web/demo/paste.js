@@ -6,8 +6,7 @@
 // "Quick format" makes a template of the web page a piece was copied from, its style sheets
 // inline; "Flash size" reads a movie's width and height from its header.
 
-const PICTURE_TYPES = "png|jpg|jpeg|gif|bmp";
-const LARGEST_KB = "20480";
+import { startPanel, uploadTo } from "./panels.js";
 
 const $ = (id) => document.getElementById(id);
 
@@ -32,9 +31,7 @@ async function paste(control, editor, uploadUrl, flow) {
     // A paste with nothing of its kind on the clipboard may leave Status as it was: ask first.
     const flag = (await control.GetClipboardFlag()).split("|");
     if (flag[flow.flagDigit] !== "1") return report("error", `Nothing for ${flow.name} on the clipboard (${flag.join("|")})`);
-    await control.put("SendUrl", uploadUrl);
-    await control.put("LocalExt", PICTURE_TYPES);
-    await control.put("LocalSize", LARGEST_KB);
+    await uploadTo(control, uploadUrl);
     await control[flow.name](flow.options);
     const result = await control.whenDone();
     if (result.Error) return report("error", `Error: ${result.Error}`);
@@ -83,21 +80,10 @@ async function flashSize(control) {
   }
 }
 
-async function start() {
-  const [{ control, editor }, page] = await Promise.all([
-    window.velmoraDemo.ready,
-    fetch("/agent.json").then((answer) => answer.json()),
-  ]);
-  const panel = $("paste-panel");
-  if (!page.upload) {  // the agent has no receiver for the demo: no paste action
-    panel.dataset.state = "no-receiver";
-    return;
-  }
-  for (const flow of FLOWS) $(flow.button).addEventListener("click", () => paste(control, editor, page.upload, flow));
+function wire({ control, editor, uploadUrl }) {
+  for (const flow of FLOWS) $(flow.button).addEventListener("click", () => paste(control, editor, uploadUrl, flow));
   $("quick-format").addEventListener("click", () => quickFormat(control, editor));
   $("flash-header").addEventListener("click", () => flashSize(control));
-  panel.hidden = false;
-  panel.dataset.state = "ready";
 }
 
-start().catch((error) => console.error("the paste actions are not available:", error));
+startPanel("paste-panel", wire).catch((error) => console.error("the paste actions are not available:", error));

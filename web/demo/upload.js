@@ -4,9 +4,9 @@
 // sends every picture to the demo's receiver. The editor then shows the HTML the control
 // gives back, whose pictures come from the receiver.
 
-const PICTURE_TYPES = "png|jpg|jpeg|gif|bmp";
+import { startPanel, uploadTo } from "./panels.js";
+
 const PICTURE_FILTER = "Pictures (*.png;*.jpg;*.jpeg;*.gif;*.bmp)|*.png;*.jpg;*.jpeg;*.gif;*.bmp";
-const LARGEST_KB = "20480";
 
 const $ = (id) => document.getElementById(id);
 
@@ -65,9 +65,7 @@ async function choosePictures(control, editor) {
 async function localUpload(control, editor, uploadUrl) {
   report("busy", "Uploading…");
   try {
-    await control.put("SendUrl", uploadUrl);
-    await control.put("LocalExt", PICTURE_TYPES);
-    await control.put("LocalSize", LARGEST_KB);
+    await uploadTo(control, uploadUrl);
     await control.LocalUpload(editor.root.innerHTML);
     const result = await control.whenDone();
     if (result.Error) return report("error", `Error: ${result.Error}`);
@@ -80,24 +78,13 @@ async function localUpload(control, editor, uploadUrl) {
   }
 }
 
-async function start() {
-  const [{ control, editor }, page] = await Promise.all([
-    window.velmoraDemo.ready,
-    fetch("/agent.json").then((answer) => answer.json()),
-  ]);
-  const panel = $("local-upload-panel");
-  if (!page.upload) {  // the agent has no receiver for the demo: no upload action
-    panel.dataset.state = "no-receiver";
-    return;
-  }
+function wire({ control, editor, uploadUrl }) {
   $("local-insert").addEventListener("click", () => insertTyped(editor));
   $("local-path").addEventListener("keydown", (event) => {
     if (event.key === "Enter") insertTyped(editor);
   });
   $("local-browse").addEventListener("click", () => choosePictures(control, editor));
-  $("local-upload").addEventListener("click", () => localUpload(control, editor, page.upload));
-  panel.hidden = false;
-  panel.dataset.state = "ready";
+  $("local-upload").addEventListener("click", () => localUpload(control, editor, uploadUrl));
 }
 
-start().catch((error) => console.error("the Local upload action is not available:", error));
+startPanel("local-upload-panel", wire).catch((error) => console.error("the Local upload action is not available:", error));
