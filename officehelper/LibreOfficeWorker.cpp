@@ -4,7 +4,6 @@
 #include <unistd.h>
 #include <LibreOfficeKit/LibreOfficeKit.hxx>
 
-#include <QDir>
 #include <QFileInfo>
 #include <QImage>
 #include <QRect>

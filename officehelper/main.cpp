@@ -14,7 +14,8 @@ using namespace velmora;
 
 namespace {
 
-int seconds(const QCommandLineParser& args, const QString& option, const char* variable, int fallback) {
+// A positive whole number from the option, else from the environment variable, else the default.
+int positiveSetting(const QCommandLineParser& args, const QString& option, const char* variable, int fallback) {
   bool ok = false;
   int value = args.value(option).toInt(&ok);
   if (!ok) value = qEnvironmentVariableIntValue(variable, &ok);
@@ -43,10 +44,12 @@ int main(int argc, char** argv) {
   BrokerSettings settings;
   settings.socketPath = args.isSet("socket") ? args.value("socket") : officeHelperSocketPath();
   settings.profileFolder = officeHelperProfileFolder();
-  settings.timeLimitSeconds = seconds(args, "time-limit", "VELMORA_OFFICE_TIME_LIMIT", settings.timeLimitSeconds);
-  settings.idleSeconds = seconds(args, "idle", "VELMORA_OFFICE_IDLE", settings.idleSeconds);
-  settings.documentsPerWorker = seconds(args, "documents", "VELMORA_OFFICE_DOCUMENTS", settings.documentsPerWorker);
-  settings.memoryLimitMb = seconds(args, "memory-mb", "VELMORA_OFFICE_MEMORY_MB", int(settings.memoryLimitMb));
+  settings.timeLimitSeconds =
+      positiveSetting(args, "time-limit", "VELMORA_OFFICE_TIME_LIMIT", settings.timeLimitSeconds);
+  settings.idleSeconds = positiveSetting(args, "idle", "VELMORA_OFFICE_IDLE", settings.idleSeconds);
+  settings.documentsPerWorker =
+      positiveSetting(args, "documents", "VELMORA_OFFICE_DOCUMENTS", settings.documentsPerWorker);
+  settings.memoryLimitMb = positiveSetting(args, "memory-mb", "VELMORA_OFFICE_MEMORY_MB", int(settings.memoryLimitMb));
 
   OfficeBroker broker(settings);
   QString error;
