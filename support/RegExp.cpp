@@ -494,6 +494,21 @@ uint32_t matchLimitFor(qsizetype textSize) {
   return uint32_t(std::min<quint64>(limit, std::numeric_limits<uint32_t>::max()));
 }
 
+// A unit of the match limit is not a unit of time: between two units PCRE2 may scan the
+// rest of the text with a single-character repeat, so one unit can cost as much as one pass
+// over the text (about a nanosecond per character). A search therefore starts with a limit
+// that this worst case keeps to a few tens of milliseconds and, when the limit is reached,
+// tries again with four times as many units (or as many as fit in the time left at the
+// pace the last try went), up to matchLimitFor(). The clock is read between tries, so a
+// single runaway match stops at the time limit; a legitimate long match pays for its
+// earlier tries, a third more at worst, and the common short one pays nothing.
+constexpr quint64 kFirstTryUnitsTimesCharacters = 25'000'000;
+constexpr uint32_t kFewestFirstTryUnits = 64;
+uint32_t firstTryLimitFor(qsizetype textSize, uint32_t finalLimit) {
+  const quint64 units = kFirstTryUnitsTimesCharacters / quint64(std::max<qsizetype>(textSize, 1));
+  return uint32_t(std::clamp<quint64>(units, kFewestFirstTryUnits, finalLimit));
+}
+
 // How long one pass of a pattern over a text may run before it gives up: far beyond what
 // any rule takes on a real page (they run at tens of megabytes per second), short of a hang.
 // A thread may set its own (see ScopedRegExpTimeLimit).
@@ -572,8 +587,10 @@ class Matcher {
         state_(ThreadMatchState::get()),
         data_(state_.dataFor(pattern.groupCount)),
         ovector_(pcre2_get_ovector_pointer(data_)),
-        grownStack_(nullptr, &pcre2_jit_stack_free) {
-    pcre2_set_match_limit(state_.context(), matchLimitFor(text.size()));
+        grownStack_(nullptr, &pcre2_jit_stack_free),
+        finalLimit_(matchLimitFor(text.size())),
+        tryLimit_(firstTryLimitFor(text.size(), finalLimit_)) {
+    pcre2_set_match_limit(state_.context(), finalLimit_);
     timer_.start();
     if (subject_.byUnit() && pattern.requiredRun && text.size() >= kRequiredRunSearchFrom &&
         !holdsRequiredRun(pattern.requiredRun))
@@ -619,7 +636,7 @@ class Matcher {
       if (rc > 0) return true;
       if (rc == PCRE2_ERROR_NOMATCH) {
         if (windowEnd >= subject_.size()) return false;
-        const qint64 tookMs = readClock();
+        const qint64 tookMs = readClock() / 1'000'000;
         if (tookMs > kSlowWindowMs)
           window_ = std::max<qsizetype>(window_ / 8, 1);
         else if (tookMs == 0)
@@ -635,13 +652,13 @@ class Matcher {
     }
   }
 
-  // Checks the time limit; answers the milliseconds since the clock was last read (the
-  // window just searched, and any matches found before it).
+  // Checks the time limit; answers the nanoseconds since the clock was last read (the
+  // window or try just searched, and any matches found before it).
   qint64 readClock() {
-    const qint64 now = timer_.elapsed();
-    checkTimeLimit(now);
-    const qint64 took = now - lastClockMs_;
-    lastClockMs_ = now;
+    const qint64 now = timer_.nsecsElapsed();
+    checkTimeLimit(now / 1'000'000);
+    const qint64 took = now - clockReadNs_;
+    clockReadNs_ = now;
     return took;
   }
 
@@ -654,9 +671,22 @@ class Matcher {
     return rc != PCRE2_ERROR_NOMATCH;  // an error: search with the pattern itself
   }
 
-  // One search whose match may start anywhere from `from` to `lastStart`.
+  // One search whose match may start anywhere from `from` to `lastStart`, in tries of a
+  // growing match limit (see firstTryLimitFor).
   int matchFrom(qsizetype from, qsizetype lastStart) {
     pcre2_set_offset_limit(state_.context(), PCRE2_SIZE(lastStart));
+    for (;;) {
+      pcre2_set_match_limit(state_.context(), tryLimit_);
+      const int rc = matchOnce(from);
+      if (rc != PCRE2_ERROR_MATCHLIMIT || tryLimit_ >= finalLimit_) return rc;
+      // The try took at most the time since the clock was last read (exactly that from
+      // the second try of a search on).
+      nsPerUnit_ = double(readClock()) / tryLimit_;
+      tryLimit_ = nextTryLimit();
+    }
+  }
+
+  int matchOnce(qsizetype from) {
     // The JIT's own entry skips the checks pcre2_match makes on every call: a rule with
     // thousands of matches calls it thousands of times.
     return jitCompiled_ ? pcre2_jit_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
@@ -665,14 +695,27 @@ class Matcher {
                                       PCRE2_NO_UTF_CHECK, data_, state_.context());
   }
 
+  // The limit of the next try after one that ran out of units: four times as many, or as
+  // many as the time left allows at the last try's pace. Throws when no larger try fits.
+  // Later searches of the pass start from there: the pattern needs that many on this text.
+  uint32_t nextTryLimit() const {
+    const double nsLeft = double(timeLimitMs(subject_.size())) * 1e6 - double(clockReadNs_);
+    const double unitsLeft = nsLeft / std::max(nsPerUnit_, 1e-3);
+    const quint64 next = std::min<quint64>({quint64(tryLimit_) * 4, quint64(unitsLeft), finalLimit_});
+    if (next <= tryLimit_) throw timeLimitError();
+    return uint32_t(next);
+  }
+
   void checkTimeLimit(qint64 elapsedMs) const {
-    const qint64 limitMs = timeLimitMs(subject_.size());
-    if (elapsedMs <= limitMs) return;
-    throw ScriptError(errnum::RegExpGaveUp,
-                      QStringLiteral("The regular expression could not finish the match (it ran past its time "
-                                     "limit of %1 s) in %2")
-                          .arg(double(limitMs) / 1000)
-                          .arg(quoted(pattern_.pattern)));
+    if (elapsedMs > timeLimitMs(subject_.size())) throw timeLimitError();
+  }
+
+  ScriptError timeLimitError() const {
+    return ScriptError(errnum::RegExpGaveUp,
+                       QStringLiteral("The regular expression could not finish the match (it ran past its time "
+                                      "limit of %1 s) in %2")
+                           .arg(double(timeLimitMs(subject_.size())) / 1000)
+                           .arg(quoted(pattern_.pattern)));
   }
 
   bool growJitStack() {
@@ -691,11 +734,14 @@ class Matcher {
   pcre2_match_data* data_;
   const PCRE2_SIZE* ovector_;
   JitStackPtr grownStack_;
+  const uint32_t finalLimit_;
+  uint32_t tryLimit_;
+  double nsPerUnit_ = 0;
   size_t grownStackSize_ = 0;
   qsizetype searchFrom_ = 0;
   qsizetype window_ = kFirstWindow;
   QElapsedTimer timer_;
-  qint64 lastClockMs_ = 0;
+  qint64 clockReadNs_ = 0;
   quint64 runs_ = 0;
 };
 

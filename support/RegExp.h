@@ -32,8 +32,9 @@ struct CompiledPattern;
 // surrogate is an ordinary character (it never stops or breaks a match). An empty match
 // moves the next search on by one character, as ECMAScript's global replace does.
 // An invalid pattern, or a match the engine cannot finish (match limit, JIT stack, or a
-// pass that runs past its time limit: 10 s plus 1 ms per thousand characters), throws
-// ScriptError; it never reads as "no match". Compiled patterns are cached per thread.
+// pass that runs past its time limit: 10 s plus 1 ms per thousand characters, checked
+// within a single match too), throws ScriptError; it never reads as "no match". Compiled
+// patterns are cached per thread.
 struct RegExpMatch {
   qsizetype start = 0;
   qsizetype length = 0;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -178,6 +179,19 @@ TEST(RegExpLimits, OpenersThatNeverCloseGiveUpAtTheTimeLimit) {
   const ScriptError error = errorOf([&] { RegExpReplace(text, R"(<!\[if !vml\]>([^a]|a)*?<!\[endif\]>)", ""); });
   EXPECT_EQ(error.number(), errnum::RegExpGaveUp);
   EXPECT_TRUE(error.description().contains("time limit")) << error.description();
+}
+
+TEST(RegExpLimits, ASingleRunawayMatchStopsNearTheTimeLimit) {
+  // One start position whose match scans to the end of the text for every character it
+  // steps over: the time goes within one match, between two reads of the match limit.
+  const QString text = "<a href=\"file" + QString(400'000, u'#');
+  const ScopedRegExpTimeLimit limit(std::chrono::milliseconds(500));
+  QElapsedTimer timer;
+  timer.start();
+  const ScriptError error =
+      errorOf([&] { RegExp(R"((href\s*?=\s*?['"])file[^'" >]+?(#[^\.'"\s>]*?['"]))").test(text); });
+  EXPECT_TRUE(error.description().contains("time limit")) << error.description();
+  EXPECT_LT(timer.elapsed(), 1000);
 }
 
 TEST(RegExpLimits, MatchesAcrossTheSearchWindowsAreFoundWhole) {
