@@ -5,7 +5,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTextStream>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
+#include <stop_token>
+#include <thread>
+
+#include <unistd.h>
 
 #include "cli/Output.h"
 #include "control/Velmora5.h"
@@ -25,6 +31,37 @@ struct CallRequest {
   int timeoutSeconds = 300;
   QString member;
   QVariantList arguments;
+};
+
+// The time limit of the whole call. A member that waits for the network or the office ends
+// through waitForResult, which prints what the control holds; one still busy on its own
+// work past the limit (a rule on hostile input, an office that does not answer) is stopped
+// with the process, a moment after the limit so that the orderly end goes first.
+class CallDeadline {
+ public:
+  CallDeadline(int seconds, const QString& member)
+      : end_(Clock::now() + std::chrono::seconds(seconds)),
+        watchdog_([this, seconds, name = member.toStdString()](std::stop_token stop) {
+          std::mutex mutex;
+          std::unique_lock lock(mutex);
+          if (std::condition_variable_any().wait_until(lock, stop, end_ + kGrace, [] { return false; })) return;
+          if (stop.stop_requested()) return;
+          std::fflush(stdout);
+          std::fprintf(stderr, "velmora: %s did not finish within %d s and was stopped\n", name.c_str(), seconds);
+          std::fflush(stderr);
+          _exit(ExitTimedOut);
+        }) {}
+
+  std::chrono::milliseconds left() const {
+    return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now()),
+                    std::chrono::milliseconds(0));
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  static constexpr std::chrono::milliseconds kGrace{500};
+  const Clock::time_point end_;
+  std::jthread watchdog_;
 };
 
 QString readStandardInput() {
@@ -79,15 +116,14 @@ int runCall(const QStringList& arguments) {
   if (window && window->showsWindow && !hostHasDisplay())
     throw UsageError(request.member + QStringLiteral(" shows a window and needs a display (set DISPLAY)"));
 
+  const CallDeadline deadline(request.timeoutSeconds, request.member);
   std::unique_ptr<QObject> control = CreateControl(request.className, Context::process(), standardProducers());
   Dispatch dispatch(*control, *cls);
   const MemberInfo& member = dispatch.method(request.member);
   for (const auto& [property, value] : request.settings) dispatch.put(property, value);
   const QVariant result = dispatch.invoke(request.member, request.arguments);
   const auto* editor = qobject_cast<const Velmora5*>(control.get());
-  const Waited waited = member.pollsStatus && editor
-                            ? waitForResult(*editor, std::chrono::seconds(request.timeoutSeconds))
-                            : Waited::Finished;
+  const Waited waited = member.pollsStatus && editor ? waitForResult(*editor, deadline.left()) : Waited::Finished;
 
   QJsonObject out;
   out.insert(QStringLiteral("result"), QJsonValue::fromVariant(result));

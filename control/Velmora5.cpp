@@ -6,6 +6,7 @@
 #include "clipboard/basClipBoard.h"
 #include "clipboard/clsClipboard.h"
 #include "clipboard/clsFileList.h"
+#include "core/Aside.h"
 #include "core/OptionString.h"
 #include "core/ScriptError.h"
 #include "dialogs/clsCommonDialog.h"
@@ -133,15 +134,18 @@ void Velmora5::ImportExcelSheet(const QString& s_File, int16_t n_SheetIndex, con
     return;
   }
   if (!workingFolderReady()) return;
+  const quint64 flow = startFlow();
   if (mode == u"img") {
     m_sStyle.clear();
-    takePictures(
-        producers_.createExcelEngine(context_, QStringLiteral("excel"))->Excel2Images(s_File, n_SheetIndex, s_Opt));
+    const Result<QString> pictures =
+        producers_.createExcelEngine(context_, QStringLiteral("excel"))->Excel2Images(s_File, n_SheetIndex, s_Opt);
+    if (!superseded(flow)) takePictures(pictures);
     return;
   }
   for (const QString& engine : enginesFor(api, s_File, QStringLiteral("et"), QStringLiteral("excel"))) {
     const Result<StyledHtml> sheet =
         producers_.createExcelEngine(context_, engine)->Excel2HTML(s_File, n_SheetIndex, s_Opt);
+    if (superseded(flow)) return;
     if (!report(sheet)) continue;
     takeHtml(sheet.value());
     startUpload(QStringLiteral("excel"));
@@ -158,18 +162,23 @@ void Velmora5::ImportWord(const QString& s_File, const QString& s_Opt) {
     return;
   }
   if (!workingFolderReady()) return;
+  const quint64 flow = startFlow();
   if (mode != u"html") {
     m_sStyle.clear();
-    takePictures(printImage == u"1"
-                     ? producers_.createDocumentPrinter(context_)->Word2Images(s_File, s_Opt)
-                     : producers_.createWordEngine(context_, QStringLiteral("word"))->Word2Images(s_File, s_Opt));
+    const Result<QString> pictures =
+        printImage == u"1" ? producers_.createDocumentPrinter(context_)->Word2Images(s_File, s_Opt)
+                           : producers_.createWordEngine(context_, QStringLiteral("word"))->Word2Images(s_File, s_Opt);
+    if (!superseded(flow)) takePictures(pictures);
     return;
   }
   for (const QString& engine : enginesFor(api, s_File, QStringLiteral("wps"), QStringLiteral("word"))) {
     std::unique_ptr<WordEngine> word = producers_.createWordEngine(context_, engine);
     const Result<QString> page = word->Word2HTML(s_File);
+    if (superseded(flow)) return;
     if (!report(page)) continue;
-    takeHtml(word->OptimizeHTML(QStringLiteral("import"), page.value(), s_Opt));
+    const StyledHtml html = word->OptimizeHTML(QStringLiteral("import"), page.value(), s_Opt);
+    if (superseded(flow)) return;
+    takeHtml(html);
     startUpload(QStringLiteral("word"));
     return;
   }
@@ -181,8 +190,10 @@ void Velmora5::ImportPPT(const QString& s_File, const QString& s_Opt) {
     return;
   }
   if (!workingFolderReady()) return;
+  const quint64 flow = startFlow();
   m_sStyle.clear();
-  takePictures(producers_.createSlideExporter(context_)->PPT2Images(s_File, s_Opt));
+  const Result<QString> pictures = producers_.createSlideExporter(context_)->PPT2Images(s_File, s_Opt);
+  if (!superseded(flow)) takePictures(pictures);
 }
 
 // ---- Clipboard flows ----------------------------------------------------------------
@@ -196,24 +207,35 @@ void Velmora5::pasteOfficeContent(const QString& s_Opt, bool excel) {
     PasteImage(s_Opt);
     return;
   }
+  const quint64 flow = startFlow();
   const QString html = GetClipboardHTML();
   const QString source = QStringLiteral("paste");
-  takeHtml(excel ? producers_.createExcelEngine(context_, QStringLiteral("excel"))->OptimizeHTML(source, html, s_Opt)
-                 : producers_.createWordEngine(context_, QStringLiteral("word"))->OptimizeHTML(source, html, s_Opt));
+  const StyledHtml cleaned =
+      excel ? producers_.createExcelEngine(context_, QStringLiteral("excel"))->OptimizeHTML(source, html, s_Opt)
+            : producers_.createWordEngine(context_, QStringLiteral("word"))->OptimizeHTML(source, html, s_Opt);
+  if (superseded(flow)) return;
+  takeHtml(cleaned);
   context_.g_sError.clear();
   startUpload(QStringLiteral("local"));  // the clipboard route always counts as a success
 }
 
 void Velmora5::PasteImage(const QString& s_Opt) {
   if (!workingFolderReady()) return;
+  const quint64 flow = startFlow();
   m_sStyle.clear();
-  takePictures(producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(s_Opt));
+  const Result<QString> pictures =
+      producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(s_Opt);
+  if (!superseded(flow)) takePictures(pictures);
 }
 
 void Velmora5::PasteFileList(const QString& /*s_Opt*/) {
+  const quint64 flow = startFlow();
   m_sStyle.clear();
   bool listed = false;
-  clsFileList(context_).FileList2HTML(m_sLocalExt, m_lLocalSize, m_sBody, listed);
+  QString body;
+  clsFileList(context_).FileList2HTML(m_sLocalExt, m_lLocalSize, body, listed);
+  if (superseded(flow)) return;
+  m_sBody = body;
   if (listed) startUpload(QStringLiteral("pastefilelist"));
 }
 
@@ -279,9 +301,14 @@ void Velmora5::LocalUpload(const QString& s_HTML) {
   m_sStyle.clear();
   m_sOriginalFiles.clear();
   m_sSavedFiles.clear();
+  const quint64 flow = startFlow();
   // A link to an anchor inside a local file becomes a bare in-page anchor.
-  m_sBody = RegExpReplace(s_HTML, QStringLiteral(R"((href\s*?=\s*?['"])file[^'" >]+?(#[^\.'"\s>]*?['"]))"),
-                          QStringLiteral("$1$2"));
+  QString body = runAside([html = s_HTML] {
+    return RegExpReplace(html, QStringLiteral(R"((href\s*?=\s*?['"])file[^'" >]+?(#[^\.'"\s>]*?['"]))"),
+                         QStringLiteral("$1$2"));
+  });
+  if (superseded(flow)) return;
+  m_sBody = std::move(body);
   startUpload(QStringLiteral("local"));
 }
 

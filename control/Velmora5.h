@@ -115,6 +115,13 @@ class Velmora5 : public QObject {
   std::unique_ptr<CaptureTool> cCapture;
   // The upload of the last flow's pictures; replaced (and so stopped) by the next flow's.
   std::unique_ptr<UploadBatch> batch_;
+  // Flows started so far. A flow waits (for the office, or for work done aside) with the
+  // page's events running, so the page may start another meanwhile: the later flow's result
+  // stands, and the earlier one drops its own when it resumes, as a new upload batch
+  // replaces a running one.
+  quint64 flowsStarted_ = 0;
+  quint64 startFlow() { return ++flowsStarted_; }
+  bool superseded(quint64 flow) const { return flow != flowsStarted_; }
 };
 
 }  // namespace velmora

@@ -4,12 +4,15 @@
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QPointer>
+#include <QThread>
 #include <QTimer>
 
 namespace velmora {
 
+// Work done aside (Aside.h) has no page events to let run: they belong to the main thread.
 void letPendingEventsRun() {
-  if (QCoreApplication::instance()) QCoreApplication::processEvents();
+  const QCoreApplication* app = QCoreApplication::instance();
+  if (app && QThread::currentThread() == app->thread()) QCoreApplication::processEvents();
 }
 
 bool letPendingEventsRun(const QObject* self) {

@@ -3,11 +3,23 @@
 #include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
 #include "clipboard/ClipboardPicture.h"
+#include "core/Aside.h"
 #include "office/clsMicrosoftWord.h"
 
 namespace velmora {
 
 namespace {
+
+// A clean-up runs aside (core/Aside.h) on a copy of the page's context, so that the page's
+// other calls meanwhile never race with it; what the clean-up leaves in the error text is
+// the page's once it is done.
+template <class Cleanup>
+StyledHtml cleanUpAside(Context& context, Cleanup cleanup) {
+  Context aside = context;
+  StyledHtml out = runAside([&] { return cleanup(aside); });
+  context.g_sError = aside.g_sError;
+  return out;
+}
 
 // clsMicrosoftWord on LibreOffice Writer, and clsWPSWord, which fails as on a machine
 // without WPS.
@@ -20,10 +32,12 @@ class WordDocumentEngine : public WordEngine {
     return clsMicrosoftWord(context_, createLibreOfficeAutomation()).Word2HTML(file);
   }
   StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) override {
-    StyledHtml out;
-    WordCleanup(context_, wps_ ? WordCleanup::Variant::WPS : WordCleanup::Variant::Word)
-        .OptimizeHTML(source, html, options, out.style, out.body);
-    return out;
+    const auto variant = wps_ ? WordCleanup::Variant::WPS : WordCleanup::Variant::Word;
+    return cleanUpAside(context_, [=](Context& aside) {
+      StyledHtml out;
+      WordCleanup(aside, variant).OptimizeHTML(source, html, options, out.style, out.body);
+      return out;
+    });
   }
   Result<QString> Word2Images(const QString& file, const QString& options) override {
     if (wps_) return unavailable();
@@ -48,9 +62,11 @@ class WorkbookEngine : public ExcelEngine {
   Result<StyledHtml> Excel2HTML(const QString&, int16_t, const QString&) override { return unavailable(); }
   Result<QString> Excel2Images(const QString&, int16_t, const QString&) override { return unavailable(); }
   StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) override {
-    StyledHtml out;
-    ExcelCleanup(context_).OptimizeHTML(source, html, options, out.style, out.body);
-    return out;
+    return cleanUpAside(context_, [=](Context& aside) {
+      StyledHtml out;
+      ExcelCleanup(aside).OptimizeHTML(source, html, options, out.style, out.body);
+      return out;
+    });
   }
 
  private:

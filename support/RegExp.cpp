@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QHashFunctions>
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <limits>
 #include <list>
@@ -511,10 +512,12 @@ uint32_t firstTryLimitFor(qsizetype textSize, uint32_t finalLimit) {
 
 // How long one pass of a pattern over a text may run before it gives up: far beyond what
 // any rule takes on a real page (they run at tens of megabytes per second), short of a hang.
-// A thread may set its own (see ScopedRegExpTimeLimit).
-thread_local std::optional<std::chrono::milliseconds> t_timeLimit;
+// A host may set its own for the whole process (see ScopedRegExpTimeLimit): rule lists run
+// on worker threads too.
+constexpr qint64 kNoTimeLimitSet = -1;
+std::atomic<qint64> g_timeLimitMs{kNoTimeLimitSet};
 qint64 timeLimitMs(qsizetype textSize) {
-  if (t_timeLimit) return t_timeLimit->count();
+  if (const qint64 set = g_timeLimitMs.load(std::memory_order_relaxed); set != kNoTimeLimitSet) return set;
   return 10'000 + qint64(textSize) / 1000;
 }
 // Start positions tried by one search: few at first (a start position may cost a scan of
@@ -696,7 +699,8 @@ class Matcher {
   }
 
   // The limit of the next try after one that ran out of units: four times as many, or as
-  // many as the time left allows at the last try's pace. Throws when no larger try fits.
+  // many as the time left allows at the last try's pace. Throws when no larger try fits:
+  // at that pace the match cannot end in time, and waiting for the limit would only burn it.
   // Later searches of the pass start from there: the pattern needs that many on this text.
   uint32_t nextTryLimit() const {
     const double nsLeft = double(timeLimitMs(subject_.size())) * 1e6 - double(clockReadNs_);
@@ -712,8 +716,8 @@ class Matcher {
 
   ScriptError timeLimitError() const {
     return ScriptError(errnum::RegExpGaveUp,
-                       QStringLiteral("The regular expression could not finish the match (it ran past its time "
-                                      "limit of %1 s) in %2")
+                       QStringLiteral("The regular expression could not finish the match within its time "
+                                      "limit of %1 s in %2")
                            .arg(double(timeLimitMs(subject_.size())) / 1000)
                            .arg(quoted(pattern_.pattern)));
   }
@@ -924,10 +928,9 @@ qsizetype RegExpIndexOf(const QString& text, const QString& pattern) {
   return match ? match->start : -1;
 }
 
-ScopedRegExpTimeLimit::ScopedRegExpTimeLimit(std::chrono::milliseconds limit) : previous_(t_timeLimit) {
-  t_timeLimit = limit;
-}
+ScopedRegExpTimeLimit::ScopedRegExpTimeLimit(std::chrono::milliseconds limit)
+    : previousMs_(g_timeLimitMs.exchange(limit.count())) {}
 
-ScopedRegExpTimeLimit::~ScopedRegExpTimeLimit() { t_timeLimit = previous_; }
+ScopedRegExpTimeLimit::~ScopedRegExpTimeLimit() { g_timeLimitMs = previousMs_; }
 
 }  // namespace velmora

@@ -78,7 +78,7 @@ bool RegExpTest(const QString& pattern, const QString& text);
 // case-insensitive search many times faster than QString's.
 qsizetype RegExpIndexOf(const QString& text, const QString& pattern);
 
-// Sets the time limit of every pass on this thread while it lives.
+// Sets the time limit of every pass, on every thread, while it lives.
 class ScopedRegExpTimeLimit {
  public:
   explicit ScopedRegExpTimeLimit(std::chrono::milliseconds limit);
@@ -87,7 +87,7 @@ class ScopedRegExpTimeLimit {
   ScopedRegExpTimeLimit& operator=(const ScopedRegExpTimeLimit&) = delete;
 
  private:
-  std::optional<std::chrono::milliseconds> previous_;
+  qint64 previousMs_;
 };
 
 }  // namespace velmora

@@ -5,7 +5,9 @@
 #include <QDebug>
 #include <QFile>
 #include <QPointer>
+#include <QSet>
 
+#include "core/Aside.h"
 #include "core/Text.h"
 #include "core/Yield.h"
 #include "support/basPublic.h"
@@ -36,15 +38,22 @@ void UploadBatch::start() {
   if (collect()) next();
 }
 
-// The distinct references, in the order they stand in the body. False when the batch was
-// dropped while events ran.
+// The distinct references, in the order they stand in the body, found aside (a body may
+// be megabytes). False when the batch was dropped meanwhile.
 bool UploadBatch::collect() {
-  m_asOriginal = QStringList{QString()};
+  const QPointer<UploadBatch> self(this);
+  QStringList references = runAside([mode = m_sUploadMode, body = body_] {
+    QStringList distinct{QString()};  // counted from 1
+    QSet<QString> seen;
+    for (const QString& reference : findLocalReferences(mode, body)) {
+      if (!seen.contains(reference)) distinct.append(reference);
+      seen.insert(reference);
+    }
+    return distinct;
+  });
+  if (!self) return false;
+  m_asOriginal = std::move(references);
   m_lUploadIndex = 0;
-  for (const QString& reference : findLocalReferences(m_sUploadMode, body_)) {
-    if (!letPendingEventsRun(this)) return false;
-    if (!m_asOriginal.contains(reference, Qt::CaseSensitive)) m_asOriginal.append(reference);
-  }
   return true;
 }
 

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
 #include <QPointer>
+#include <QTimer>
 
 #include "agent/PageSession.h"
 #include "control/Velmora5.h"
 #include "core/ScriptError.h"
 #include "server/Dispatch.h"
+#include "support/RegExp.h"
 #include "tests/common/TestSupport.h"
 #include "tests/control/FakeProducers.h"
 
@@ -151,6 +154,24 @@ TEST_F(PageSessionTest, AControlReleasedDuringItsOwnCallLivesUntilTheCallReturns
   EXPECT_EQ(session->objectCount(), 0);
   EXPECT_EQ(errorNumber(session->invoke(id, "Test", {})), 424);
   EXPECT_EQ(errorNumber(session->release(id)), 424);
+}
+
+TEST_F(PageSessionTest, OnePagesLongWorkLeavesTheOtherPagesAnswering) {
+  const auto other = makeSession("page-2");
+  const int busy = create(*session), quick = create(*other);
+  const ScopedRegExpTimeLimit limit(std::chrono::seconds(2));
+  // Each character the anchor rule steps over scans to the end: seconds of work.
+  const QString hostile = "<a href=\"file" + QString(400'000, u'#');
+  QElapsedTimer clock;
+  qint64 answeredAtMs = -1;
+  QTimer::singleShot(300, Qt::PreciseTimer, [&] {
+    if (other->invoke(quick, "Test", {}).value("value") == "Velmora") answeredAtMs = clock.elapsed();
+  });
+  clock.start();
+  EXPECT_EQ(errorNumber(session->invoke(busy, "LocalUpload", {hostile})), errnum::RegExpGaveUp);
+  EXPECT_LT(clock.elapsed(), 2200);
+  EXPECT_GE(answeredAtMs, 300);
+  EXPECT_LT(answeredAtMs, 400) << "the other page waited for the long work";
 }
 
 }  // namespace

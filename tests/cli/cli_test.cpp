@@ -23,6 +23,11 @@ TEST(CommandLine, PrintsTheResultAndThePropertiesAndExitsWithHowTheCallEnded) {
       {{"call", "ImportWord", temp.path() + "/missing.doc", "mode:html"}, 1, "Error", "InvalidFile:doc|docx|wps"},
       // The clipboard here is empty: no file list, so no upload starts.
       {{"call", "PasteFileList", ""}, 1, "stderr", "started no work"},
+      // A rule that takes seconds on this input (each character it steps over scans to the end).
+      {{"--timeout", "1", "call", "LocalUpload", "<a href=\"file" + QString(100'000, u'#')},
+       4,
+       "stderr",
+       "did not finish within 1 s"},
       // What a script could not do either, and what the command line does not understand.
       {{"call", "Frobnicate"}, 2, "stderr", "doesn't support"},
       {{"--set", "LocalSize=1e12", "call", "Test"}, 2, "stderr", "Overflow"},
