@@ -18,8 +18,7 @@ void runAside(const std::function<void()>& work);
 
 template <class Work>
 auto runAside(Work&& work) -> std::invoke_result_t<Work&>
-  requires(!std::is_void_v<std::invoke_result_t<Work&>>)
-{
+requires(!std::is_void_v<std::invoke_result_t<Work&>>) {
   std::optional<std::invoke_result_t<Work&>> result;
   runAside(std::function<void()>([&] { result.emplace(work()); }));
   return std::move(*result);

@@ -2,8 +2,12 @@
 
 #include <QByteArray>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 
 #include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
@@ -18,6 +22,7 @@
 #include "platform/ClipboardMime.h"
 #include "platform/DropFiles.h"
 #include "support/basPublic.h"
+#include "upload/LocalReferences.h"
 
 namespace velmora::fuzz {
 
@@ -161,6 +166,60 @@ void wordWebPage(const uint8_t* data, size_t size) {
   (void)shapeAsWordPage(page);
 }
 
+// One clean-up pipeline or upload scan over `text`, chosen by `pick`.
+void runRuleList(uint8_t pick, const QString& text) {
+  Context context;
+  QString style, body;
+  switch (pick % 6) {
+    case 0:
+    case 1:
+      WordCleanup(context, pick & 8 ? WordCleanup::Variant::WPS : WordCleanup::Variant::Word)
+          .OptimizeHTML(pick & 16 ? QStringLiteral("paste") : QStringLiteral("import"), text,
+                        pick % 6 ? QStringLiteral("optimizemode:1;opt1vml:1;opt1absolute:1;opt1eq:1;opt1margin:1;"
+                                                  "opt1space:1;opt1grid:1;opt1css:1;pagewidth:1")
+                                 : QStringLiteral("optimizemode:2;opt2image:1;opt2table:1;opt2eq:1;opt2indent:1;"
+                                                  "opt2ptobr:1"),
+                        style, body);
+      break;
+    case 2:
+    case 3:
+      ExcelCleanup(context).OptimizeHTML(
+          pick & 16 ? QStringLiteral("paste") : QStringLiteral("import"), text,
+          pick % 6 == 3 ? QStringLiteral("optimizemode:1;opt1vml:1;opt1space:1;opt1table:1;opt1overflow:1;opt1css:1")
+                        : QStringLiteral("optimizemode:2;opt2image:1;opt2space:1;opt2table:1"),
+          style, body);
+      break;
+    default:
+      for (const char* mode : {"local", "word", "excel", "wordimage", "pastefilelist"})
+        findLocalReferences(QString::fromLatin1(mode), text);
+  }
+}
+
+// Long runs of one character after a short opening, through every rule list: a rule whose
+// time grows with the square of the text shows as a run four times as long taking far
+// more than four times as long, and stops the fuzzer with the input that shows it. (A rule
+// that gives up at the match limit ends quickly and passes.) The local upload's anchor rule
+// is not among them: by its wording it scans to the end of the text for every character it
+// steps over, and only the time limit bounds it.
+// Bytes: the rule list, the character (Latin-1), the opening.
+void slowRuns(const uint8_t* data, size_t size) {
+  if (size < 2) return;
+  const QString opening = QString::fromLatin1(bytesOf(data + 2, std::min<size_t>(size - 2, 64)));
+  const auto millisecondsFor = [&](qsizetype runLength) {
+    QElapsedTimer timer;
+    timer.start();
+    runRuleList(data[0], opening + QString(runLength, QChar(data[1])));
+    return timer.elapsed();
+  };
+  constexpr qsizetype kRun = 20'000;
+  const qint64 shortMs = millisecondsFor(kRun), longMs = millisecondsFor(4 * kRun);
+  if (longMs > 200 && longMs > 10 * std::max<qint64>(shortMs, 1)) {
+    std::fprintf(stderr, "slow_runs: %lld ms for %lld characters, %lld ms for a quarter of them\n",
+                 static_cast<long long>(longMs), static_cast<long long>(4 * kRun), static_cast<long long>(shortMs));
+    std::abort();
+  }
+}
+
 }  // namespace
 
 const std::vector<Target>& targets() {
@@ -169,6 +228,7 @@ const std::vector<Target>& targets() {
       {"quick_format", quickFormat},     {"html_format", htmlFormat},     {"file_lists", fileLists},
       {"dialog_buffers", dialogBuffers}, {"word_cleanup", wordCleanup},   {"excel_cleanup", excelCleanup},
       {"css_merge", cssMerge},           {"office_frames", officeFrames}, {"word_web_page", wordWebPage},
+      {"slow_runs", slowRuns},
   };
   return all;
 }

@@ -30,6 +30,8 @@ std::vector<QByteArray> seeds() {
       "<!--[if gte vml 1]><v:shape style='width:1pt'><v:imagedata src=\"a_files/i.png\"/></v:shape><![endif]-->"
       "</p></div></body></html>",
       QByteArray::fromHex("00000034") + R"({"job":"webpage","document":"/a.docx","target":"/p"})",
+      "\x01#<a href=\"file",
+      "\x02\"<img src=\"",  // runs of one character through the rule lists
       "<style type=\"text/css\">@page { size: 8.27in 11.69in; margin: 0.79in 2cm }</style><img src=\"Velmora_Temp_"
       "Word_Doc_html_1.png\"><img src=\"file:///etc/x.png\"><img src=\"../Velmora_Temp_Word_Doc_html_1.png\">"};
 }
@@ -91,7 +93,7 @@ TEST(FuzzReplay, EveryParserTakesTheSeedsAndTheirMutations) {
   }
   EXPECT_EQ(replayed, (QStringList{"flash_header", "text_file", "option_string", "quick_format", "html_format",
                                    "file_lists", "dialog_buffers", "word_cleanup", "excel_cleanup", "css_merge",
-                                   "office_frames", "word_web_page"}))
+                                   "office_frames", "word_web_page", "slow_runs"}))
       << "every parser is replayed";
 }
 
