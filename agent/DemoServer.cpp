@@ -10,6 +10,7 @@
 #include "agent/CleanupEndpoint.h"
 #include "agent/Door.h"
 #include "agent/Log.h"
+#include "httpserver/IdleConnectionLimits.h"
 
 namespace velmora::agent {
 
@@ -19,6 +20,7 @@ struct DemoServer::Server {
   StaticFiles files;
   std::string qwebchannelJs;
   std::string agentJson;
+  IdleConnectionLimits limits;
 };
 
 namespace {
@@ -39,7 +41,7 @@ void answerFile(const StaticFiles& files, const httplib::Request& request, httpl
 }  // namespace
 
 DemoServer::DemoServer(StaticFiles files, QByteArray qwebchannelJs)
-    : server_(new Server{{}, {}, std::move(files), qwebchannelJs.toStdString(), {}}) {}
+    : server_(new Server{{}, {}, std::move(files), qwebchannelJs.toStdString(), {}, {}}) {}
 
 DemoServer::~DemoServer() {
   server_->http.stop();
@@ -47,9 +49,11 @@ DemoServer::~DemoServer() {
 }
 
 Outcome DemoServer::bind(quint16 port) {
+  server_->limits.applyTo(server_->http);
   const int bound = port == 0 ? server_->http.bind_to_any_port("127.0.0.1")
                               : (server_->http.bind_to_port("127.0.0.1", port) ? port : -1);
   if (bound <= 0) return Failure{{}, QStringLiteral("cannot listen on 127.0.0.1:%1").arg(port)};
+  server_->limits.widenBacklog();
   port_ = quint16(bound);
   return {};
 }
@@ -63,7 +67,6 @@ void DemoServer::start(const QString& agentUrl, const QString& uploadUrl) {
   // One request per connection: an idle kept-alive connection would hold one of the
   // server's threads (and its stop) for seconds.
   s.http.set_keep_alive_max_count(1);
-  s.http.new_task_queue = [] { return new httplib::ThreadPool(16); };
   // The same Host rule as the agent's door: a rebound DNS name gets nothing here either.
   s.http.set_pre_routing_handler([port](const httplib::Request& request, httplib::Response& response) {
     const QString host = QString::fromStdString(request.get_header_value("Host"));

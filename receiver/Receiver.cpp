@@ -18,27 +18,6 @@ namespace {
 
 constexpr size_t kMaxOriginalFile = 4096;  // the path text kept for the log
 
-// Every accepted connection holds a worker until its request is read, even one that never
-// sends a byte, so with the library's default pool (8 threads on a small machine) a handful
-// of silent clients stalled every upload. kWorkers is above the 200 idle connections the
-// receiver is tested against, so a real upload still finds a free worker at once; a
-// waiting worker is a sleeping thread whose stack is mostly untouched, so 256 cost little.
-// kRequestTimeoutSeconds (the library's default is 5) is the wait for a request's first
-// byte, also between uploads on one kept-alive connection, and for each read after it: a
-// silent connection gives its worker back after 3 s, which lets the pool absorb about 85
-// new ones a second. The library's read timeout is per read, not a deadline for the whole
-// header, so a client dripping a byte a second still keeps its worker; only the pool's
-// size bounds that. A cap per client address is not cheap here: the pool gets an opaque
-// task per accepted socket, and the library tells the address only once the header is
-// read, too late to help.
-constexpr size_t kWorkers = 256;
-// The library listens with a backlog of 5. With hundreds of threads about, its accepting
-// thread is not always quick enough for a burst of connections, and a connection beyond
-// the backlog is retried by its client only a second later; a backlog of kBacklog takes the
-// 200-connection burst with room to spare (the kernel caps it at net.core.somaxconn).
-constexpr int kBacklog = 512;
-constexpr time_t kRequestTimeoutSeconds = 3;
-
 // Percent-encodes every byte outside the unreserved set, so the log shows a field's exact
 // bytes whatever charset the client wrote it in.
 std::string percentEncoded(const std::string& bytes) {
@@ -102,13 +81,7 @@ Receiver::Receiver(Settings settings) : settings_(std::move(settings)), storage_
   actions_["local"] = &Receiver::localUpload;
   server_.set_tcp_nodelay(true);           // answers are small writes: no waiting for acknowledgements
   server_.set_keep_alive_max_count(1000);  // a page uploads file after file on one connection
-  server_.set_keep_alive_timeout(kRequestTimeoutSeconds);
-  server_.set_read_timeout(kRequestTimeoutSeconds);
-  server_.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
-  server_.set_socket_options([this](socket_t socket) {
-    httplib::default_socket_options(socket);
-    listenSocket_ = socket;  // the last one offered is the one bound
-  });
+  limits_.applyTo(server_);
   server_.Post(".*", [this](const httplib::Request& request, httplib::Response& response,
                             const httplib::ContentReader& reader) { post(request, response, reader); });
   server_.Get(R"(/files/([^/]+))",
@@ -119,7 +92,7 @@ int Receiver::bind() {
   const int port = settings_.port == 0 ? server_.bind_to_any_port(settings_.host)
                                        : (server_.bind_to_port(settings_.host, settings_.port) ? settings_.port : -1);
   port_ = port;
-  if (port >= 0 && listenSocket_ >= 0) ::listen(listenSocket_, kBacklog);  // a listening socket takes a new backlog
+  if (port >= 0) limits_.widenBacklog();
   const bool v6 = settings_.host.find(':') != std::string::npos;
   baseUrl_ = "http://" + (v6 ? "[" + settings_.host + "]" : settings_.host) + ":" + std::to_string(port);
   return port;

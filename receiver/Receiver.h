@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "httpserver/IdleConnectionLimits.h"
 #include "receiver/Behaviour.h"
 #include "receiver/Storage.h"
 
@@ -58,7 +59,7 @@ class Receiver {
   httplib::Server server_;
   std::string baseUrl_;
   int port_ = -1;
-  int listenSocket_ = -1;
+  IdleConnectionLimits limits_;
   // The upload forms by their "action" query value. The upload control's block protocol
   // ("mfu") is meant to join "local" here.
   std::map<std::string, ActionHandler> actions_;

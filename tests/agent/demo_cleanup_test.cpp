@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -124,6 +125,17 @@ TEST_F(DemoCleanupTest, ABodyBeyondTheLimitIsRefusedHoweverItIsSent) {
   std::string justFits = R"({"engine": "word", "html": "<p>x</p>"})";
   justFits.resize(size_t(cleanupBodyLimit), ' ');  // JSON may end in white space
   EXPECT_EQ(post(justFits).status, 200);
+}
+
+// Clients that connect and say nothing, or stop halfway through the request line, must not
+// keep the page's own requests waiting for their timeouts.
+TEST_F(DemoCleanupTest, ThePageIsServedWhileManyConnectionsIdle) {
+  const test::IdleConnections idle(server.port(), 200);
+  ASSERT_EQ(idle.opened(), 200);
+  QElapsedTimer clock;
+  clock.start();
+  EXPECT_EQ(post(R"({"engine": "word", "html": "<p>x</p>"})").status, 200);
+  EXPECT_LT(clock.elapsed(), 3000) << "the request waited for idle connections to time out";
 }
 
 }  // namespace

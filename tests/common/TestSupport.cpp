@@ -1,5 +1,9 @@
 #include "tests/common/TestSupport.h"
 
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -49,6 +53,24 @@ QByteArray asPicture(const QString& name, QByteArray bytes) {
                                : type == u"bmp"                    ? QByteArray("BM")
                                                                    : QByteArray();
   return bytes.size() >= signature.size() ? bytes.replace(0, signature.size(), signature) : signature;
+}
+
+IdleConnections::IdleConnections(quint16 port, int count) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  for (int i = 0; i < count; ++i) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0) return;
+    sockets_.push_back(fd);
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) return;
+    if (i % 2 == 1) ::send(fd, "POST /up?act", 12, MSG_NOSIGNAL);
+  }
+}
+
+IdleConnections::~IdleConnections() {
+  for (const int fd : sockets_) ::close(fd);
 }
 
 }  // namespace velmora::test

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QTemporaryDir>
 #include <functional>
+#include <vector>
 
 namespace velmora::test {
 
@@ -31,5 +32,19 @@ QString testData(const QString& name);
 // says (png, jpg, gif, bmp), the size kept where it allows: what the upload takes for a
 // picture of that type.
 QByteArray asPicture(const QString& name, QByteArray bytes = "picture bytes");
+
+// Connections to 127.0.0.1:`port` that stay idle for the object's life: every other one
+// stops halfway through its request line, the rest never send a byte.
+class IdleConnections {
+ public:
+  IdleConnections(quint16 port, int count);
+  ~IdleConnections();
+  IdleConnections(const IdleConnections&) = delete;
+  IdleConnections& operator=(const IdleConnections&) = delete;
+  int opened() const { return int(sockets_.size()); }
+
+ private:
+  std::vector<int> sockets_;
+};
 
 }  // namespace velmora::test

@@ -56,7 +56,9 @@ TEST_F(WordEngine, WebPageStagesGiveTheirWords) {
     if (row.stalePage) temp.write(kPage, "an earlier call's page");
     const Result<QString> html = word(row.script).Word2HTML("/d.docx");
     EXPECT_EQ(errorOf(html), row.error) << row.name;
-    if (html) EXPECT_TRUE(html.value().contains("page</body>")) << row.name;
+    if (html) {
+      EXPECT_TRUE(html.value().contains("page</body>")) << row.name;
+    }
   }
 }
 

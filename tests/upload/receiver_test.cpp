@@ -128,24 +128,13 @@ TEST(Receiver, UploadsGoOnWhileManyConnectionsIdle) {
   constexpr int kIdle = 200;
   constexpr qint64 kHeaderTimeoutMs = 3000;  // the receiver's wait for a request's bytes
   ReceiverProcess receiver;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(quint16(QUrl(receiver.url("/")).port()));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  std::vector<int> idle;
-  for (int i = 0; i < kIdle; ++i) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_GE(fd, 0);
-    idle.push_back(fd);
-    ASSERT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << i;
-    if (i % 2 == 1) ASSERT_EQ(::send(fd, "POST /up?act", 12, MSG_NOSIGNAL), 12);
-  }
+  const test::IdleConnections idle(quint16(QUrl(receiver.url("/")).port()), kIdle);
+  ASSERT_EQ(idle.opened(), kIdle);
   QElapsedTimer clock;
   clock.start();
   const Answer answer = uploadNamed(receiver, "a.png");
   EXPECT_EQ(answer.status, 200);
   EXPECT_LT(clock.elapsed(), kHeaderTimeoutMs) << "the upload waited for idle connections to time out";
-  for (const int fd : idle) ::close(fd);
 }
 
 TEST(Receiver, QuerySwitchesNeedTheCommandLineFlag) {
