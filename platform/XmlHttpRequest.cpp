@@ -12,6 +12,7 @@
 #include <QStringDecoder>
 #include <QThread>
 #include <QTimer>
+#include <cstring>
 
 #include "platform/Charset.h"
 
@@ -116,6 +117,33 @@ void setNoDelayTowards(const QUrl& url) {
   }
 }
 
+// A request body that can be read once. The network layer sends a request again, on a
+// new connection, when the server closes the connection before answering; a server that
+// stored the upload and dropped the connection would then store it twice. It sends again
+// only when it can rewind the body, and this one cannot be rewound (the request fails
+// instead), while its bytes stay shared with the caller's, not copied.
+class SendOnceBody : public QIODevice {
+ public:
+  SendOnceBody(const QByteArray& bytes, QObject* parent) : QIODevice(parent), bytes_(bytes) {
+    open(QIODevice::ReadOnly);
+  }
+  bool isSequential() const override { return true; }
+  qint64 bytesAvailable() const override { return bytes_.size() - sent_ + QIODevice::bytesAvailable(); }
+
+ protected:
+  qint64 readData(char* data, qint64 maxSize) override {
+    const qint64 size = std::min(maxSize, bytes_.size() - sent_);
+    std::memcpy(data, bytes_.constData() + sent_, size_t(size));
+    sent_ += size;
+    return size;
+  }
+  qint64 writeData(const char*, qint64) override { return -1; }
+
+ private:
+  const QByteArray bytes_;
+  qint64 sent_ = 0;
+};
+
 }  // namespace
 
 Result<XmlHttpRequestPtr> XmlHttpRequest::create() {
@@ -172,10 +200,21 @@ Outcome XmlHttpRequest::send(const QByteArray& body) {
   QNetworkRequest request(url_);
   for (const auto& [name, value] : headers_) request.setRawHeader(name, value);
   QNetworkAccessManager& manager = threadManager();
-  // The body's bytes are shared with the reply, not copied.
-  QNetworkReply* reply = method_ == "GET"    ? manager.get(request)
-                         : method_ == "POST" ? manager.post(request, body)
-                                             : manager.sendCustomRequest(request, method_, body);
+  QNetworkReply* reply = nullptr;
+  if (method_ == "GET") {
+    reply = manager.get(request);
+  } else {
+    // Streamed from the body as it is (the layer would otherwise copy a sequential body
+    // into a buffer of its own, which it can rewind).
+    request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
+    request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
+    auto* once = new SendOnceBody(body, nullptr);
+    reply = method_ == "POST" ? manager.post(request, once) : manager.sendCustomRequest(request, method_, once);
+    if (reply)
+      once->setParent(reply);
+    else
+      delete once;
+  }
   if (!reply) return Failure{{}, QStringLiteral("the network layer made no request")};
   reply_ = reply;
   connect(reply, &QNetworkReply::metaDataChanged, this, [this] { setReadyState(Interactive); });

@@ -23,14 +23,23 @@ void HttpServer::serve(QTcpSocket* socket) {
   socket->setProperty("request", request);
   const qsizetype headerEnd = request.indexOf("\r\n\r\n");
   if (headerEnd < 0) return;
+  const QByteArray head = request.left(headerEnd).toLower();
+  const qsizetype length = head.indexOf("content-length:");
+  const qsizetype bodySize =
+      length < 0 ? 0 : head.mid(length + 15, head.indexOf("\r\n", length) - length - 15).trimmed().toLongLong();
+  if (request.size() < headerEnd + 4 + bodySize) return;
+  socket->setProperty("request", request.mid(headerEnd + 4 + bodySize));  // the next one on this connection
   const QByteArray path = request.left(request.indexOf("\r\n")).split(' ').value(1);
+  ++requests_[path];
   const Answer answer = routes_.value(path, Answer{404, "not found"});
   if (answer.silent) return;
-  const QByteArray response =
-      "HTTP/1.1 " + QByteArray::number(answer.status) + " X\r\nContent-Type: " + answer.contentType +
-      "\r\nContent-Length: " + QByteArray::number(answer.body.size()) + "\r\nConnection: close\r\n\r\n" + answer.body;
+  if (answer.drops) return socket->abort();
+  const QByteArray response = "HTTP/1.1 " + QByteArray::number(answer.status) +
+                              " X\r\nContent-Type: " + answer.contentType +
+                              "\r\nContent-Length: " + QByteArray::number(answer.body.size()) +
+                              (answer.keepAlive ? "\r\n\r\n" : "\r\nConnection: close\r\n\r\n") + answer.body;
   socket->write(response);
-  socket->disconnectFromHost();
+  if (!answer.keepAlive) socket->disconnectFromHost();
 }
 
 }  // namespace velmora::test

@@ -60,6 +60,30 @@ TEST(RequestAdapter, PostsAsynchronouslyReportingEveryReadyStateAndAbortsSilentl
   EXPECT_EQ(aborted.states, statesBefore);
 }
 
+// A server that drops the connection once it has read a request may have acted on it (a
+// receiver stores the file before it answers): the request fails and is never sent again,
+// neither on a fresh connection nor after one kept alive from an earlier answer.
+TEST(RequestAdapter, APostWhoseConnectionDropsIsNeverSentTwice) {
+  test::HttpServer server;
+  server.route("/ok", {200, "fine", "text/plain", false, /*keepAlive=*/true});
+  server.route("/drop", {200, "", "text/plain", false, false, /*drops=*/true});
+  for (const char* first : {"", "/ok"}) {
+    SCOPED_TRACE(first);
+    const int before = server.requestsFor("/drop");
+    if (*first) {
+      Recorded opening;
+      postForm(opening, server.url(first));
+      ASSERT_TRUE(waitUntil([&] { return opening.complete(); }));
+    }
+    Recorded dropped;
+    postForm(dropped, server.url("/drop"));
+    ASSERT_TRUE(waitUntil([&] { return dropped.complete(); }));
+    EXPECT_NE(dropped.request->Status(), 200);
+    waitUntil([] { return false; }, 300);  // a second sending would arrive now
+    EXPECT_EQ(server.requestsFor("/drop"), before + 1);
+  }
+}
+
 // How refused, cut and failed requests end an upload is in upload_transport_test.cpp.
 TEST(RequestAdapter, RefusesWhatIsNotAnHttpRequest) {
   Recorded r;
