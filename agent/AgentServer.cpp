@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QPointer>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QWebChannel>
@@ -126,7 +127,12 @@ void AgentServer::inspect(QTcpSocket* socket) {
   delete socket->findChild<QTimer*>(QStringLiteral("door"), Qt::FindDirectChildrenOnly);
   disconnect(socket, nullptr, this, nullptr);
   const std::optional<RequestHead> head = parseRequestHead(bytes);
-  const QString reason = head ? policy_->refusal(*head) : QStringLiteral("not an HTTP request");
+  QString reason = head ? policy_->refusal(*head) : QStringLiteral("not an HTTP request");
+  if (const QString origin = head && prompt_ ? policy_->unknownOrigin(*head) : QString(); !origin.isEmpty()) {
+    const QPointer<QTcpSocket> waiting(socket);
+    reason = askAbout(origin);
+    if (!waiting) return;  // the page gave up while the user was asked
+  }
   if (!reason.isEmpty()) {
     refuse(socket, reason);
     return;
@@ -135,6 +141,35 @@ void AgentServer::inspect(QTcpSocket* socket) {
   disconnect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
   socket->setParent(nullptr);
   webSockets_.handleConnection(socket);
+}
+
+void AgentServer::setOriginPrompt(OriginPrompt prompt, QString settingsFile) {
+  prompt_ = std::move(prompt);
+  settingsFile_ = std::move(settingsFile);
+}
+
+QString AgentServer::askAbout(const QString& origin) {
+  if (denied_.contains(origin)) return QStringLiteral("Origin \"%1\" was denied by the user").arg(origin);
+  if (asking_.contains(origin)) return QStringLiteral("the user is being asked about Origin \"%1\"").arg(origin);
+  asking_.insert(origin);
+  const OriginAnswer answer = prompt_(origin);  // the page's events go on meanwhile
+  asking_.remove(origin);
+  switch (answer) {
+    case OriginAnswer::Deny:
+      denied_.insert(origin);
+      return QStringLiteral("Origin \"%1\" was denied by the user").arg(origin);
+    case OriginAnswer::NoAnswer: return QStringLiteral("the user did not answer about Origin \"%1\"").arg(origin);
+    case OriginAnswer::AlwaysAllow:
+      if (const Outcome saved = rememberAllowedOrigin(settingsFile_, origin); !saved)
+        log(QStringLiteral("allowed for this run only: ") + saved.failure().description);
+      [[fallthrough]];
+    case OriginAnswer::AllowOnce:
+      policy_->allow(origin);
+      log(QStringLiteral("the user allowed origin %1%2")
+              .arg(origin, answer == OriginAnswer::AllowOnce ? QStringLiteral(" for this run") : QString()));
+      return {};
+  }
+  return {};
 }
 
 void AgentServer::refuse(QTcpSocket* socket, const QString& reason) {

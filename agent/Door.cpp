@@ -1,9 +1,12 @@
 #include "agent/Door.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSaveFile>
 #include <QUrl>
 #include <stdexcept>
 
@@ -121,6 +124,19 @@ bool DoorPolicy::isOriginAllowed(const QString& origin) const {
   return !origin.isEmpty() && normalizeOrigin(origin) == origin && allowed_.contains(origin);
 }
 
+void DoorPolicy::allow(const QString& origin) {
+  if (const QString normalized = normalizeOrigin(origin); !normalized.isEmpty() && !allowed_.contains(normalized))
+    allowed_.append(normalized);
+}
+
+QString DoorPolicy::unknownOrigin(const RequestHead& head) const {
+  const QList<QByteArray> origins = head.values("origin");
+  if (origins.size() != 1) return {};
+  const QString origin = QString::fromLatin1(origins[0]);
+  const bool onlyTheOrigin = refusal(head).startsWith(QStringLiteral("Origin \"")) && normalizeOrigin(origin) == origin;
+  return onlyTheOrigin ? origin : QString();
+}
+
 QString DoorPolicy::refusal(const RequestHead& head) const {
   const QList<QByteArray> hosts = head.values("host");
   if (hosts.isEmpty()) return QStringLiteral("no Host header");
@@ -153,6 +169,20 @@ QStringList readAllowedOrigins(const QString& settingsFile) {
     origins.append(entry.toString());
   }
   return origins;
+}
+
+Outcome rememberAllowedOrigin(const QString& settingsFile, const QString& origin) {
+  QJsonObject settings;
+  if (QFile file(settingsFile); file.open(QIODevice::ReadOnly))
+    settings = QJsonDocument::fromJson(file.readAll()).object();
+  QJsonArray origins = settings.value(QStringLiteral("allowedOrigins")).toArray();
+  if (!origins.contains(origin)) origins.append(origin);
+  settings.insert(QStringLiteral("allowedOrigins"), origins);
+  QDir().mkpath(QFileInfo(settingsFile).absolutePath());
+  QSaveFile file(settingsFile);
+  if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(settings).toJson()) < 0 || !file.commit())
+    return Failure{{}, QStringLiteral("cannot write %1: %2").arg(settingsFile, file.errorString())};
+  return {};
 }
 
 }  // namespace velmora::agent

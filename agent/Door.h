@@ -6,6 +6,8 @@
 #include <QStringList>
 #include <optional>
 
+#include "core/Result.h"
+
 namespace velmora::agent {
 
 // The agent's door: which WebSocket handshakes may become a page session. A page that can
@@ -44,7 +46,12 @@ class DoorPolicy {
 
   // Why the handshake must be refused, or an empty text when it may go on.
   QString refusal(const RequestHead& head) const;
+  // The handshake's Origin when that it is not on the allowlist is the only reason to
+  // refuse it (the user may be asked about it), else an empty text.
+  QString unknownOrigin(const RequestHead& head) const;
   bool isOriginAllowed(const QString& origin) const;
+  // Lets `origin` in from now on (for this run of the agent).
+  void allow(const QString& origin);
   const QStringList& allowedOrigins() const { return allowed_; }
   quint16 port() const { return port_; }
 
@@ -56,5 +63,8 @@ class DoorPolicy {
 // The origins of a settings file: a JSON object with "allowedOrigins", an array of
 // origin texts. Throws std::runtime_error naming the file and what is wrong with it.
 QStringList readAllowedOrigins(const QString& settingsFile);
+// Adds `origin` to the settings file's "allowedOrigins", keeping what else it holds; the
+// file (and its folder) is created when missing, and replaced whole, never half written.
+Outcome rememberAllowedOrigin(const QString& settingsFile, const QString& origin);
 
 }  // namespace velmora::agent

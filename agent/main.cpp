@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSocketNotifier>
+#include <QStandardPaths>
 #include <csignal>
 #include <cstdio>
 #include <stdexcept>
@@ -17,6 +18,7 @@
 #include "agent/DemoReceiver.h"
 #include "agent/DemoServer.h"
 #include "agent/Log.h"
+#include "agent/OriginPrompt.h"
 #include "host/HostProcess.h"
 
 namespace {
@@ -35,7 +37,9 @@ struct Options {
   quint16 demoPort = kDefaultDemoPort;
   quint64 maxMessageMb = kDefaultMaxMessageMb;
   bool demo = false;
+  bool prompt = true;
   QStringList allowedOrigins;
+  QString settingsFile;
   QString webRoot;
   QString receiver;  // the demo's upload receiver program
 };
@@ -78,7 +82,12 @@ Options parseOptions(const QApplication& app) {
        QString::number(kDefaultPort)},
       {QStringLiteral("allow-origin"), QStringLiteral("Let pages from ORIGIN in (repeatable)."),
        QStringLiteral("ORIGIN")},
-      {QStringLiteral("settings"), QStringLiteral("JSON file {\"allowedOrigins\": [...]}."), QStringLiteral("FILE")},
+      {QStringLiteral("settings"),
+       QStringLiteral(
+           "JSON file {\"allowedOrigins\": [...]} (default: velmora/agent.json in the user's config folder)."),
+       QStringLiteral("FILE")},
+      {QStringLiteral("no-prompt"),
+       QStringLiteral("Refuse an origin not on the list without asking the user on the desktop.")},
       {QStringLiteral("demo"), QStringLiteral("Also serve the demo page; its origin is then allowed.")},
       {QStringLiteral("http-port"), QStringLiteral("Demo page port on 127.0.0.1 (0: any free one)."),
        QStringLiteral("PORT"), QString::number(kDefaultDemoPort)},
@@ -106,8 +115,13 @@ Options parseOptions(const QApplication& app) {
                                origin.toStdString());
     options.allowedOrigins.append(origin);
   }
-  if (parser.isSet(QStringLiteral("settings")))
-    options.allowedOrigins += readAllowedOrigins(parser.value(QStringLiteral("settings")));
+  options.prompt = !parser.isSet(QStringLiteral("no-prompt"));
+  options.settingsFile = parser.isSet(QStringLiteral("settings"))
+                             ? parser.value(QStringLiteral("settings"))
+                             : QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                                   QStringLiteral("/velmora/agent.json");
+  if (parser.isSet(QStringLiteral("settings")) || QFileInfo::exists(options.settingsFile))
+    options.allowedOrigins += readAllowedOrigins(options.settingsFile);
   options.webRoot = parser.isSet(QStringLiteral("web-root")) ? parser.value(QStringLiteral("web-root")) : findWebRoot();
   options.receiver = parser.isSet(QStringLiteral("receiver")) ? parser.value(QStringLiteral("receiver"))
                                                               : DemoReceiver::defaultProgram();
@@ -174,6 +188,10 @@ int run(QApplication& app) {
   AgentServer agent(origins);
   agent.setHasDisplay(velmora::hostHasDisplay());
   agent.setMaxMessageSize(options.maxMessageMb << 20);
+  // Without a desktop nobody could answer: the allowlist alone decides.
+  const bool prompt = options.prompt && velmora::hostHasDisplay();
+  if (prompt)
+    agent.setOriginPrompt([](const QString& origin) { return askTheUserAbout(origin); }, options.settingsFile);
   QString error;
   if (const Outcome listening = agent.listen(options.port); !listening)
     throw std::runtime_error(QStringLiteral("cannot listen on 127.0.0.1:%1: %2")
@@ -185,6 +203,9 @@ int run(QApplication& app) {
   const QStringList& allowed = agent.policy().allowedOrigins();
   log(allowed.isEmpty() ? QStringLiteral("no origin is allowed: give --allow-origin or --settings")
                         : QStringLiteral("allowed origins: ") + allowed.join(QStringLiteral(", ")));
+  log(prompt ? QStringLiteral("a page from another origin is asked about on the desktop (remembered in %1)")
+                   .arg(options.settingsFile)
+             : QStringLiteral("a page from another origin is refused"));
   log(QStringLiteral("pages' messages may be up to %1 MB").arg(options.maxMessageMb));
   if (demo) {
     receiver = startDemoReceiver(options.receiver);

@@ -7,11 +7,18 @@
 
 #include <gtest/gtest.h>
 
+#include <QAbstractButton>
+#include <QApplication>
+#include <QFileInfo>
+#include <QMessageBox>
+#include <QTimer>
 #include <QWebSocket>
 #include <optional>
 #include <string>
 
 #include "agent/AgentServer.h"
+#include "agent/OriginPrompt.h"
+#include "host/HostProcess.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora::agent {
@@ -104,6 +111,76 @@ TEST_F(AgentServerTest, AMessageOverTheLimitClosesItsPageAlone) {
     other->sendTextMessage(R"({"type": 3, "id": 1})");  // QWebChannel's init
     EXPECT_TRUE(test::waitUntil([&] { return answer.contains(u"\"velmora\""); }));
   }
+}
+
+// Whether a page from `origin` gets through the door of the agent on `port`.
+bool opens(quint16 port, const QString& origin) {
+  QWebSocket page(origin);
+  bool closed = false;
+  QObject::connect(&page, &QWebSocket::disconnected, [&] { closed = true; });
+  page.open(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(port)));
+  test::waitUntil([&] { return closed || page.state() == QAbstractSocket::ConnectedState; });
+  return page.state() == QAbstractSocket::ConnectedState;
+}
+
+// A page from an origin off the list is asked about once per run, and the answer holds.
+TEST_F(AgentServerTest, AnOriginOffTheListGetsInAsTheUserAnswers) {
+  const QString other = "https://editor.example";
+  const struct {
+    OriginAnswer answer;
+    bool firstIn, againIn;
+    int asked;
+    bool remembered;
+  } cases[] = {
+      {OriginAnswer::AllowOnce, true, true, 1, false},
+      {OriginAnswer::AlwaysAllow, true, true, 1, true},
+      {OriginAnswer::Deny, false, false, 1, false},
+      {OriginAnswer::NoAnswer, false, false, 2, false},  // asked again when the page comes back
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(int(c.answer));
+    AgentServer agent{{kOrigin}};
+    agent.setHasDisplay(false);
+    ASSERT_TRUE(agent.listen(0));
+    const QString settings = temp.path() + QStringLiteral("/config/velmora/agent-%1.json").arg(int(c.answer));
+    int asked = 0;
+    agent.setOriginPrompt(
+        [&](const QString& origin) {
+          ++asked;
+          EXPECT_EQ(origin, other);
+          return c.answer;
+        },
+        settings);
+    EXPECT_EQ(opens(agent.port(), other), c.firstIn);
+    EXPECT_EQ(opens(agent.port(), other), c.againIn);
+    EXPECT_EQ(asked, c.asked);
+    EXPECT_EQ(QFileInfo::exists(settings) && readAllowedOrigins(settings).contains(other), c.remembered);
+    EXPECT_TRUE(opens(agent.port(), kOrigin)) << "the listed origin is never asked about";
+    EXPECT_FALSE(opens(agent.port(), "null")) << "only an origin a browser sends is asked about";
+    EXPECT_EQ(asked, c.asked);
+  }
+}
+
+// The desktop question itself, answered by clicking each button, and by nobody.
+TEST(OriginPrompt, EachButtonGivesItsAnswerAndSilenceGivesNone) {
+  if (!velmora::hostHasDisplay()) GTEST_SKIP() << "needs a display";
+  const QList<std::pair<QString, OriginAnswer>> buttons = {
+      {"Allow once", OriginAnswer::AllowOnce}, {"Always", OriginAnswer::AlwaysAllow}, {"Deny", OriginAnswer::Deny}};
+  for (const auto& [text, answer] : buttons) {
+    QString question;
+    QTimer::singleShot(100, [&, text = text] {
+      for (QWidget* window : QApplication::topLevelWidgets()) {
+        auto* box = qobject_cast<QMessageBox*>(window);
+        if (!box || !box->isVisible()) continue;
+        question = box->text();
+        for (QAbstractButton* button : box->buttons())
+          if (button->text() == text) button->click();
+      }
+    });
+    EXPECT_EQ(askTheUserAbout("https://editor.example"), answer) << text.toStdString();
+    EXPECT_EQ(question, "Allow https://editor.example to use Velmora on this computer?");
+  }
+  EXPECT_EQ(askTheUserAbout("https://editor.example", std::chrono::milliseconds(200)), OriginAnswer::NoAnswer);
 }
 
 }  // namespace

@@ -45,11 +45,14 @@ export class DemoAgent {
   constructor(extraArgs = [], { display = false } = {}) {
     this.scratch = mkdtempSync(path.join(tmpdir(), "velmora-demo-"));
     this.log = "";
+    // Its own config folder (no allowed origins of the machine's user), and no desktop
+    // prompt for origins off the list: the tests check the list itself.
     const env = { ...process.env, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch,
-      QT_QPA_PLATFORM: display ? "xcb" : "offscreen" };
+      XDG_CONFIG_HOME: this.scratch, QT_QPA_PLATFORM: display ? "xcb" : "offscreen" };
     if (!display) delete env.DISPLAY;
     delete env.WAYLAND_DISPLAY;
-    this.process = spawn(agentPath, ["--demo", "--port", "0", "--http-port", "0", "--web-root", webRoot, ...extraArgs],
+    this.process = spawn(agentPath, ["--demo", "--no-prompt", "--port", "0", "--http-port", "0", "--web-root", webRoot,
+      ...extraArgs],
       { env, stdio: ["ignore", "ignore", "pipe"] });
     this.process.stderr.setEncoding("utf8").on("data", (text) => { this.log += text; });
     this.exited = new Promise((resolve) => this.process.on("exit", (code, signal) => resolve(code ?? signal)));
