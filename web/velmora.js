@@ -30,6 +30,17 @@ export class VelmoraError extends Error {
   }
 }
 
+// Chromium lets a page served from another address reach this computer's loopback only
+// from https, and only once the user allowed the site's local network access.
+function localNetworkAdvice() {
+  const hostname = globalThis.location?.hostname;
+  if (!hostname || ["localhost", "127.0.0.1", "[::1]", "::1"].includes(hostname)) return "";
+  return globalThis.isSecureContext
+    ? "; or the browser's local network access is blocked for this site (allow it in the site's settings)"
+    : "; or the browser blocked it: a page served over http from another address never reaches this computer " +
+        "(serve it over https)";
+}
+
 export async function connect(url = DEFAULT_URL, { timeoutMs = 10000, QWebChannel = globalThis.QWebChannel } = {}) {
   if (typeof QWebChannel !== "function") throw new Error("qwebchannel.js is not loaded; load it before connecting");
   const socket = new WebSocket(url);
@@ -37,7 +48,8 @@ export async function connect(url = DEFAULT_URL, { timeoutMs = 10000, QWebChanne
   await withTimeout(
     new Promise((resolve, reject) => {
       socket.addEventListener("open", resolve, { once: true });
-      closed.then(() => reject(new Error(`the Velmora agent at ${url} refused the connection or is not running`)));
+      closed.then(() => reject(new Error(`the Velmora agent at ${url} refused the connection or is not running` +
+        localNetworkAdvice())));
     }),
     timeoutMs,
     `no answer from the Velmora agent at ${url}`,
