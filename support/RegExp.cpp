@@ -22,7 +22,8 @@ namespace detail {
 // One pattern compiled (and JIT-compiled when the machine allows) for this dialect, in up
 // to two forms: by code unit, which is faster and serves an ASCII pattern on text without
 // surrogates, and by code point (UTF), which serves everything else and is compiled when
-// first needed.
+// first needed. Each has a guarded twin, compiled only for a match that runs long, which
+// calls back before every item so that the match can watch the clock (see Matcher).
 struct CompiledPattern {
   QString pattern;
   bool ignoreCase = true;
@@ -37,13 +38,18 @@ struct CompiledPattern {
   ~CompiledPattern() {
     pcre2_code_free(byUnit);
     pcre2_code_free(requiredRun);
-    pcre2_code_free(byCodePoint_);
+    for (LazyForm* form : {&byCodePoint_, &guardedByUnit_, &guardedByCodePoint_}) pcre2_code_free(form->code);
   }
   pcre2_code* byCodePoint() const;
+  pcre2_code* guarded(bool byUnit) const;
 
  private:
-  mutable std::once_flag byCodePointOnce_;
-  mutable pcre2_code* byCodePoint_ = nullptr;
+  struct LazyForm {
+    std::once_flag once;
+    pcre2_code* code = nullptr;
+  };
+  pcre2_code* lazily(LazyForm& form, uint32_t options) const;
+  mutable LazyForm byCodePoint_, guardedByUnit_, guardedByCodePoint_;
 };
 }  // namespace detail
 
@@ -499,12 +505,17 @@ uint32_t matchLimitFor(qsizetype textSize) {
 // rest of the text with a single-character repeat, so one unit can cost as much as one pass
 // over the text (about a nanosecond per character). A search therefore starts with a limit
 // that this worst case keeps to a few tens of milliseconds and, when the limit is reached,
-// tries again with four times as many units (or as many as fit in the time left at the
-// pace the last try went), up to matchLimitFor(). The clock is read between tries, so a
-// single runaway match stops at the time limit; a legitimate long match pays for its
-// earlier tries, a third more at worst, and the common short one pays nothing.
+// tries again with four times as many units, while such a try is expected to take a small
+// share of the time limit. The clock is read between tries; a match that needs more goes
+// on in the guarded form, which calls back before every item and so watches the clock
+// within the match, stopping at the time limit. A legitimate long match pays for its
+// earlier tries (a third more at worst) and, past that share, the guarded form's pace (some
+// eight times slower); the common short one pays nothing.
 constexpr quint64 kFirstTryUnitsTimesCharacters = 25'000'000;
 constexpr uint32_t kFewestFirstTryUnits = 64;
+constexpr double kLongestTryShare = 0.02;
+// The guarded form reads the clock once every so many items.
+constexpr uint32_t kItemsBetweenClockReads = 1024;
 uint32_t firstTryLimitFor(qsizetype textSize, uint32_t finalLimit) {
   const quint64 units = kFirstTryUnitsTimesCharacters / quint64(std::max<qsizetype>(textSize, 1));
   return uint32_t(std::clamp<quint64>(units, kFewestFirstTryUnits, finalLimit));
@@ -601,6 +612,7 @@ class Matcher {
   }
   ~Matcher() {
     if (grownStack_) state_.useJitStack(nullptr);
+    if (guarded_) pcre2_set_callout(state_.context(), nullptr, nullptr);
   }
   Matcher(const Matcher&) = delete;
   Matcher& operator=(const Matcher&) = delete;
@@ -648,6 +660,7 @@ class Matcher {
         continue;
       }
       if (rc == PCRE2_ERROR_JIT_STACKLIMIT && growJitStack()) continue;
+      if (rc == PCRE2_ERROR_CALLOUT) throw timeLimitError();  // the guarded form's watch
       throw ScriptError(
           errnum::RegExpGaveUp,
           QStringLiteral("The regular expression could not finish the match (%1) in %2")
@@ -684,9 +697,30 @@ class Matcher {
       if (rc != PCRE2_ERROR_MATCHLIMIT || tryLimit_ >= finalLimit_) return rc;
       // The try took at most the time since the clock was last read (exactly that from
       // the second try of a search on).
-      nsPerUnit_ = double(readClock()) / tryLimit_;
-      tryLimit_ = nextTryLimit();
+      const double nsPerUnit = double(readClock()) / tryLimit_;
+      const double nsLimit = double(timeLimitMs(subject_.size())) * 1e6;
+      if (4.0 * tryLimit_ * nsPerUnit <= kLongestTryShare * nsLimit)
+        tryLimit_ = uint32_t(std::min<quint64>(quint64(tryLimit_) * 4, finalLimit_));
+      else
+        guard();
     }
+  }
+
+  // From here on the pass runs in the guarded form, with no more tries: the callout stops
+  // the match at the time limit, the match limit still stops runaway backtracking.
+  void guard() {
+    code_ = pattern_.guarded(subject_.byUnit());
+    jitCompiled_ = isJitCompiled(code_);
+    tryLimit_ = finalLimit_;
+    guarded_ = true;
+    pcre2_set_callout(state_.context(), &Matcher::watchTheClock, this);
+  }
+
+  static int watchTheClock(pcre2_callout_block*, void* matcher) {
+    auto* self = static_cast<Matcher*>(matcher);
+    if (++self->itemsSinceClockRead_ < kItemsBetweenClockReads) return 0;
+    self->itemsSinceClockRead_ = 0;
+    return self->timer_.elapsed() > timeLimitMs(self->subject_.size()) ? PCRE2_ERROR_CALLOUT : 0;
   }
 
   int matchOnce(qsizetype from) {
@@ -696,18 +730,6 @@ class Matcher {
                                           PCRE2_NO_UTF_CHECK, data_, state_.context())
                         : pcre2_match(code_, subject_.data(), PCRE2_SIZE(subject_.size()), PCRE2_SIZE(from),
                                       PCRE2_NO_UTF_CHECK, data_, state_.context());
-  }
-
-  // The limit of the next try after one that ran out of units: four times as many, or as
-  // many as the time left allows at the last try's pace. Throws when no larger try fits:
-  // at that pace the match cannot end in time, and waiting for the limit would only burn it.
-  // Later searches of the pass start from there: the pattern needs that many on this text.
-  uint32_t nextTryLimit() const {
-    const double nsLeft = double(timeLimitMs(subject_.size())) * 1e6 - double(clockReadNs_);
-    const double unitsLeft = nsLeft / std::max(nsPerUnit_, 1e-3);
-    const quint64 next = std::min<quint64>({quint64(tryLimit_) * 4, quint64(unitsLeft), finalLimit_});
-    if (next <= tryLimit_) throw timeLimitError();
-    return uint32_t(next);
   }
 
   void checkTimeLimit(qint64 elapsedMs) const {
@@ -733,14 +755,15 @@ class Matcher {
   const CompiledPattern& pattern_;
   Subject subject_;
   const pcre2_code* code_;
-  const bool jitCompiled_;
+  bool jitCompiled_;
   ThreadMatchState& state_;
   pcre2_match_data* data_;
   const PCRE2_SIZE* ovector_;
   JitStackPtr grownStack_;
   const uint32_t finalLimit_;
   uint32_t tryLimit_;
-  double nsPerUnit_ = 0;
+  bool guarded_ = false;
+  uint32_t itemsSinceClockRead_ = 0;
   size_t grownStackSize_ = 0;
   qsizetype searchFrom_ = 0;
   qsizetype window_ = kFirstWindow;
@@ -836,9 +859,16 @@ RegExpMatch makeMatch(const Matcher& matcher, const QString& text) {
 
 // ---------------------------------------------------------------------------------------
 
-pcre2_code* detail::CompiledPattern::byCodePoint() const {
-  std::call_once(byCodePointOnce_, [this] { byCodePoint_ = compileForm(pattern, ignoreCase, kByCodePoint); });
-  return byCodePoint_;
+pcre2_code* detail::CompiledPattern::lazily(LazyForm& form, uint32_t options) const {
+  std::call_once(form.once, [&] { form.code = compileForm(pattern, ignoreCase, options); });
+  return form.code;
+}
+
+pcre2_code* detail::CompiledPattern::byCodePoint() const { return lazily(byCodePoint_, kByCodePoint); }
+
+pcre2_code* detail::CompiledPattern::guarded(bool byUnit) const {
+  return byUnit ? lazily(guardedByUnit_, PCRE2_AUTO_CALLOUT)
+                : lazily(guardedByCodePoint_, kByCodePoint | PCRE2_AUTO_CALLOUT);
 }
 
 RegExp::RegExp(const QString& pattern, bool ignoreCase, bool global) : global_(global) {
