@@ -30,6 +30,11 @@ struct CompiledPattern {
   pcre2_code* byUnit = nullptr;
   // By unit as well: the run of characters every match contains, when it is worth a search.
   pcre2_code* requiredRun = nullptr;
+  // The last ASCII character every match contains at or after its start, as PCRE2 works it
+  // out, or 0. PCRE2 looks for it itself only within some 190,000 characters of a start
+  // position; past that, a rule such as `(<\w[^>]*?)\s\s+([^>]*?>)` on a tag that never
+  // closes would try every way to split a long run of spaces before failing.
+  char16_t requiredLast = 0;
   int groupCount = 0;
 
   CompiledPattern() = default;
@@ -431,6 +436,13 @@ pcre2_code* compileRequiredRun(const QString& pattern, bool ignoreCase) {
   return compileForm(escaped, ignoreCase, 0);
 }
 
+char16_t requiredLastCharacter(const pcre2_code* code) {
+  uint32_t type = 0, unit = 0;
+  if (pcre2_pattern_info(code, PCRE2_INFO_LASTCODETYPE, &type) != 0 || type != 1) return 0;
+  if (pcre2_pattern_info(code, PCRE2_INFO_LASTCODEUNIT, &unit) != 0 || unit == 0 || unit > 0x7F) return 0;
+  return char16_t(unit);
+}
+
 std::shared_ptr<const CompiledPattern> compile(const QString& pattern, bool ignoreCase) {
   auto compiled = std::make_shared<CompiledPattern>();
   compiled->pattern = pattern;
@@ -439,6 +451,7 @@ std::shared_ptr<const CompiledPattern> compile(const QString& pattern, bool igno
   if (namesOnlyAscii(pattern)) {
     compiled->byUnit = compileForm(pattern, ignoreCase, 0);
     compiled->requiredRun = compileRequiredRun(pattern, ignoreCase);
+    compiled->requiredLast = requiredLastCharacter(compiled->byUnit);
   }
   pcre2_code* first = compiled->byUnit ? compiled->byUnit : compiled->byCodePoint();
   uint32_t groups = 0;
@@ -584,6 +597,13 @@ class ThreadMatchState {
   uint32_t dataPairs_ = 0;
 };
 
+qsizetype lastIndexOfEitherCase(const QString& text, char16_t ascii) {
+  const char16_t lower = (ascii >= u'A' && ascii <= u'Z') ? char16_t(ascii | 0x20) : ascii;
+  const char16_t upper = (lower >= u'a' && lower <= u'z') ? char16_t(lower & ~0x20) : lower;
+  const qsizetype last = std::max(text.lastIndexOf(QChar(lower)), text.lastIndexOf(QChar(upper)));
+  return last < 0 ? -1 : last;
+}
+
 bool isJitCompiled(const pcre2_code* code) {
   size_t size = 0;
   return pcre2_pattern_info(code, PCRE2_INFO_JITSIZE, &size) == 0 && size > 0;
@@ -609,6 +629,8 @@ class Matcher {
     if (subject_.byUnit() && pattern.requiredRun && text.size() >= kRequiredRunSearchFrom &&
         !holdsRequiredRun(pattern.requiredRun))
       searchFrom_ = subject_.size() + 1;  // nothing to find
+    if (subject_.byUnit() && pattern.requiredLast && text.size() >= kRequiredRunSearchFrom)
+      lastStart_ = lastIndexOfEitherCase(text, pattern.requiredLast);
   }
   ~Matcher() {
     if (grownStack_) state_.useJitStack(nullptr);
@@ -646,11 +668,12 @@ class Matcher {
   bool run(qsizetype from) {
     if (++runs_ % kRunsBetweenClockReads == 0) readClock();
     for (qsizetype windowStart = from;;) {
-      const qsizetype windowEnd = std::min(windowStart + window_, subject_.size());
+      if (windowStart > lastStart_) return false;
+      const qsizetype windowEnd = std::min({windowStart + window_, lastStart_, subject_.size()});
       const int rc = matchFrom(windowStart, windowEnd);
       if (rc > 0) return true;
       if (rc == PCRE2_ERROR_NOMATCH) {
-        if (windowEnd >= subject_.size()) return false;
+        if (windowEnd >= std::min(lastStart_, subject_.size())) return false;
         const qint64 tookMs = readClock() / 1'000'000;
         if (tookMs > kSlowWindowMs)
           window_ = std::max<qsizetype>(window_ / 8, 1);
@@ -766,6 +789,8 @@ class Matcher {
   uint32_t itemsSinceClockRead_ = 0;
   size_t grownStackSize_ = 0;
   qsizetype searchFrom_ = 0;
+  // No match can start after this offset (see CompiledPattern::requiredLast).
+  qsizetype lastStart_ = std::numeric_limits<qsizetype>::max();
   qsizetype window_ = kFirstWindow;
   QElapsedTimer timer_;
   qint64 clockReadNs_ = 0;
