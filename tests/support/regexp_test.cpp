@@ -194,6 +194,15 @@ TEST(RegExpLimits, ASingleRunawayMatchStopsNearTheTimeLimit) {
   EXPECT_LT(timer.elapsed(), 1000);
 }
 
+TEST(RegExpLimits, ATagThatNeverClosesOverALongRunIsPassedOverAtOnce) {
+  // Every way to split the run between the lazy and the greedy part ends without the ">"
+  // the match needs; PCRE2 itself looks for that ">" only near each start position.
+  const QString text = "<a " + QString(300'000, u' ');
+  const ScopedRegExpTimeLimit limit(std::chrono::milliseconds(2000));
+  EXPECT_EQ(RegExpReplace(text, R"((<\w[^>]*?)\s\s+([^>]*?>))", "$1 $2"), text);
+  EXPECT_EQ(RegExpReplace(text + ">", R"((<\w[^>]*?)\s\s+([^>]*?>))", "$1 $2"), "<a >");
+}
+
 TEST(RegExpLimits, MatchesAcrossTheSearchWindowsAreFoundWhole) {
   // The search runs over windows of start positions: matches wherever those windows end,
   // between plain characters and between surrogate pairs, are found whole and in order.
