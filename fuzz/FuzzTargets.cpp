@@ -213,7 +213,7 @@ void slowRuns(const uint8_t* data, size_t size) {
   };
   constexpr qsizetype kRun = 20'000;
   const qint64 shortMs = millisecondsFor(kRun), longMs = millisecondsFor(4 * kRun);
-  if (longMs > 200 && longMs > 10 * std::max<qint64>(shortMs, 1)) {
+  if (longMs > 50 && longMs > 10 * std::max<qint64>(shortMs, 1)) {
     std::fprintf(stderr, "slow_runs: %lld ms for %lld characters, %lld ms for a quarter of them\n",
                  static_cast<long long>(longMs), static_cast<long long>(4 * kRun), static_cast<long long>(shortMs));
     std::abort();
