@@ -47,9 +47,14 @@ QVariantMap describe(const ParamInfo& param) {
 QVariantMap describe(const MemberInfo& member) {
   QVariantList params;
   for (const ParamInfo& param : member.params) params.append(describe(param));
-  return {{"dispId", member.dispId},          {"name", member.name}, {"kind", kindName(member.kind)},
-          {"type", typeName(member.result)},  {"params", params},    {"pollsStatus", member.pollsStatus},
-          {"showsWindow", member.showsWindow}};
+  return {{"dispId", member.dispId},
+          {"name", member.name},
+          {"kind", kindName(member.kind)},
+          {"type", typeName(member.result)},
+          {"params", params},
+          {"pollsStatus", member.pollsStatus},
+          {"showsWindow", member.showsWindow},
+          {"needsDisplay", member.needsDisplay()}};
 }
 
 QVariantMap describe(const InterfaceInfo& interface) {
@@ -176,9 +181,7 @@ QVariantMap PageSession::create(const QString& className) {
 QVariantMap PageSession::invoke(int id, const QString& member, const QVariantList& args) {
   return call(id, [&](Entry& entry) {
     const MemberInfo& method = entry.dispatch->method(member);
-    if (!hasDisplay_ && method.showsWindow)
-      throw ScriptError(errnum::InvalidProcedureCall,
-                        QStringLiteral("%1 shows a window, and the agent runs without a display").arg(method.name));
+    if (!hasDisplay_ && method.needsDisplay()) throw ScriptError(errnum::InvalidProcedureCall, method.withoutDisplay());
     return entry.dispatch->invoke(member, withDefaults(method, args));
   });
 }

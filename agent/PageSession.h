@@ -34,15 +34,20 @@ using ControlFactory = std::function<std::unique_ptr<QObject>(const QString& cla
 // after a call returned arrive through propertiesChanged.
 class PageSession : public QObject {
   Q_OBJECT
+  // Whether the agent has a desktop display: without one, members that show a window or
+  // read the clipboard fail with an error that says so.
+  Q_PROPERTY(bool hasDisplay READ hasDisplay CONSTANT)
 
  public:
   // The subfolder below "<temp>/Velmora/" that is this page's working folder.
   explicit PageSession(const QString& workingSubfolder, ControlFactory factory = {}, QObject* parent = nullptr);
   ~PageSession() override;
 
-  // Without a display, members that show a window (dialogs, capture) fail at once with
-  // a clear error instead of waiting for a user who cannot see them.
+  // Without a display, members that show a window (dialogs, capture) or read the clipboard
+  // fail at once with a clear error, instead of waiting for a user who cannot see them or
+  // reading as an empty clipboard.
   void setHasDisplay(bool hasDisplay) { hasDisplay_ = hasDisplay; }
+  bool hasDisplay() const { return hasDisplay_; }
   // What the controls answer when asked whether a page may script them and hand them its
   // data; the session asks, as a browser does, before it gives a page a control.
   void setSafetyAnswers(const ObjectSafety& answers) { safety_ = answers; }

@@ -207,6 +207,10 @@ int run(QApplication& app) {
                    .arg(options.settingsFile)
              : QStringLiteral("a page from another origin is refused"));
   log(QStringLiteral("pages' messages may be up to %1 MB").arg(options.maxMessageMb));
+  log(velmora::hostHasDisplay()
+          ? QStringLiteral("desktop display %1: paste, dialogs and capture work").arg(qEnvironmentVariable("DISPLAY"))
+          : QStringLiteral("no desktop display: paste, the clipboard, dialogs and capture tell pages they cannot run; "
+                           "start the agent in a desktop session, or on a virtual X server (Xvfb)"));
   if (demo) {
     receiver = startDemoReceiver(options.receiver);
     demo->start(agentUrl, receiver ? receiver->uploadUrl() : QString());

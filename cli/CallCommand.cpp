@@ -112,9 +112,8 @@ int runCall(const QStringList& arguments) {
   const CallRequest request = parse(arguments);
   // Refused before a control is created, since creating one empties the working folder.
   const ClassInfo* cls = findClass(request.className);
-  const MemberInfo* window = cls ? findMember(cls->dispatch, request.member, MemberKind::Method) : nullptr;
-  if (window && window->showsWindow && !hostHasDisplay())
-    throw UsageError(request.member + QStringLiteral(" shows a window and needs a display (set DISPLAY)"));
+  const MemberInfo* method = cls ? findMember(cls->dispatch, request.member, MemberKind::Method) : nullptr;
+  if (method && method->needsDisplay() && !hostHasDisplay()) throw UsageError(method->withoutDisplay());
 
   const CallDeadline deadline(request.timeoutSeconds, request.member);
   std::unique_ptr<QObject> control = CreateControl(request.className, Context::process(), standardProducers());

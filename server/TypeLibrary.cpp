@@ -20,16 +20,16 @@ InterfaceInfo editorInterface() {
                T::Void,
                {{"s_File", T::String}, {"n_SheetIndex", T::Int16}, {"s_Opt", T::String}},
                true},
-              {4, "PasteExcel", K::Method, T::Void, {{"s_Opt", T::String}}, true},
+              {4, "PasteExcel", K::Method, T::Void, {{"s_Opt", T::String}}, true, false, /*usesClipboard=*/true},
               {5, "ImportWord", K::Method, T::Void, {{"s_File", T::String}, {"s_Opt", T::String}}, true},
               {6, "ImportPPT", K::Method, T::Void, {{"s_File", T::String}, {"s_Opt", T::String}}, true},
-              {7, "PasteWord", K::Method, T::Void, {{"s_Opt", T::String}}, true},
-              {8, "PasteImage", K::Method, T::Void, {{"s_Opt", T::String}}, true},
-              {9, "PasteFileList", K::Method, T::Void, {{"s_Opt", T::String}}, true},
+              {7, "PasteWord", K::Method, T::Void, {{"s_Opt", T::String}}, true, false, /*usesClipboard=*/true},
+              {8, "PasteImage", K::Method, T::Void, {{"s_Opt", T::String}}, true, false, /*usesClipboard=*/true},
+              {9, "PasteFileList", K::Method, T::Void, {{"s_Opt", T::String}}, true, false, /*usesClipboard=*/true},
               {10, "Capture", K::Method, T::Void, {{"s_Opt", T::String}}, true, /*showsWindow=*/true},
               {11, "LocalUpload", K::Method, T::Void, {{"s_HTML", T::String}}, true},
-              {12, "GetClipboardFlag", K::Method, T::String, {}},
-              {13, "QuickFormat", K::Method, T::Void, {}},
+              {12, "GetClipboardFlag", K::Method, T::String, {}, false, false, /*usesClipboard=*/true},
+              {13, "QuickFormat", K::Method, T::Void, {}, false, false, /*usesClipboard=*/true},
               {14, "GetFlashHeader", K::Method, T::String, {{"s_File", T::String}}},
               {15, "Version", K::PropertyGet, T::String, {}},
               {16, "Style", K::PropertyGet, T::String, {}},
@@ -117,6 +117,13 @@ const MemberInfo* findMember(const InterfaceInfo& interface, const QString& name
   for (const MemberInfo& member : interface.members)
     if (member.kind == kind && name.compare(QString::fromUtf8(member.name), Qt::CaseInsensitive) == 0) return &member;
   return nullptr;
+}
+
+QString MemberInfo::withoutDisplay() const {
+  return QStringLiteral("%1 %2, and there is no desktop display here: run it in a desktop session, or on a virtual "
+                        "X server (Xvfb)")
+      .arg(QString::fromUtf8(name),
+           showsWindow ? QStringLiteral("shows a window") : QStringLiteral("reads the clipboard"));
 }
 
 }  // namespace velmora

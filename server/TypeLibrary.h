@@ -31,6 +31,12 @@ struct MemberInfo {
   bool pollsStatus = false;
   // The call shows a window and waits for the user: hosts without a display refuse it.
   bool showsWindow = false;
+  // The call reads the desktop's clipboard, which exists only with a display.
+  bool usesClipboard = false;
+
+  bool needsDisplay() const { return showsWindow || usesClipboard; }
+  // Why a host without a display refuses the call.
+  QString withoutDisplay() const;
 };
 
 struct InterfaceInfo {

@@ -86,9 +86,18 @@ TEST_F(PageSessionTest, ScriptErrorsComeBackAsErrorMaps) {
       {session->invoke(id, "DialogOpen", {}), errnum::InvalidProcedureCall},
       {session->invoke(id, "dialogsave", {}), errnum::InvalidProcedureCall},
       {session->invoke(id, "Capture", {}), errnum::InvalidProcedureCall},
+      // Without a display there is no clipboard: not an empty one.
+      {session->invoke(id, "PasteImage", {}), errnum::InvalidProcedureCall},
+      {session->invoke(id, "GetClipboardFlag", {}), errnum::InvalidProcedureCall},
   };
   for (const auto& [reply, number] : failures) EXPECT_EQ(errorNumber(reply), number);
-  EXPECT_TRUE(failures[2].first.value("error").toMap().value("description").toString().contains("shows a window"));
+  const auto description = [&](int i) {
+    return failures[i].first.value("error").toMap().value("description").toString();
+  };
+  EXPECT_TRUE(description(2).contains("shows a window, and there is no desktop display"))
+      << description(2).toStdString();
+  EXPECT_TRUE(description(5).contains("reads the clipboard, and there is no desktop display"))
+      << description(5).toStdString();
   EXPECT_TRUE(producers.calls.isEmpty()) << "no capture started";
   EXPECT_EQ(session->objectCount(), 2);
 }

@@ -21,8 +21,8 @@ TEST(CommandLine, PrintsTheResultAndThePropertiesAndExitsWithHowTheCallEnded) {
       {{"call", "Test"}, 0, "Version", "5.1.0.0"},
       {{"call", "IsPrinterExist"}, 0, "boolean", ""},
       {{"call", "ImportWord", temp.path() + "/missing.doc", "mode:html"}, 1, "Error", "InvalidFile:doc|docx|wps"},
-      // The clipboard here is empty: no file list, so no upload starts.
-      {{"call", "PasteFileList", ""}, 1, "stderr", "started no work"},
+      // The command runs without a display here, so there is no clipboard to read.
+      {{"call", "PasteFileList", ""}, 2, "stderr", "reads the clipboard, and there is no desktop display"},
       // A rule that takes seconds on this input (each character it steps over scans to the end).
       {{"--timeout", "1", "call", "LocalUpload", "<a href=\"file" + QString(100'000, u'#')},
        4,
