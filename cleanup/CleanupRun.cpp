@@ -12,8 +12,14 @@ namespace {
 
 QJsonArray traceJson(const RuleTrace& trace) {
   QJsonArray steps;
-  for (const RuleTrace::Step& step : trace.steps)
-    steps.append(QJsonObject{{"rule", step.rule}, {"change", double(step.sizeAfter - step.sizeBefore)}});
+  for (const RuleTrace::Step& step : trace.steps) {
+    QJsonObject entry{{"rule", step.rule}, {"change", double(step.sizeAfter - step.sizeBefore)}};
+    if (!step.pattern.isEmpty()) {  // what the rule does, as its table writes it
+      entry.insert(QStringLiteral("pattern"), step.pattern);
+      entry.insert(QStringLiteral("replacement"), step.replacement);
+    }
+    steps.append(entry);
+  }
   return steps;
 }
 

@@ -7,8 +7,10 @@
 
 namespace velmora {
 
-void RuleTrace::record(const QString& rule, const QString& before, const QString& after) {
-  if (before != after) steps.push_back({rule, before.size(), after.size()});
+void RuleTrace::record(const QString& rule, const QString& before, const QString& after, const Rule* table) {
+  if (before == after) return;
+  steps.push_back({rule, before.size(), after.size(), table ? QString::fromUtf16(table->pattern) : QString(),
+                   table ? QString::fromUtf16(table->replacement) : QString()});
 }
 
 QString applyRule(const QString& text, const Rule& rule, RuleTrace* trace) {
@@ -17,7 +19,7 @@ QString applyRule(const QString& text, const Rule& rule, RuleTrace* trace) {
   QString result =
       rule.untilStable ? RegExpReplaceAll(text, pattern, replacement) : RegExpReplace(text, pattern, replacement);
   if (trace) {
-    trace->record(QString::fromUtf16(rule.name), text, result);
+    trace->record(QString::fromUtf16(rule.name), text, result, &rule);
     if (trace->observer) trace->observer(rule, text, result);
   }
   return result;

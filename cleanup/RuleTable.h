@@ -23,13 +23,17 @@ struct RuleTrace {
     QString rule;
     qsizetype sizeBefore;
     qsizetype sizeAfter;
+    // The rule as its table writes it; empty for a step that is no pattern.
+    QString pattern;
+    QString replacement;
   };
   std::vector<Step> steps;
   // Sees every rule applied, changed or not, with its input and output (the benchmark
   // replays them elsewhere).
   std::function<void(const Rule&, const QString& before, const QString& after)> observer;
   // Records a step only when the rule changed the text.
-  void record(const QString& rule, const QString& before, const QString& after);
+  void record(const QString& rule, const QString& before, const QString& after, const Rule* table = nullptr);
+  // (The rule is copied: some are made for one call only.)
 };
 
 // Applies one rule; `trace` may be null.

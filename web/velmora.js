@@ -95,6 +95,13 @@ export class VelmoraClient {
     return this.#isClosed;
   }
 
+  // Whether the agent has a desktop display. Without one, members that read the clipboard
+  // or show a window fail with an error that says so (the type library marks them
+  // "needsDisplay").
+  get hasDisplay() {
+    return this.#session.hasDisplay !== false;
+  }
+
   async _loadTypeLibrary() {
     this.typeLibrary = await this._send("typeLibrary");
   }

@@ -7,15 +7,15 @@ import net from "node:net";
 import path from "node:path";
 import { before, test } from "node:test";
 
-import { DemoAgent, PICTURE, waitFor } from "./demo-agent.mjs";
+import { DemoAgent, PICTURE, act, waitFor } from "./demo-agent.mjs";
 
 let agent;  // the offscreen agent most tests talk to
 before(async () => { agent = await new DemoAgent().started(); });
 
 test("the demo page drives a control through the agent and gets its results and errors", async () => {
   await agent.onDemo(async (page) => {
-    await page.click('button[data-action="Test"]');
-    assert.equal(await page.textContent('#output li[data-action="Test"]'), 'Test → "Velmora"');
+    assert.deepEqual(await act(page, 'button[data-action="Test"]', "#actions-result"),
+      { outcome: "ok", text: "The control answers: Velmora", word: "" });
     const seen = await page.evaluate(async () => {
       const { client, control } = await window.velmoraDemo.ready;
       const caught = (work) => work().then(() => "no error", (error) => `${error.number} ${error.description}`);

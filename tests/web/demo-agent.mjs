@@ -99,12 +99,15 @@ export class DemoAgent {
   }
 }
 
-// Clicks one of the demo's action buttons and answers the outcome its result line shows.
+// Clicks one of the demo's action buttons and answers the outcome its result line shows: the
+// sentence for a person (text) and the control's own word beside it (word, "" when none).
 export async function act(page, button, result) {
   await page.evaluate((line) => { document.querySelector(line).dataset.outcome = "busy"; }, result);
   await page.click(button);
   await page.waitForSelector(`${result}:is([data-outcome="ok"], [data-outcome="error"])`);
-  return { outcome: await page.getAttribute(result, "data-outcome"), text: await page.textContent(result) };
+  const shown = await page.$eval(result, (line) => ({ outcome: line.dataset.outcome,
+    text: line.querySelector(".said")?.textContent ?? "", word: line.querySelector(".word")?.textContent ?? "" }));
+  return shown;
 }
 
 // The pictures the editor shows once every one of them has loaded.

@@ -23,7 +23,7 @@ test("Import Word brings a document into the editor as HTML and as page pictures
 
     const html = await act(page, "#import-run", "#import-result");
     assert.deepEqual(html, { outcome: "ok",
-      text: "Imported Quarterly report.docx as HTML, 4 picture(s) uploaded" });
+      text: "Imported Quarterly report.docx as HTML, 4 picture(s) uploaded", word: "Status ok" });
     const shown = await loadedPictures(page, 4);
     for (const picture of shown) assert.match(picture.src, new RegExp(`^${agent.receiverUrl}/files/`));
     assert.equal(shown.filter((picture) => picture.width === 640 && picture.height === 480).length, 3,
@@ -33,12 +33,20 @@ test("Import Word brings a document into the editor as HTML and as page pictures
     await page.selectOption("#import-route", "pictures");
     const pictures = await act(page, "#import-run", "#import-result");
     assert.deepEqual(pictures, { outcome: "ok",
-      text: "Imported Quarterly report.docx as page pictures, 2 picture(s) uploaded" });
-    for (const shown of await loadedPictures(page, 2)) assert.deepEqual([shown.width, shown.height], [1240, 1753]);
+      text: "Imported Quarterly report.docx as page pictures, 2 picture(s) uploaded", word: "Status ok" });
+    // The pages go in at the cursor: the document imported before stays.
+    const all = await loadedPictures(page, 6);
+    assert.equal(all.filter((shown) => shown.width === 1240 && shown.height === 1753).length, 2);
 
-    await page.fill("#import-path", path.join(agent.scratch, "missing.docx"));
-    assert.deepEqual(await act(page, "#import-run", "#import-result"),
-      { outcome: "error", text: "Error: InvalidFile:doc|docx|wps" });
+    const refusals = [["", "Give the path of a Word document (.doc, .docx or .wps), or choose it.", ""],
+      ["report.docx", "Give the document's absolute path (/home/you/report.docx).", ""],
+      ["/home/u/notes.txt", "That is not a Word document: .doc, .docx or .wps.", ""],
+      [path.join(agent.scratch, "missing.docx"), "missing.docx does not exist, or cannot be read.",
+        "InvalidFile:doc|docx|wps"]];
+    for (const [typed, text, word] of refusals) {
+      await page.fill("#import-path", typed);
+      assert.deepEqual(await act(page, "#import-run", "#import-result"), { outcome: "error", text, word });
+    }
   });
   assert.equal(readdirSync(agent.storage).length, 6, "three pictures and an equation, then two pages");
 });

@@ -70,7 +70,7 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
         type: "text/uri-list", bytes: `file://${encodeURI(picture)}\r\nfile://${encodeURI(notes)}\r\n`,
         check: async (page) => assert.doesNotMatch(await controlProperty(page, "Body"), /notes/) },
       { name: "Paste picture: the clipboard's own picture", button: "paste-image", flag: "1|", type: "image/png",
-        bytes: PICTURE, said: /^Pasted, uploaded /, reencoded: true },
+        bytes: PICTURE, said: /^Pasted; uploaded /, reencoded: true },
       { name: "Paste Excel: a copied table", button: "paste-excel", flag: "0|0|0|0|1|0", type: "text/html",
         bytes: `<meta charset='utf-8'>${TABLE}`, said: /^Pasted; no picture to upload$/, pictures: 0,
         check: async (page) => {
@@ -85,7 +85,7 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
         await onDemoSeeing(c.flag, async (page) => {
           const { outcome, text } = await paste(page, c.button);
           assert.equal(outcome, "ok", text);
-          assert.match(text, c.said ?? /^Pasted, uploaded photo\.png$/);
+          assert.match(text, c.said ?? /^Pasted; uploaded photo\.png/);
           for (const shown of await loadedPictures(page, c.pictures ?? 1)) {
             assert.match(shown.src, new RegExp(`^${agent.receiverUrl}/files/`));
             assert.deepEqual([shown.width, shown.height], [3, 2]);
@@ -115,7 +115,7 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
     await offer({ "text/html": copied, "chromium/x-source-url": `${site}/site/news/page.html` });
     await onDemoSeeing("0|0|0|0|1|0", async (page) => {
       assert.deepEqual(await paste(page, "quick-format"),
-        { outcome: "ok", text: "Template pasted with 2 style elements" });
+        { outcome: "ok", text: "Template pasted with 2 style elements", word: "" });
       assert.deepEqual(fetched, ["/site/look.css"]);
       assert.equal(await controlProperty(page, "Style"),
         "<style>\r\n.lead { color: rgb(0, 128, 0) }\r\n</style>\r\n<style>p { margin: 0 }</style>\r\n");
@@ -152,7 +152,7 @@ test("the clean-up box cleans pasted Word HTML into the editor and lists the rul
     await page.check('#cleanup-switches input[name="opt2table"]');
     assert.equal(await page.inputValue("#cleanup-opt"), "optimizemode:2;opt2table:1");
     const { text } = await act(page, "#cleanup-run", "#cleanup-result");
-    assert.match(text, /^Cleaned with word, optimizemode:2;opt2table:1: \d+ rule\(s\) changed/);
+    assert.match(text, /^Cleaned with word and inserted at the cursor: \d+ rule\(s\) changed/);
     assert.match(await editorText(page), /Energy is[\s\S]*Second paragraph/);
     assert.doesNotMatch(await page.evaluate(() => document.querySelector("#editor").innerHTML), /mso-|\[if/);
 
@@ -164,7 +164,10 @@ test("the clean-up box cleans pasted Word HTML into the editor and lists the rul
       { env: { ...process.env, TMPDIR: agent.scratch } }));
     const listed = await page.$$eval("#cleanup-trace li", (items) => items.map((item) => item.textContent));
     assert.ok(listed.length > 0);
-    assert.deepEqual(listed, cli.trace.map(({ rule, change }) => `${rule} ${change > 0 ? "+" : ""}${change}`));
+    const legend = ({ pattern, replacement }) => (replacement ? `turns /${pattern}/ into "${replacement}"`
+      : `removes /${pattern}/`);
+    assert.deepEqual(listed, cli.trace.map((step) => `${step.rule} ${step.change > 0 ? "+" : ""}${step.change}` +
+      (step.pattern === undefined ? "" : legend(step))));
     assert.equal(await page.textContent("#cleanup-body-text"), cli.Body);
   });
 });
@@ -182,11 +185,10 @@ test("Local upload puts the receiver's copy of a local picture into the editor",
     await page.click("#local-insert");
     assert.equal(await page.getAttribute("#editor img", "src"), `file://${picture.replaceAll(" ", "%20")}`);
     const result = await act(page, "#local-upload", "#local-upload-result");
-    assert.deepEqual(result, { outcome: "ok", text: "Uploaded red.png" });
+    assert.deepEqual(result, { outcome: "ok", text: "Uploaded red.png", word: "Status ok" });
     const [shown] = await loadedPictures(page, 1);
     assert.match(shown.src, new RegExp(`^${receiverUrl}/files/`));
     assert.deepEqual([shown.width, shown.height], [3, 2]);
-    assert.equal(await page.textContent("#error"), '""');
     assert.deepEqual(readdirSync(storage).map((name) => readFileSync(path.join(storage, name))), [PICTURE]);
   });
 

@@ -1,9 +1,13 @@
 // The demo's clean-up box: Word or Excel HTML pasted (or typed) into the box is cleaned by
-// the agent's demo server ("POST /clean", the pipelines of `velmora clean`), and the editor
-// shows the result: the Body as its content, the Style applied to the editor only. The
-// rules that changed the text are listed beside it, in the order they ran.
+// the agent's demo server ("POST /clean", the pipelines of `velmora clean`), and the result
+// goes into the editor at the cursor (or replaces all of it, when chosen): the Body, with the
+// Style applied to the editor only. The rules that changed the text are listed beside it,
+// in the order they ran, each with what it does as its table writes it.
+
+import { insertHtml, report } from "./panels.js";
 
 const $ = (id) => document.getElementById(id);
+const say = (outcome, sentence, word) => report("cleanup-result", outcome, sentence, word);
 
 // The switches of each pipeline family, by the optimize mode they act in.
 const SWITCHES = {
@@ -21,12 +25,6 @@ const SWITCHES = {
 
 const family = () => ($("cleanup-engine").value.endsWith("excel") ? "excel" : "word");
 const mode = () => $("cleanup-mode").value;
-
-function report(outcome, text) {
-  const line = $("cleanup-result");
-  line.dataset.outcome = outcome;
-  line.textContent = text;
-}
 
 // The option string the switches make: "optimizemode:2;opt2table:1".
 function composeOptions() {
@@ -70,34 +68,58 @@ function applyStyle(style) {
   sheet.textContent = rules ? `@scope (#editor .ql-editor) {\n${rules}\n}` : "";
 }
 
+// What a rule does, in a few words, from its table: what it looks for and what it writes.
+function legend({ pattern, replacement }) {
+  if (pattern === undefined) return "";
+  return replacement ? `turns /${pattern}/ into "${replacement}"` : `removes /${pattern}/`;
+}
+
 function showTrace(trace) {
-  $("cleanup-trace").replaceChildren(...trace.map(({ rule, change }) => {
+  $("cleanup-trace").replaceChildren(...trace.map((step) => {
     const item = document.createElement("li");
-    item.dataset.rule = rule;
-    item.textContent = `${rule} ${change > 0 ? "+" : ""}${change}`;
+    item.dataset.rule = step.rule;
+    const code = Object.assign(document.createElement("span"), { className: "rule",
+      textContent: `${step.rule} ${step.change > 0 ? "+" : ""}${step.change}` });
+    const does = Object.assign(document.createElement("small"), { className: "does", textContent: legend(step) });
+    item.append(code, does);
     return item;
   }));
 }
 
+// The option keys the chosen engine knows; anything else is a typing mistake.
+function unknownOptions(options) {
+  const known = new Set(["optimizemode", ...Object.values(SWITCHES[family()]).flat()]);
+  return options.split(";").map((pair) => pair.split(":")[0].trim()).filter((key) => key && !known.has(key));
+}
+
 async function cleanUp(editor) {
   const request = { engine: $("cleanup-engine").value, source: $("cleanup-source").value,
-    opt: $("cleanup-opt").value, html: $("cleanup-html").value };
+    opt: $("cleanup-opt").value.trim(), html: $("cleanup-html").value };
+  if (!request.html.trim()) return say("error", "Paste (or type) Word or Excel HTML into the box first.");
+  const unknown = unknownOptions(request.opt);
+  if (unknown.length) {
+    return say("error", `The ${family()} clean-up has no option ${unknown.map((key) => `"${key}"`).join(", ")}; ` +
+      "use the check boxes, or write key:1 pairs separated by semicolons.");
+  }
   if (request.engine === "wps-excel") request.extraCss = $("cleanup-extra-css").value;
-  report("busy", "Cleaning up…");
+  say("busy", "Cleaning up…");
   $("cleanup-run").disabled = true;
   try {
     const answer = await fetch("/clean", { method: "POST", headers: { "Content-Type": "application/json" },
       body: JSON.stringify(request) });
     const result = await answer.json().catch(() => ({ error: `${answer.status} ${answer.statusText}` }));
-    if (!answer.ok) return report("error", `Clean-up refused: ${result.error}`);
+    if (!answer.ok) return say("error", `The clean-up could not run: ${result.error}`, `HTTP ${answer.status}`);
     applyStyle(result.Style);
-    editor.setContents(editor.clipboard.convert({ html: result.Body }), "user");
+    const replaceAll = $("cleanup-replace").checked;
+    if (replaceAll) editor.setContents(editor.clipboard.convert({ html: result.Body }), "user");
+    else insertHtml(editor, result.Body);
     $("cleanup-style-text").textContent = result.Style;
     $("cleanup-body-text").textContent = result.Body;
     showTrace(result.trace);
-    report("ok", `Cleaned with ${request.engine}, ${request.opt}: ${result.trace.length} rule(s) changed the text`);
+    say("ok", `Cleaned with ${request.engine} and ${replaceAll ? "put in place of the editor's content" :
+      "inserted at the cursor"}: ${result.trace.length} rule(s) changed the text`, request.opt);
   } catch (error) {
-    report("error", `Clean-up failed: ${error.message ?? error}`);
+    say("error", `The clean-up could not run: ${error.message ?? error}`);
   } finally {
     $("cleanup-run").disabled = false;
   }

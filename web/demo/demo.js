@@ -1,70 +1,109 @@
-// The demo page: an editor, and buttons that call the editor control through the agent.
-// An action is one small function of the control and the editor; what it returns (or the
-// error it raises) is shown in the output. Add an action by adding one entry.
+// The demo page: an editor, and actions that call the editor control through the agent.
+// The page keeps one connection and one control, in `demo`; when the agent goes away it
+// says so and reconnects by itself once the agent is back. How actions show their outcome
+// is written down in panels.js.
 import { connect } from "/velmora.js";
-
-const actions = [
-  { label: "Version", run: (v) => v.Version },
-  { label: "Test", run: (v) => v.Test() },
-  { label: "GetClipboardFlag", run: (v) => v.GetClipboardFlag() },
-  { label: "DialogOpen", run: (v) => v.DialogOpen() },
-  { label: "DialogSave", run: (v) => v.DialogSave() },
-];
+import { report } from "./panels.js";
+import { AGENT_STOPPED, callErrorSentence, callErrorWord, clipboardSentence } from "./words.js";
 
 const $ = (id) => document.getElementById(id);
+const RETRY_MS = 2000;
+
+// The control's interface languages, as the page offers them.
+const LANGUAGES = { en: "English", "zh-cn": "简体中文", "zh-tw": "繁體中文" };
+
+const actions = [
+  { label: "Version", run: async (v) => ({ sentence: `Velmora ${await v.Version}` }) },
+  { label: "Test", run: async (v) => ({ sentence: `The control answers: ${await v.Test()}` }) },
+  { label: "Clipboard", needsDisplay: true, run: async (v) => {
+    const flag = await v.GetClipboardFlag();
+    return { sentence: clipboardSentence(flag), word: flag };
+  } },
+  { label: "Open dialog", needsDisplay: true, run: async (v) => {
+    const chosen = await v.DialogOpen();
+    return { sentence: chosen ? `Chosen: ${chosen}` : "Nothing chosen." };
+  } },
+  { label: "Save dialog", needsDisplay: true, run: async (v) => {
+    const chosen = await v.DialogSave();
+    return { sentence: chosen ? `To be saved as: ${chosen}` : "Nothing chosen." };
+  } },
+];
+
 const editor = new Quill("#editor", { theme: "snow" });
+const demo = { client: null, control: null, editor };
 
-function show(label, outcome, text) {
-  const line = document.createElement("li");
-  line.dataset.action = label;
-  line.dataset.outcome = outcome;
-  line.textContent = `${label} → ${text}`;
-  $("output").append(line);
-  line.scrollIntoView({ block: "nearest" });
+function showConnection(state, text) {
+  $("connection").dataset.state = state;
+  $("connection").textContent = text;
 }
 
-function showState(control) {
-  $("status").textContent = JSON.stringify(control.Status ?? "");
-  $("error").textContent = JSON.stringify(control.Error ?? "");
+function showDisplay(hasDisplay) {
+  $("no-display").hidden = hasDisplay;
+  document.body.dataset.display = hasDisplay ? "yes" : "no";
 }
 
-async function run(action, control) {
+async function run(action) {
+  report("actions-result", "busy", `${action.label}…`);
   try {
-    const value = await action.run(control, editor);
-    show(action.label, "ok", JSON.stringify(value ?? null));
+    const { sentence, word = "" } = await action.run(demo.control);
+    report("actions-result", "ok", sentence, word);
   } catch (error) {
-    show(action.label, "error", error.number !== undefined ? `error ${error.number}: ${error.description}` : String(error));
+    report("actions-result", "error", callErrorSentence(error), callErrorWord(error));
   }
-  showState(control);
 }
 
-async function start() {
+function addActions() {
+  for (const action of actions) {
+    const button = Object.assign(document.createElement("button"), { type: "button", textContent: action.label });
+    button.dataset.action = action.label;
+    if (action.needsDisplay) button.dataset.needsDisplay = "";
+    button.addEventListener("click", () => run(action));
+    $("actions").append(button);
+  }
+  const choice = $("language");
+  for (const [value, name] of Object.entries(LANGUAGES)) choice.append(new Option(name, value));
+  choice.value = pageLanguage();
+  choice.addEventListener("change", () => demo.control?.put("Lang", choice.value));
+}
+
+// The page's language, as one the control knows.
+function pageLanguage() {
+  const lang = document.documentElement.lang.toLowerCase();
+  return lang in LANGUAGES ? lang : "en";
+}
+
+async function open() {
   const { agent } = await (await fetch("/agent.json")).json();
   const client = await connect(agent);
   const control = await client.create("Velmora5");
-  control.addEventListener("propertychange", () => showState(control));
+  await control.put("Lang", $("language").value);
+  Object.assign(demo, { client, control });
+  showDisplay(client.hasDisplay);
+  showConnection("connected", `connected to ${agent}`);
   client.closed.then(() => {
-    $("connection").dataset.state = "failed";
-    $("connection").textContent = "the agent closed the connection";
+    showConnection("failed", AGENT_STOPPED);
+    reconnect();
   });
-  for (const action of actions) {
-    const button = document.createElement("button");
-    button.type = "button";
-    button.textContent = action.label;
-    button.dataset.action = action.label;
-    button.addEventListener("click", () => run(action, control));
-    $("actions").append(button);
-  }
-  $("connection").dataset.state = "connected";
-  $("connection").textContent = `connected to ${agent}`;
-  showState(control);
-  return { client, control, editor };
+  return demo;
 }
 
-// For the browser's console and the tests: velmoraDemo.ready gives { client, control, editor }.
-const ready = start();
-ready.catch((error) => {
-  $("connection").dataset.state = "failed";
-  $("connection").textContent = `no agent: ${error.message}`;
+// Tries again every few seconds until the agent answers.
+async function reconnect() {
+  for (;;) {
+    await new Promise((resolve) => setTimeout(resolve, RETRY_MS));
+    try {
+      return await open();
+    } catch {
+      showConnection("failed", AGENT_STOPPED);
+    }
+  }
+}
+
+addActions();
+// For the browser's console and the tests: velmoraDemo.ready gives the page's `demo`
+// ({ client, control, editor }), whose client and control change when the page reconnects.
+const ready = open().catch((error) => {
+  showConnection("failed", `No Velmora agent (${error.message}). Start it, and the page connects.`);
+  return reconnect();
 });
-window.velmoraDemo = { ready, actions };
+window.velmoraDemo = { ready, actions, demo };

@@ -2,25 +2,22 @@
 // with the control's open dialog) goes through the control's ImportWord, as HTML or as one
 // picture per page; the pictures go to the demo's receiver, and the editor shows the result.
 
-import { startPanel, uploadTo } from "./panels.js";
+import { insertHtml, report, startPanel, uploadTo } from "./panels.js";
+import { callErrorSentence, callErrorWord, errorSentence } from "./words.js";
 
 const WORD_FILTER = "Word documents (*.doc;*.docx;*.wps)|*.doc;*.docx;*.wps";
 
 const $ = (id) => document.getElementById(id);
 
-function report(outcome, text) {
-  const line = $("import-result");
-  line.dataset.outcome = outcome;
-  line.textContent = text;
-}
+const say = (outcome, sentence, word) => report("import-result", outcome, sentence, word);
 
-async function chooseDocument(control) {
+async function chooseDocument(demo) {
   try {
-    const chosen = await control.DialogOpen(false, true, WORD_FILTER);
+    const chosen = await demo.control.DialogOpen(false, true, WORD_FILTER);
     if (chosen) $("import-path").value = chosen;
-    report("ok", chosen ? `Chosen ${chosen.split("/").pop()}` : "No document chosen");
+    say("ok", chosen ? `Chosen ${chosen.split("/").pop()}` : "No document chosen.");
   } catch (error) {
-    report("error", `DialogOpen: ${error.description ?? error}`);
+    say("error", callErrorSentence(error), callErrorWord(error));
   }
 }
 
@@ -29,30 +26,36 @@ function importOptions(route) {
   return route === "html" ? "mode:html;optimizemode:1" : "imgtype:png";
 }
 
-async function importWord(control, editor, uploadUrl) {
+async function importWord(demo, uploadUrl) {
   const file = $("import-path").value.trim();
-  if (!file.startsWith("/")) return report("error", "Give the document's absolute path, or choose it.");
+  if (!file) return say("error", "Give the path of a Word document (.doc, .docx or .wps), or choose it.");
+  if (!file.startsWith("/")) return say("error", "Give the document's absolute path (/home/you/report.docx).");
+  if (!/\.(docx?|wps)$/i.test(file)) return say("error", "That is not a Word document: .doc, .docx or .wps.");
   const route = $("import-route").value;
-  report("busy", `Importing ${file.split("/").pop()}…`);
+  say("busy", `Importing ${file.split("/").pop()}…`);
+  const { control, editor } = demo;
   try {
     await uploadTo(control, uploadUrl);
     await control.ImportWord(file, importOptions(route));
     const result = await control.whenDone();
-    if (result.Error) return report("error", `Error: ${result.Error}`);
-    editor.setContents(editor.clipboard.convert({ html: result.Body }), "user");
+    // The type was checked above: the control's "InvalidFile" then means the file is missing.
+    if (result.Error.startsWith("InvalidFile:"))
+      return say("error", `${file.split("/").pop()} does not exist, or cannot be read.`, result.Error);
+    if (result.Error) return say("error", errorSentence(result.Error), result.Error);
+    insertHtml(editor, result.Body);
     const pictures = result.SavedFiles ? result.SavedFiles.split("|").length : 0;
     const what = route === "html" ? "as HTML" : "as page pictures";
-    report("ok", `Imported ${file.split("/").pop()} ${what}, ${pictures} picture(s) uploaded`);
+    say("ok", `Imported ${file.split("/").pop()} ${what}, ${pictures} picture(s) uploaded`, `Status ${result.Status}`);
   } catch (error) {
-    report("error", `ImportWord: ${error.description ?? error}`);
+    say("error", callErrorSentence(error), callErrorWord(error));
   }
 }
 
-function wire({ control, editor, uploadUrl }) {
-  $("import-browse").addEventListener("click", () => chooseDocument(control));
-  $("import-run").addEventListener("click", () => importWord(control, editor, uploadUrl));
+function wire({ demo, uploadUrl }) {
+  $("import-browse").addEventListener("click", () => chooseDocument(demo));
+  $("import-run").addEventListener("click", () => importWord(demo, uploadUrl));
   $("import-path").addEventListener("keydown", (event) => {
-    if (event.key === "Enter") importWord(control, editor, uploadUrl);
+    if (event.key === "Enter") importWord(demo, uploadUrl);
   });
 }
 

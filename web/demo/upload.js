@@ -4,7 +4,8 @@
 // sends every picture to the demo's receiver. The editor then shows the HTML the control
 // gives back, whose pictures come from the receiver.
 
-import { startPanel, uploadTo } from "./panels.js";
+import { report, startPanel, uploadTo } from "./panels.js";
+import { callErrorSentence, callErrorWord, errorSentence } from "./words.js";
 
 const PICTURE_FILTER = "Pictures (*.png;*.jpg;*.jpeg;*.gif;*.bmp)|*.png;*.jpg;*.jpeg;*.gif;*.bmp";
 
@@ -29,11 +30,7 @@ function fileAddress(text) {
   return null;
 }
 
-function report(outcome, text) {
-  const line = $("local-upload-result");
-  line.dataset.outcome = outcome;
-  line.textContent = text;
-}
+const say = (outcome, sentence, word) => report("local-upload-result", outcome, sentence, word);
 
 function insertPicture(editor, address) {
   const at = editor.getSelection(true)?.index ?? editor.getLength();
@@ -45,46 +42,52 @@ function insertPicture(editor, address) {
 
 function insertTyped(editor) {
   const address = fileAddress($("local-path").value);
-  if (!address) return report("error", "Give an absolute path (/home/you/picture.png) or a file:/// address.");
+  if (!address) return say("error", "Give an absolute path (/home/you/picture.png) or a file:/// address.");
   insertPicture(editor, address);
   $("local-path").value = "";
-  report("ok", `Inserted ${address}`);
+  say("ok", `Inserted ${address}; "Local upload" sends it to the server.`);
 }
 
-async function choosePictures(control, editor) {
+async function choosePictures(demo) {
   try {
-    const chosen = await control.DialogOpen(true, true, PICTURE_FILTER);
+    const chosen = await demo.control.DialogOpen(true, true, PICTURE_FILTER);
     const paths = chosen ? chosen.split("|") : [];
-    for (const path of paths) insertPicture(editor, fileAddress(path));
-    report("ok", paths.length ? `Inserted ${paths.length} picture(s)` : "No picture chosen");
+    for (const path of paths) insertPicture(demo.editor, fileAddress(path));
+    say("ok", paths.length ? `Inserted ${paths.length} picture(s)` : "No picture chosen.");
   } catch (error) {
-    report("error", `DialogOpen: ${error.description ?? error}`);
+    say("error", callErrorSentence(error), callErrorWord(error));
   }
 }
 
-async function localUpload(control, editor, uploadUrl) {
-  report("busy", "Uploading…");
+// The control gives back the editor's whole HTML with each local picture's address
+// replaced by the server's; the editor takes it in place, keeping the cursor where it was.
+async function localUpload(demo, uploadUrl) {
+  say("busy", "Uploading…");
+  const { control, editor } = demo;
   try {
     await uploadTo(control, uploadUrl);
     await control.LocalUpload(editor.root.innerHTML);
     const result = await control.whenDone();
-    if (result.Error) return report("error", `Error: ${result.Error}`);
+    if (result.Error) return say("error", errorSentence(result.Error), result.Error);
+    const cursor = editor.getSelection()?.index;
     editor.setContents(editor.clipboard.convert({ html: result.Body }), "user");
-    report("ok", result.OriginalFiles
+    if (cursor !== undefined) editor.setSelection(Math.min(cursor, editor.getLength() - 1), 0, "silent");
+    say("ok", result.OriginalFiles
       ? `Uploaded ${result.OriginalFiles.split("|").join(", ")}`
-      : "Nothing uploaded: the editor holds no local picture the control accepts");
+      : "Nothing uploaded: the editor holds no local picture (png, jpg, gif or bmp) that can be read.",
+    `Status ${result.Status}`);
   } catch (error) {
-    report("error", `LocalUpload: ${error.description ?? error}`);
+    say("error", callErrorSentence(error), callErrorWord(error));
   }
 }
 
-function wire({ control, editor, uploadUrl }) {
+function wire({ demo, editor, uploadUrl }) {
   $("local-insert").addEventListener("click", () => insertTyped(editor));
   $("local-path").addEventListener("keydown", (event) => {
     if (event.key === "Enter") insertTyped(editor);
   });
-  $("local-browse").addEventListener("click", () => choosePictures(control, editor));
-  $("local-upload").addEventListener("click", () => localUpload(control, editor, uploadUrl));
+  $("local-browse").addEventListener("click", () => choosePictures(demo));
+  $("local-upload").addEventListener("click", () => localUpload(demo, uploadUrl));
 }
 
 startPanel("local-upload-panel", wire).catch((error) => console.error("the Local upload action is not available:", error));
