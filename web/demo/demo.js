@@ -9,8 +9,11 @@ import { AGENT_STOPPED, callErrorSentence, callErrorWord, clipboardSentence } fr
 const $ = (id) => document.getElementById(id);
 const RETRY_MS = 2000;
 
-// The control's interface languages, as the page offers them.
+// The control's interface languages, as the page offers them, with the file type its
+// dialogs list (the member's own default is the Simplified Chinese one).
 const LANGUAGES = { en: "English", "zh-cn": "简体中文", "zh-tw": "繁體中文" };
+const ALL_FILES = { en: "All files (*.*)|*.*", "zh-cn": "所有文件(*.*)|*.*", "zh-tw": "所有檔案(*.*)|*.*" };
+const allFiles = () => ALL_FILES[$("language").value];
 
 const actions = [
   { label: "Version", run: async (v) => ({ sentence: `Velmora ${await v.Version}` }) },
@@ -20,11 +23,11 @@ const actions = [
     return { sentence: clipboardSentence(flag), word: flag };
   } },
   { label: "Open dialog", needsDisplay: true, run: async (v) => {
-    const chosen = await v.DialogOpen();
+    const chosen = await v.DialogOpen(true, false, allFiles());
     return { sentence: chosen ? `Chosen: ${chosen}` : "Nothing chosen." };
   } },
   { label: "Save dialog", needsDisplay: true, run: async (v) => {
-    const chosen = await v.DialogSave();
+    const chosen = await v.DialogSave(true, allFiles());
     return { sentence: chosen ? `To be saved as: ${chosen}` : "Nothing chosen." };
   } },
 ];
