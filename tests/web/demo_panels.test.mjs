@@ -128,6 +128,19 @@ describe("pasting from the X clipboard", { skip: needsDisplay }, () => {
   });
 });
 
+test("each reason Quick format cannot make a template gets its own sentence", { skip: needsDisplay }, async () => {
+  for (const { targets, flag, text, word } of [
+    { targets: { "text/plain": "just words" }, flag: "0|1|", word: "0|1|0|0|0|0",
+      text: "Nothing to paste: this takes HTML copied from a web page. The clipboard holds text." },
+    { targets: { "text/html": "<p>copied in an office program</p>" }, flag: "0|0|0|0|1|0", word: "",
+      text: "No template: the copied HTML does not come from a web page (http or https), or holds no copied piece." },
+  ]) {
+    await offer(targets);
+    await onDemoSeeing(flag, async (page) =>
+      assert.deepEqual(await paste(page, "quick-format"), { outcome: "error", text, word }));
+  }
+});
+
 // What Word puts on the clipboard, as the browser hands it to a page: the HTML without its header.
 const fixture = readFileSync(path.join(repo, "tests/data/word/clipboard_format.txt"), "utf8");
 const COPIED_FROM_WORD = fixture.slice(fixture.indexOf("<html")).replaceAll("\r\n", "\n");
