@@ -11,6 +11,7 @@
 #include <QPainter>
 #include <QProcess>
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <functional>
 #include <vector>
@@ -82,6 +83,20 @@ QImage asFromClipboard(const QImage& picture) {
   return QImage::fromData(png, "PNG");
 }
 
+// Peak signal-to-noise ratio of `file` against `source`, in dB (99 when they are equal).
+double psnr(const QImage& source, const QString& file) {
+  const QImage a = source.convertToFormat(QImage::Format_RGB888),
+               b = QImage(file).convertToFormat(QImage::Format_RGB888);
+  if (a.size() != b.size()) return 0;
+  double squares = 0;
+  for (int y = 0; y < a.height(); ++y) {
+    const uchar *p = a.constScanLine(y), *q = b.constScanLine(y);
+    for (int x = 0; x < 3 * a.width(); ++x) squares += double(p[x] - q[x]) * double(p[x] - q[x]);
+  }
+  const double mse = squares / (3.0 * a.width() * a.height());
+  return mse == 0 ? 99 : 10 * std::log10(255.0 * 255.0 / mse);
+}
+
 double median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   return values[values.size() / 2];
@@ -127,8 +142,8 @@ int main(int argc, char** argv) {
   };
   std::printf("picture %dx%d, %d rounds (medians), ImageMagick: %s\n", picture.width(), picture.height(), rounds,
               qPrintable(convert));
-  std::printf("%-10s %10s %12s %10s %12s %10s %10s\n", "format", "ours ms", "ours bytes", "convert ms", "convert bytes",
-              "time ratio", "size ratio");
+  std::printf("%-10s %10s %12s %10s %12s %10s %10s %8s %8s\n", "format", "ours ms", "ours bytes", "convert ms",
+              "convert bytes", "time ratio", "size ratio", "ours dB", "conv dB");
   for (const Encoding& encoding : encodings) {
     const QString ours = work + "/ours." + encoding.extension;
     const QString theirs = work + "/convert." + encoding.extension;
@@ -141,10 +156,11 @@ int main(int argc, char** argv) {
     }
     const double ourMs = median(ourTimes), theirMs = median(theirTimes);
     const qint64 ourBytes = QFileInfo(ours).size(), theirBytes = QFileInfo(theirs).size();
-    std::printf("%-10s %10.0f %12lld %10.0f %12lld %10.2f %10.2f\n", encoding.name, ourMs, ourBytes, theirMs,
-                theirBytes, ourMs / theirMs, double(ourBytes) / double(theirBytes));
+    std::printf("%-10s %10.0f %12lld %10.0f %12lld %10.2f %10.2f %8.1f %8.1f\n", encoding.name, ourMs, ourBytes,
+                theirMs, theirBytes, ourMs / theirMs, double(ourBytes) / double(theirBytes), psnr(picture, ours),
+                psnr(picture, theirs));
   }
   std::printf("ratios: ours / convert (below 1: ours is faster or smaller); convert's times include its\n"
-              "process start and reading the PPM\n");
+              "process start and reading the PPM; dB: PSNR against the source picture (99: identical)\n");
   return 0;
 }

@@ -6,6 +6,8 @@
 #include <QPainter>
 #include <vector>
 
+#include "clipboard/PaletteQuantizer.h"
+
 namespace velmora {
 
 namespace {
@@ -56,23 +58,10 @@ bool clsSaveBitmapAs::SavePictureFromHDC(const QImage& bitmap, const QString& fi
 Outcome writeGif(const QImage& image, const QString& fileName) {
   const QImage rgb = opaque(image);
   const unsigned width = unsigned(rgb.width()), height = unsigned(rgb.height());
-  const size_t pixels = size_t(width) * height;
-  std::vector<GifByteType> red(pixels), green(pixels), blue(pixels), indices(pixels);
-  for (unsigned y = 0; y < height; ++y) {
-    const uchar* line = rgb.constScanLine(int(y));
-    for (unsigned x = 0; x < width; ++x) {
-      const size_t i = size_t(y) * width + x;
-      red[i] = line[3 * x];
-      green[i] = line[3 * x + 1];
-      blue[i] = line[3 * x + 2];
-    }
-  }
-  int colours = 256;
-  std::vector<GifColorType> palette(256);
-  if (GifQuantizeBuffer(width, height, &colours, red.data(), green.data(), blue.data(), indices.data(),
-                        palette.data()) == GIF_ERROR) {
-    return Failure{{}, QStringLiteral("GIF palette quantization failed")};
-  }
+  IndexedPicture indexed = quantize(rgb);
+  std::vector<GifColorType> palette;
+  for (const auto& [red, green, blue] : indexed.palette) palette.push_back({red, green, blue});
+  GifByteType* indices = indexed.indices.data();
 
   int status = 0;
   GifFileType* gif = EGifOpenFileName(QFile::encodeName(fileName).constData(), false, &status);
@@ -81,7 +70,7 @@ Outcome writeGif(const QImage& image, const QString& fileName) {
   bool ok = map && EGifPutScreenDesc(gif, int(width), int(height), 8, 0, map) != GIF_ERROR &&
             EGifPutImageDesc(gif, 0, 0, int(width), int(height), false, nullptr) != GIF_ERROR;
   for (unsigned y = 0; ok && y < height; ++y)
-    ok = EGifPutLine(gif, indices.data() + size_t(y) * width, int(width)) != GIF_ERROR;
+    ok = EGifPutLine(gif, indices + size_t(y) * width, int(width)) != GIF_ERROR;
   const int writeError = gif->Error;
   GifFreeMapObject(map);
   ok = EGifCloseFile(gif, &status) != GIF_ERROR && ok;
