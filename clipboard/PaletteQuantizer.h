@@ -13,8 +13,9 @@ struct IndexedPicture {
 };
 
 // Chooses the palette by median cut over the picture's colours (each counted as often as it
-// occurs), refined by a few rounds of k-means, and gives each pixel its nearest entry. A
-// picture of 256 colours or fewer keeps them exactly. `rgb` is a picture in RGB888.
+// occurs), refined by a few rounds of k-means, and gives each pixel its nearest entry, or
+// its left neighbour's when that is almost as near (runs make the GIF smaller). A picture
+// of 256 colours or fewer keeps them exactly. `rgb` is a picture in RGB888.
 IndexedPicture quantize(const QImage& rgb);
 
 }  // namespace velmora
