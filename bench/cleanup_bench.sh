@@ -6,6 +6,7 @@
 #   bench/cleanup_bench.sh [BUILD_DIR]
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/summary.sh
 build=${1:-build}
 ninja -C "$build" cleanup_bench >/dev/null
 work=$(mktemp -d)
@@ -20,6 +21,7 @@ for size in 100000 1000000 10000000; do
     awk -v n="$name" -v c="$chars" -v v="$ms" -v j="$node" -v same="$identical" 'BEGIN {
       printf "%-12s %7.1fM %12.1f %12.1f %6.2fx %s\n", n, c/1e6, c/1e6/(v/1e3), c/1e6/(j/1e3), j/v, same }'
     echo "$name $size $ms $node" >>"$work/times"
+    summary "clean-up $name, $(awk -v c="$chars" 'BEGIN { printf "%.1f MB", c / 1e6 }') (ms)" "the same rules in Node (V8)" "$ms" "$node"
     [[ $identical == true ]] || echo "  differs: $replay"
   done
   rm -f "$work"/*.jsonl

@@ -8,6 +8,7 @@
 # ROUNDS=N sets the rounds (default 5). Builds the picture_bench target first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/summary.sh
 BUILD=${1:-build}
 ROUNDS=${ROUNDS:-5}
 CONVERT=/usr/bin/convert  # ImageMagick itself; other convert programs may stand earlier in PATH
@@ -17,4 +18,12 @@ ninja -C "$BUILD" -j2 picture_bench >/dev/null
 
 WORK=$(mktemp -d)
 trap 'rm -rf "$WORK"' EXIT
-QT_QPA_PLATFORM=offscreen "$BUILD/picture_bench" "$WORK" "$ROUNDS" "$CONVERT"
+QT_QPA_PLATFORM=offscreen "$BUILD/picture_bench" "$WORK" "$ROUNDS" "$CONVERT" | tee "$WORK/out"
+# format, ours ms, ours bytes, convert ms, convert bytes, ..., ours dB, convert dB
+while read -r format rest; do
+  read -r -a f <<<"$rest"
+  [[ $format == GIF ]] && format="GIF 256" && f=("${f[@]:1}")
+  [[ $format == JPEG ]] && format="JPEG q100" && f=("${f[@]:1}")
+  summary "picture save, 4K, $format (ms; ${f[6]} dB vs ${f[7]}; size x$(awk -v a="${f[1]}" -v b="${f[3]}" \
+    'BEGIN { printf "%.2f", a / b }'))" "ImageMagick convert" "${f[0]}" "${f[2]}"
+done < <(grep -E '^(PNG|JPEG|GIF) ' "$WORK/out")

@@ -14,6 +14,7 @@
 # (default 5); SPEED_ONLY=1 skips the peak memory stage.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/summary.sh
 BUILD=${1:-build}
 BASELINE=${2:-}
 ROUNDS=${ROUNDS:-5}
@@ -131,6 +132,7 @@ curl_time=$(median <"$WORK/curl.times")
 velmora_time=$(median <"$WORK/velmora.times")
 echo "  median curl, one process:   $curl_time s"
 echo "  median velmora LocalUpload: $velmora_time s, ratio $(ratio "$velmora_time" "$curl_time") (goal <= 1.2)"
+summary "LocalUpload, 200 x 100 KB (s)" "one curl process" "$velmora_time" "$curl_time"
 if [ -n "$BASELINE" ]; then
   baseline_time=$(median <"$WORK/baseline.times")
   echo "  median baseline:            $baseline_time s, ratio $(ratio "$baseline_time" "$curl_time") ($BASELINE)"
@@ -156,3 +158,4 @@ echo "peak memory (max RSS) of LocalUpload"
 echo "  1 file of 1 KB:           $((baseline / 1024)) MB"
 echo "  1 file of 50 MB:          $((one / 1024)) MB"
 echo "  20 files of 50 MB (1 GB): $((twenty / 1024)) MB"
+summary "LocalUpload, 20 x 50 MB, peak memory (MB)" "1 file of 50 MB" "$((twenty / 1024))" "$((one / 1024))" "$((twenty / 1024)) MB"

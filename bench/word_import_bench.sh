@@ -16,6 +16,7 @@
 # ROUNDS=N sets the rounds for the medians (default 5); CONVERSIONS=N the memory run (200).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/summary.sh
 BUILD=$(realpath "${1:-build}")
 ROUNDS=${ROUNDS:-5}
 CONVERSIONS=${CONVERSIONS:-200}
@@ -100,6 +101,10 @@ printf '%-48s %8.3f %8.3f %6s\n' "HTML, warm helper vs cold soffice" "$m_ours" "
 printf '%-48s %8.3f %8.3f %6s\n' "HTML, warm helper vs unoconv with a listener" "$m_ours" "$m_warm" "$(ratio "$m_ours" "$m_warm")"
 printf '%-48s %8.3f %8.3f %6s\n' "HTML, first call on a cold helper vs cold soffice" "$first" "$m_cold" "$(ratio "$first" "$m_cold")"
 printf '%-48s %8.3f %8.3f %6s\n' "pictures, warm helper vs soffice pdf + pdftoppm" "$m_pictures" "$m_pdf" "$(ratio "$m_pictures" "$m_pdf")"
+summary "ImportWord HTML, warm helper (s)" "cold soffice --convert-to html" "$m_ours" "$m_cold"
+summary "ImportWord HTML, warm helper (s)" "unoconv with a listener" "$m_ours" "$m_warm"
+summary "ImportWord HTML, first call, cold helper (s)" "cold soffice --convert-to html" "$first" "$m_cold"
+summary "ImportWord pictures, warm helper (s)" "soffice pdf + pdftoppm" "$m_pictures" "$m_pdf"
 
 # Memory: mixed documents through both routes, the worker's peak sampled meanwhile.
 peak_file=$WORK/peak
@@ -124,3 +129,4 @@ done
 kill $SAMPLER
 read -r peak workers <"$peak_file"
 echo "memory: $CONVERSIONS conversions, worker peak $((peak / 1024)) MB (recycled past 600 MB or 50 documents; $workers workers in all)"
+[ -z "${BENCH_SUMMARY:-}" ] || printf 'office worker, %s conversions\t\t\t\t\tpeak %s MB\n' "$CONVERSIONS" "$((peak / 1024))" >>"$BENCH_SUMMARY"
