@@ -154,7 +154,8 @@ IndexedPicture quantize(const QImage& rgb) {
     if (cell.count == 0) continue;
     exact = exact && !cell.mixed;
     const float n = float(cell.count);
-    colours.push_back({{float(cell.sum[0]) / n, float(cell.sum[1]) / n, float(cell.sum[2]) / n}, double(cell.count), i});
+    colours.push_back(
+        {{float(cell.sum[0]) / n, float(cell.sum[1]) / n, float(cell.sum[2]) / n}, double(cell.count), i});
   }
 
   IndexedPicture out;
