@@ -104,7 +104,8 @@ bool Velmora5::report(const Result<T>& result) {
   return bool(result);
 }
 
-void Velmora5::takePictures(const Result<QString>& body) {
+void Velmora5::takePictures(quint64 flow, const Result<QString>& body) {
+  if (superseded(flow)) return;
   m_sBody = body ? body.value() : QString();
   if (report(body)) startUpload(QStringLiteral("wordimage"));
 }
@@ -139,7 +140,7 @@ void Velmora5::ImportExcelSheet(const QString& s_File, int16_t n_SheetIndex, con
     m_sStyle.clear();
     const Result<QString> pictures =
         producers_.createExcelEngine(context_, QStringLiteral("excel"))->Excel2Images(s_File, n_SheetIndex, s_Opt);
-    if (!superseded(flow)) takePictures(pictures);
+    takePictures(flow, pictures);
     return;
   }
   for (const QString& engine : enginesFor(api, s_File, QStringLiteral("et"), QStringLiteral("excel"))) {
@@ -168,7 +169,7 @@ void Velmora5::ImportWord(const QString& s_File, const QString& s_Opt) {
     const Result<QString> pictures =
         printImage == u"1" ? producers_.createDocumentPrinter(context_)->Word2Images(s_File, s_Opt)
                            : producers_.createWordEngine(context_, QStringLiteral("word"))->Word2Images(s_File, s_Opt);
-    if (!superseded(flow)) takePictures(pictures);
+    takePictures(flow, pictures);
     return;
   }
   for (const QString& engine : enginesFor(api, s_File, QStringLiteral("wps"), QStringLiteral("word"))) {
@@ -193,7 +194,7 @@ void Velmora5::ImportPPT(const QString& s_File, const QString& s_Opt) {
   const quint64 flow = startFlow();
   m_sStyle.clear();
   const Result<QString> pictures = producers_.createSlideExporter(context_)->PPT2Images(s_File, s_Opt);
-  if (!superseded(flow)) takePictures(pictures);
+  takePictures(flow, pictures);
 }
 
 // ---- Clipboard flows ----------------------------------------------------------------
@@ -225,7 +226,7 @@ void Velmora5::PasteImage(const QString& s_Opt) {
   m_sStyle.clear();
   const Result<QString> pictures =
       producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(s_Opt);
-  if (!superseded(flow)) takePictures(pictures);
+  takePictures(flow, pictures);
 }
 
 void Velmora5::PasteFileList(const QString& /*s_Opt*/) {
@@ -289,7 +290,8 @@ void Velmora5::cCapture_ReturnValue(const QString& value) {
   } else if (value == u"ok") {
     cCapture.reset();
     // Unlike PasteImage, Style keeps what the previous flow left.
-    takePictures(producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(m_sCaptureOpt));
+    const quint64 flow = startFlow();
+    takePictures(flow, producers_.createWordEngine(context_, QStringLiteral("word"))->WordPaste2Image(m_sCaptureOpt));
   }
   emit resultChanged();
 }

@@ -88,8 +88,8 @@ class Velmora5 : public QObject {
   // the failure's word and description otherwise. Answers whether the producer succeeded.
   template <typename T>
   bool report(const Result<T>& result);
-  // A picture route's body; on success its pictures are uploaded.
-  void takePictures(const Result<QString>& body);
+  // A picture route's body, unless a later flow took over; on success its pictures are uploaded.
+  void takePictures(quint64 flow, const Result<QString>& body);
   void takeHtml(const StyledHtml& html);
 
   // Content flows.

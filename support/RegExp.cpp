@@ -600,8 +600,7 @@ class ThreadMatchState {
 qsizetype lastIndexOfEitherCase(const QString& text, char16_t ascii) {
   const char16_t lower = (ascii >= u'A' && ascii <= u'Z') ? char16_t(ascii | 0x20) : ascii;
   const char16_t upper = (lower >= u'a' && lower <= u'z') ? char16_t(lower & ~0x20) : lower;
-  const qsizetype last = std::max(text.lastIndexOf(QChar(lower)), text.lastIndexOf(QChar(upper)));
-  return last < 0 ? -1 : last;
+  return std::max(text.lastIndexOf(QChar(lower)), text.lastIndexOf(QChar(upper)));  // -1 when neither is there
 }
 
 bool isJitCompiled(const pcre2_code* code) {

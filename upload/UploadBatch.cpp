@@ -46,8 +46,9 @@ bool UploadBatch::collect() {
     QStringList distinct{QString()};  // counted from 1
     QSet<QString> seen;
     for (const QString& reference : findLocalReferences(mode, body)) {
-      if (!seen.contains(reference)) distinct.append(reference);
+      if (seen.contains(reference)) continue;
       seen.insert(reference);
+      distinct.append(reference);
     }
     return distinct;
   });

@@ -168,7 +168,8 @@ TEST(OriginPrompt, EachButtonGivesItsAnswerAndSilenceGivesNone) {
       {"Allow once", OriginAnswer::AllowOnce}, {"Always", OriginAnswer::AlwaysAllow}, {"Deny", OriginAnswer::Deny}};
   for (const auto& [text, answer] : buttons) {
     QString question;
-    QTimer::singleShot(100, [&, text = text] {
+    QTimer clicker;  // looks until the question is on screen, however busy the machine
+    QObject::connect(&clicker, &QTimer::timeout, [&, text = text] {
       for (QWidget* window : QApplication::topLevelWidgets()) {
         auto* box = qobject_cast<QMessageBox*>(window);
         if (!box || !box->isVisible()) continue;
@@ -177,7 +178,8 @@ TEST(OriginPrompt, EachButtonGivesItsAnswerAndSilenceGivesNone) {
           if (button->text() == text) button->click();
       }
     });
-    EXPECT_EQ(askTheUserAbout("https://editor.example"), answer) << text.toStdString();
+    clicker.start(50);
+    EXPECT_EQ(askTheUserAbout("https://editor.example", std::chrono::seconds(20)), answer) << text.toStdString();
     EXPECT_EQ(question, "Allow https://editor.example to use Velmora on this computer?");
   }
   EXPECT_EQ(askTheUserAbout("https://editor.example", std::chrono::milliseconds(200)), OriginAnswer::NoAnswer);
