@@ -1,25 +1,14 @@
 #include "office/OfficeEngines.h"
 
-#include "cleanup/ExcelCleanup.h"
 #include "cleanup/WordCleanup.h"
 #include "clipboard/ClipboardPicture.h"
-#include "core/Aside.h"
+#include "office/CleanupAside.h"
+#include "office/clsMicrosoftExcel.h"
 #include "office/clsMicrosoftWord.h"
 
 namespace velmora {
 
 namespace {
-
-// A clean-up runs aside (core/Aside.h) on a copy of the page's context, so that the page's
-// other calls meanwhile never race with it; what the clean-up leaves in the error text is
-// the page's once it is done.
-template <class Cleanup>
-StyledHtml cleanUpAside(Context& context, Cleanup cleanup) {
-  Context aside = context;
-  StyledHtml out = runAside([&] { return cleanup(aside); });
-  context.g_sError = aside.g_sError;
-  return out;
-}
 
 // clsMicrosoftWord on LibreOffice Writer, and clsWPSWord, which fails as on a machine
 // without WPS.
@@ -58,21 +47,25 @@ class WorkbookEngine : public ExcelEngine {
  public:
   WorkbookEngine(Context& context, bool wps) : context_(context), wps_(wps) {}
 
-  Result<QString> GetExcelWorkSheetName(const QString&) override { return unavailable(); }
-  Result<StyledHtml> Excel2HTML(const QString&, int16_t, const QString&) override { return unavailable(); }
-  Result<QString> Excel2Images(const QString&, int16_t, const QString&) override { return unavailable(); }
+  Result<QString> GetExcelWorkSheetName(const QString& file) override {
+    if (wps_) return unavailable();
+    return excel().GetExcelWorkSheetName(file);
+  }
+  Result<StyledHtml> Excel2HTML(const QString& file, int16_t sheet, const QString& options) override {
+    if (wps_) return unavailable();
+    return excel().Excel2HTML(file, sheet, options);
+  }
+  Result<QString> Excel2Images(const QString& file, int16_t sheet, const QString& options) override {
+    if (wps_) return unavailable();
+    return excel().Excel2Images(file, sheet, options);
+  }
   StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) override {
-    return cleanUpAside(context_, [=](Context& aside) {
-      StyledHtml out;
-      ExcelCleanup(aside).OptimizeHTML(source, html, options, out.style, out.body);
-      return out;
-    });
+    return cleanUpSheetAside(context_, source, html, {}, options);
   }
 
  private:
-  Failure unavailable() const {
-    return creationFailure(wps_ ? QStringLiteral("ET.Application") : QStringLiteral("Excel.Application"));
-  }
+  Failure unavailable() const { return creationFailure(QStringLiteral("ET.Application")); }
+  clsMicrosoftExcel excel() { return clsMicrosoftExcel(context_, createLibreOfficeAutomation()); }
   Context& context_;
   bool wps_;
 };

@@ -8,39 +8,60 @@ namespace velmora {
 
 namespace {
 
-QString kindName(OfficeJob::Kind kind) {
-  return kind == OfficeJob::Kind::WebPage ? QStringLiteral("webpage") : QStringLiteral("pictures");
+using Kind = OfficeJob::Kind;
+
+const std::pair<Kind, const char*> kKindNames[] = {
+    {Kind::WebPage, "webpage"},       {Kind::PagePictures, "pictures"},     {Kind::SheetNames, "sheetnames"},
+    {Kind::SheetPages, "sheetpages"}, {Kind::WorkbookPage, "workbookpage"}, {Kind::SlidePictures, "slides"},
+};
+
+QString kindName(Kind kind) {
+  for (const auto& [each, name] : kKindNames)
+    if (each == kind) return QString::fromLatin1(name);
+  return {};
+}
+
+std::optional<Kind> kindNamed(const QString& name) {
+  for (const auto& [kind, each] : kKindNames)
+    if (name == QLatin1String(each)) return kind;
+  return std::nullopt;
 }
 
 }  // namespace
 
 QJsonObject OfficeJob::toJson() const {
-  return {{"job", kindName(kind)}, {"document", document}, {"target", target}, {"imageType", imageType}};
+  return {
+      {"job", kindName(kind)}, {"document", document}, {"target", target}, {"imageType", imageType}, {"sheet", sheet}};
 }
 
 std::optional<OfficeJob> OfficeJob::fromJson(const QJsonObject& json) {
   OfficeJob job;
-  const QString kind = json.value("job").toString();
-  if (kind == kindName(Kind::WebPage))
-    job.kind = Kind::WebPage;
-  else if (kind == kindName(Kind::PagePictures))
-    job.kind = Kind::PagePictures;
-  else
-    return std::nullopt;
+  const std::optional<Kind> kind = kindNamed(json.value("job").toString());
+  if (!kind) return std::nullopt;
+  job.kind = *kind;
   job.document = json.value("document").toString();
   job.target = json.value("target").toString();
   job.imageType = json.value("imageType").toString();
-  if (job.document.isEmpty() || job.target.isEmpty()) return std::nullopt;
+  job.sheet = json.value("sheet").toInt();
+  if (job.document.isEmpty() || (job.target.isEmpty() && job.kind != Kind::SheetNames)) return std::nullopt;
   return job;
 }
 
 QJsonObject OfficeAnswer::toJson() const {
-  return {{"failedStage", failedStage}, {"description", description}, {"files", QJsonArray::fromStringList(files)}};
+  QJsonArray numbers;
+  for (const int sheet : sheets) numbers.append(sheet);
+  return {{"failedStage", failedStage},
+          {"description", description},
+          {"files", QJsonArray::fromStringList(files)},
+          {"names", QJsonArray::fromStringList(names)},
+          {"sheets", numbers}};
 }
 
 OfficeAnswer OfficeAnswer::fromJson(const QJsonObject& json) {
-  OfficeAnswer answer{json.value("failedStage").toString(), json.value("description").toString(), {}};
+  OfficeAnswer answer = failure(json.value("failedStage").toString(), json.value("description").toString());
   for (const QJsonValue& file : json.value("files").toArray()) answer.files << file.toString();
+  for (const QJsonValue& name : json.value("names").toArray()) answer.names << name.toString();
+  for (const QJsonValue& sheet : json.value("sheets").toArray()) answer.sheets << sheet.toInt();
   return answer;
 }
 

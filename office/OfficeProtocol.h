@@ -14,28 +14,49 @@ namespace velmora {
 // One document, one job: the office opens the document hidden and read-only, does the job,
 // and closes it without saving.
 struct OfficeJob {
-  enum class Kind { WebPage, PagePictures };
+  enum class Kind {
+    WebPage,        // a document saved as a web page
+    PagePictures,   // a document drawn page by page
+    SheetNames,     // a workbook's sheet names, in workbook order
+    SheetPages,     // one sheet of a workbook (or every visible one) saved as a web page
+    WorkbookPage,   // a whole workbook saved as one web page
+    SlidePictures,  // every slide of a presentation exported as a picture
+  };
   Kind kind = Kind::WebPage;
   QString document;   // the document's path
-  QString target;     // WebPage: the page's path; PagePictures: every picture's path up to its page number
-  QString imageType;  // PagePictures: "png", "gif" or "jpg"
+  QString target;     // the page's path; pictures: every picture's path up to its number
+  QString imageType;  // pictures: "png", "gif" or "jpg"
+  int sheet = 0;      // SheetPages: the sheet's number from 1, or 0 for every visible sheet
+
+  // Workbooks and presentations are served by an office of their own (see the helper).
+  bool forWorkbooksOrSlides() const { return kind >= Kind::SheetNames; }
 
   QJsonObject toJson() const;
   static std::optional<OfficeJob> fromJson(const QJsonObject& json);
 };
 
 // How the job went. A failed job names the stage that stopped it, as the office reports it:
-// "CreateObject" (the office could not start), "Open" (loading the document) or "SaveAs"
-// (writing what was asked), with a description a person can read.
+// "CreateObject" (the office could not start), "Open" (loading the document), "SetSheet"
+// (a sheet the workbook does not have) or "SaveAs" (writing what was asked), with a
+// description a person can read.
 struct OfficeAnswer {
   QString failedStage;
   QString description;
-  QStringList files;  // PagePictures: the pictures written, in page order
+  QStringList files;  // pictures: the pictures written, in order
+  QStringList names;  // SheetNames: the names
+  // SheetPages: the number of each sheet on the page, in order; WorkbookPage: the numbers
+  // of the sheets holding at least one filled cell.
+  QList<int> sheets;
 
   bool ok() const { return failedStage.isEmpty(); }
   QJsonObject toJson() const;
   static OfficeAnswer fromJson(const QJsonObject& json);
-  static OfficeAnswer failure(const QString& stage, const QString& description) { return {stage, description, {}}; }
+  static OfficeAnswer failure(const QString& stage, const QString& description) {
+    OfficeAnswer answer;
+    answer.failedStage = stage;
+    answer.description = description;
+    return answer;
+  }
 };
 
 // The worker says when its office has started ("Ready"), and while a job runs, which stage

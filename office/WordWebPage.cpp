@@ -1,13 +1,11 @@
 #include "office/WordWebPage.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QSaveFile>
-#include <QUrl>
 #include <optional>
 
-#include "support/basPublic.h"
+#include "office/CompanionFolder.h"
 
 namespace velmora {
 
@@ -88,45 +86,6 @@ QString reshapeStyle(QString html) {
   return out + html.mid(last);
 }
 
-// The page's own pictures: files LibreOffice wrote directly beside the page, named after
-// it. Anything else a src names stays where it is.
-class PictureMover {
- public:
-  explicit PictureMover(const QString& pagePath)
-      : folder_(QFileInfo(pagePath).absolutePath() + u'/'),
-        base_(QFileInfo(pagePath).completeBaseName()),
-        companion_(base_ + QStringLiteral("_files")) {}
-
-  Outcome prepare() const {
-    DeleteFolder(folder_ + companion_);
-    if (!QDir().mkpath(folder_ + companion_))
-      return readFailure(QStringLiteral("cannot create ") + folder_ + companion_);
-    return {};
-  }
-
-  // The src the page should carry instead of `src`, or nothing to leave it alone.
-  std::optional<QString> moved(const QString& src) {
-    const QString name = ownPictureName(src);
-    if (name.isEmpty()) return std::nullopt;
-    const QString target = folder_ + companion_ + u'/' + name;
-    if (!QFileInfo::exists(target) && !QFile::rename(folder_ + name, target)) return std::nullopt;
-    return companion_ + u'/' + name;
-  }
-
- private:
-  QString ownPictureName(const QString& src) const {
-    QString path = QUrl::fromPercentEncoding(src.toUtf8());
-    if (path.startsWith(u"file://")) path = QUrl(src).toLocalFile();
-    const QString name = path.startsWith(folder_) ? path.mid(folder_.size()) : path;
-    if (name.contains(u'/') || name.contains(u'\\') || !name.startsWith(base_ + QStringLiteral("_html_"))) return {};
-    const QFileInfo file(folder_ + name);
-    const bool here = file.isFile() && !file.isSymLink();
-    return here || QFileInfo::exists(folder_ + companion_ + u'/' + name) ? name : QString();
-  }
-
-  QString folder_, base_, companion_;
-};
-
 }  // namespace
 
 Outcome shapeAsWordPage(const QString& pagePath) {
@@ -135,23 +94,15 @@ Outcome shapeAsWordPage(const QString& pagePath) {
   const QString html = QString::fromUtf8(file.readAll());  // LibreOffice writes its pages in UTF-8
   file.close();
 
-  PictureMover pictures(pagePath);
+  const QFileInfo page(pagePath);
+  CompanionFolder pictures(pagePath, page.absolutePath() + u'/' + page.completeBaseName() + QStringLiteral("_files"));
   if (const Outcome ready = pictures.prepare(); !ready) return ready;
-  static const QRegularExpression source(QStringLiteral(R"((<img\b[^>]*?\bsrc=")([^"]*)("))"),
-                                         QRegularExpression::CaseInsensitiveOption);
-  QString out;
-  qsizetype last = 0;
-  for (QRegularExpressionMatchIterator it = source.globalMatch(html); it.hasNext();) {
-    const QRegularExpressionMatch m = it.next();
-    const std::optional<QString> src = pictures.moved(m.captured(2));
-    out += html.mid(last, m.capturedStart(2) - last) + (src ? src->toHtmlEscaped() : m.captured(2));
-    last = m.capturedEnd(2);
-  }
-  out += html.mid(last);
+  const QString out = pictures.gather(html);
 
   QSaveFile shaped(pagePath);
   if (!shaped.open(QIODevice::WriteOnly) || shaped.write(reshapeStyle(out).toUtf8()) < 0 || !shaped.commit())
     return readFailure(pagePath + QStringLiteral(": ") + shaped.errorString());
+  pictures.dropOriginals();
   return {};
 }
 

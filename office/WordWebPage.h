@@ -9,9 +9,7 @@ namespace velmora {
 // upload expect the page the word processor writes. This turns the first into the second,
 // in place:
 // - the pictures LibreOffice wrote beside the page move into the companion folder
-//   (page base name + "_files"), and their src attributes point into it; a src naming
-//   anything else (a linked picture's outside address) is left as it is, so the upload
-//   never takes it for one of the page's own pictures;
+//   (page base name + "_files", see CompanionFolder);
 // - the style element is the plain <style> with its text in a comment;
 // - the @page rule names its section and gives the page size and the four margins
 //   (top right bottom left) in points.

@@ -4,19 +4,18 @@
 #include <unistd.h>
 #include <LibreOfficeKit/LibreOfficeKit.hxx>
 
-#include <QFileInfo>
 #include <QImage>
 #include <QRect>
-#include <QRegularExpression>
 #include <QSemaphore>
 #include <QThreadPool>
-#include <QUrl>
 #include <memory>
 #include <vector>
 
 #include "clipboard/clsSaveBitmapAs.h"
 #include "office/OfficeProtocol.h"
+#include "officehelper/OfficeInstallation.h"
 #include "officehelper/PrivateProfile.h"
+#include "officehelper/WorkerChannel.h"
 #include "support/basPublic.h"
 
 namespace velmora {
@@ -29,45 +28,11 @@ namespace {
 constexpr int kPictureDpi = 150;
 constexpr int kTwipsPerInch = 1440;
 
-bool holdsLibreOffice(const QString& folder) {
-  return QFileInfo::exists(folder + QStringLiteral("/libmergedlo.so")) ||
-         QFileInfo::exists(folder + QStringLiteral("/libsofficeapp.so"));
-}
-
-// Where LibreOffice's program folder is: VELMORA_LIBREOFFICE_PROGRAM names it, else
-// Debian's place, else beside the `soffice` on the PATH.
-QString libreOfficeProgramFolder() {
-  if (qEnvironmentVariableIsSet("VELMORA_LIBREOFFICE_PROGRAM")) {
-    const QString named = qEnvironmentVariable("VELMORA_LIBREOFFICE_PROGRAM");
-    return holdsLibreOffice(named) ? named : QString();
-  }
-  for (const QString& folder :
-       {QStringLiteral("/usr/lib/libreoffice/program"), QStringLiteral("/opt/libreoffice/program")})
-    if (holdsLibreOffice(folder)) return folder;
-  for (const QString& dir : qEnvironmentVariable("PATH").split(u':', Qt::SkipEmptyParts)) {
-    const QFileInfo soffice(dir + QStringLiteral("/soffice"));
-    if (soffice.exists()) return QFileInfo(soffice.canonicalFilePath()).absolutePath();
-  }
-  return {};
-}
-
-QString fileUrl(const QString& path) { return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded); }
-
-// LibreOffice's error text names its own source file; a person needs the reason only.
-QString readableReason(const char* error) {
-  const QString text = QString::fromUtf8(error ? error : "");
-  // What LibreOfficeKit says for a damaged file, a password-protected one and a file in no
-  // form it knows alike.
-  if (text.contains(QStringLiteral("empty reference")) || text.contains(QStringLiteral("type detection failed")))
-    return QStringLiteral("the file is damaged, protected by a password, or not a document LibreOffice reads");
-  const QRegularExpressionMatch quoted = QRegularExpression(QStringLiteral("\"([^\"]+)\"")).match(text);
-  if (quoted.hasMatch()) return quoted.captured(1);
-  return text.isEmpty() ? QStringLiteral("no reason given") : text.section(QStringLiteral(" at "), 0, 0);
-}
+QString readableReason(const char* error) { return readableLoadFailure(QString::fromUtf8(error ? error : "")); }
 
 class Worker {
  public:
-  explicit Worker(int answerFd) : answerFd_(answerFd) {}
+  explicit Worker(WorkerChannel& channel) : channel_(channel) {}
 
   void start(const QString& profileFolder) {
     const Outcome profile = writePrivateProfile(profileFolder);
@@ -77,9 +42,7 @@ class Worker {
     }
     const QString program = libreOfficeProgramFolder();
     if (program.isEmpty()) {
-      startFailure_ =
-          QStringLiteral("LibreOffice is not installed: install the packages libreoffice-writer-nogui (documents), "
-                         "libreoffice-calc-nogui (sheets) and libreoffice-impress-nogui (slides)");
+      startFailure_ = libreOfficeMissing();
       return;
     }
     office_.reset(lok::lok_cpp_init(program.toUtf8().constData(), fileUrl(profileFolder).toUtf8().constData()));
@@ -92,47 +55,27 @@ class Worker {
     // office on some formats and loops on others).
   }
 
-  // Jobs are sent only after this, so their time limits do not count the office's start.
-  void announceReady() { send(stageNotice(QStringLiteral("Ready"))); }
-
-  void serve() {
-    FrameReader reader;
-    char chunk[65536];
-    for (;;) {
-      const ssize_t n = read(STDIN_FILENO, chunk, sizeof chunk);
-      if (n <= 0) return;
-      reader.append(QByteArray(chunk, n));
-      while (const std::optional<QJsonObject> frame = reader.next()) {
-        const std::optional<OfficeJob> job = OfficeJob::fromJson(*frame);
-        send((job ? run(*job) : OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job")))
-                 .toJson());
-      }
-      if (reader.broken()) return;
-    }
-  }
-
- private:
   OfficeAnswer run(const OfficeJob& job) {
     if (!office_) return OfficeAnswer::failure(QStringLiteral("CreateObject"), startFailure_);
-    send(stageNotice(QStringLiteral("Open")));
+    if (job.forWorkbooksOrSlides())
+      return OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("this office opens text documents only"));
+    channel_.noticeStage(QStringLiteral("Open"));
     const auto openFailure = [&](const QString& why) {
       return OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("LibreOffice could not open ") +
                                                                job.document + QStringLiteral(": ") + why);
     };
-    // LibreOffice opens an empty file as a new, empty document: not what the user meant.
-    const QFileInfo file(job.document);
-    if (!file.isFile()) return openFailure(QStringLiteral("there is no such file"));
-    if (file.size() == 0) return openFailure(QStringLiteral("the file is empty"));
+    if (const QString why = whyNotADocument(job.document); !why.isEmpty()) return openFailure(why);
     std::unique_ptr<lok::Document> document(
         office_->documentLoad(fileUrl(job.document).toUtf8().constData(), "Language=en-US,Batch=true"));
     if (!document) return openFailure(readableReason(office_->getError()));
     // A picture or a workbook named .doc opens in another application of the suite.
     if (document->getDocumentType() != LOK_DOCTYPE_TEXT)
       return openFailure(QStringLiteral("it is not a text document"));
-    send(stageNotice(QStringLiteral("SaveAs")));
+    channel_.noticeStage(QStringLiteral("SaveAs"));
     return job.kind == OfficeJob::Kind::WebPage ? saveWebPage(*document, job) : savePagePictures(*document, job);
   }
 
+ private:
   OfficeAnswer saveWebPage(lok::Document& document, const OfficeJob& job) {
     if (document.saveAs(fileUrl(job.target).toUtf8().constData(), "html")) return {};
     return OfficeAnswer::failure(QStringLiteral("SaveAs"), QStringLiteral("LibreOffice could not write ") + job.target +
@@ -189,16 +132,7 @@ class Worker {
     return picture.convertToFormat(QImage::Format_RGB32);
   }
 
-  void send(const QJsonObject& message) {
-    const QByteArray frame = encodeFrame(message);
-    for (qsizetype done = 0; done < frame.size();) {
-      const ssize_t n = write(answerFd_, frame.constData() + done, size_t(frame.size() - done));
-      if (n <= 0) _exit(1);  // the front process is gone
-      done += n;
-    }
-  }
-
-  int answerFd_;
+  WorkerChannel& channel_;
   std::unique_ptr<lok::Office> office_;
   QString startFailure_;
 };
@@ -206,12 +140,11 @@ class Worker {
 }  // namespace
 
 void runLibreOfficeWorker(const QString& profileFolder) {
-  const int answerFd = dup(STDOUT_FILENO);
-  dup2(STDERR_FILENO, STDOUT_FILENO);
-  Worker worker(answerFd);
+  WorkerChannel channel;
+  Worker worker(channel);
   worker.start(profileFolder);
-  worker.announceReady();
-  worker.serve();
+  channel.announceReady();
+  channel.serve([&](const OfficeJob& job) { return worker.run(job); });
   _exit(0);
 }
 

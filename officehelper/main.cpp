@@ -1,7 +1,8 @@
 // velmora-office: the user's office helper. Started by the first program that needs an
 // office conversion; serves every program of the user on a socket in the runtime folder;
 // leaves after idle minutes. Run with "--worker PROFILE" it is the process that holds
-// LibreOffice itself (started by the helper, never by hand).
+// LibreOffice for text documents, with "--uno-worker PROFILE" the one that drives it for
+// workbooks and presentations (both started by the helper, never by hand).
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include "office/OfficeAutomation.h"
 #include "officehelper/LibreOfficeWorker.h"
 #include "officehelper/OfficeBroker.h"
+#include "officehelper/UnoWorker.h"
 
 using namespace velmora;
 
@@ -26,6 +28,7 @@ int positiveSetting(const QCommandLineParser& args, const QString& option, const
 
 int main(int argc, char** argv) {
   if (argc == 3 && QByteArray(argv[1]) == "--worker") runLibreOfficeWorker(QString::fromLocal8Bit(argv[2]));
+  if (argc == 3 && QByteArray(argv[1]) == "--uno-worker") runUnoWorker(QString::fromLocal8Bit(argv[2]));
 
   QCoreApplication app(argc, argv);
   QCoreApplication::setApplicationName(QStringLiteral("velmora-office"));

@@ -16,7 +16,7 @@ DEBIAN_PACKAGES=(
   chromium curl ca-certificates time
   imagemagick fonts-noto-cjk
   libreoffice-writer-nogui libreoffice-calc-nogui libreoffice-impress-nogui libreoffice-math-nogui
-  libreofficekit-dev
+  libreofficekit-dev libreoffice-dev
   python3-uno poppler-utils unoconv
 )
 

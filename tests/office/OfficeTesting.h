@@ -23,14 +23,14 @@ class PrivateOfficeHelper {
     environment_.set("VELMORA_OFFICE_IDLE", "1");
   }
   QString runtime() const { return runtime_.path(); }
-  // The process holding this helper's LibreOffice, or 0.
+  // The process holding this helper's LibreOffice for text documents, or 0.
   qint64 workerPid() const {
     const QByteArray profile = officeHelperProfileFolder().toUtf8();
     for (const QString& pid : QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs)) {
       QFile cmdline("/proc/" + pid + "/cmdline");
       if (!cmdline.open(QIODevice::ReadOnly)) continue;
       const QByteArray args = cmdline.readAll();
-      if (args.contains("--worker") && args.contains(profile)) return pid.toLongLong();
+      if (args.split('\0').contains("--worker") && args.contains(profile)) return pid.toLongLong();
     }
     return 0;
   }

@@ -1,0 +1,36 @@
+#pragma once
+#include <QString>
+#include <memory>
+
+#include "core/Context.h"
+#include "core/Producers.h"
+#include "core/Result.h"
+#include "office/OfficeAutomation.h"
+
+namespace velmora {
+
+// Workbooks converted by the office program: the sheet names, one sheet or every visible
+// sheet with content as cleaned HTML, each sheet as a picture. Keeps nothing between calls:
+// each call has the office open the workbook afresh, read-only, and close it unsaved.
+class clsMicrosoftExcel {
+ public:
+  clsMicrosoftExcel(Context& context, std::unique_ptr<OfficeAutomation> office);
+
+  // The names in workbook order, joined by CR LF.
+  Result<QString> GetExcelWorkSheetName(const QString& file);
+  // Sheet `sheet` (from 1), or every visible sheet with content (0), each published as
+  // "Velmora_Temp_Excel_Sheet" + number + ".html" in the working folder and cleaned with
+  // source "import"; the styles and bodies of several sheets follow one another.
+  Result<StyledHtml> Excel2HTML(const QString& file, int16_t sheet, const QString& options);
+  // One picture of each sheet's used range; "imgtype" picks png, gif or (anything else) jpg.
+  Result<QString> Excel2Images(const QString& file, int16_t sheet, const QString& options);
+
+ private:
+  Outcome createApplication();
+  OfficeAnswer runJob(const OfficeJob& job);
+
+  Context& context_;
+  std::unique_ptr<OfficeAutomation> office_;
+};
+
+}  // namespace velmora

@@ -1,0 +1,22 @@
+#pragma once
+#include <QString>
+
+namespace velmora {
+
+// Where LibreOffice's program folder is: VELMORA_LIBREOFFICE_PROGRAM names it, else
+// Debian's place, else beside the `soffice` on the PATH; empty when there is none.
+QString libreOfficeProgramFolder();
+// What a user is told when there is none.
+QString libreOfficeMissing();
+
+QString fileUrl(const QString& path);
+
+// What the office says for a document it cannot load: the reason a person needs, without
+// the office's source file names.
+QString readableLoadFailure(const QString& officeText);
+
+// Checks made before the office sees a file: LibreOffice opens an empty file as a new,
+// empty document, which is not what the user meant. Empty when the file can be given.
+QString whyNotADocument(const QString& path);
+
+}  // namespace velmora

@@ -1,0 +1,83 @@
+// ImportExcelSheet and GetExcelWorkSheetName end to end on the real LibreOffice, through
+// the user's office helper, into the reference receiver. The workbook (tests/data/office,
+// written by make_office_samples.py) has the sheets Prices (merged title, money cells with
+// borders, a picture), Hidden (hidden), Empty and Notes (CJK text).
+#include <gtest/gtest.h>
+
+#include "control/Velmora5.h"
+#include "control/WaitForResult.h"
+#include "host/StandardProducers.h"
+#include "tests/office/OfficeTesting.h"
+#include "tests/upload/ReceiverProcess.h"
+
+namespace velmora {
+namespace {
+
+using namespace std::chrono_literals;
+using test::ReceiverProcess;
+
+class SheetImport : public ::testing::Test {
+ protected:
+  test::ScopedTempRoot temp;
+  Context context;
+  ReceiverProcess receiver;
+  std::unique_ptr<Velmora5> control = std::make_unique<Velmora5>(context, standardProducers());
+  const QString workbook = test::testData("office/workbook.xlsx");
+
+  void SetUp() override {
+    control->setSendUrl(receiver.url("/upload?page=1"));
+    control->setLocalExt("png|jpg|gif");
+    control->setLocalSize("4096");
+  }
+  QString import(const QString& file, int16_t sheet, const QString& options = "optimizemode:1") {
+    control->ImportExcelSheet(file, sheet, options);
+    if (!control->Error().isEmpty()) return control->Error();
+    EXPECT_NE(waitForResult(*control, 60s), Waited::TimedOut);
+    return control->Error();
+  }
+};
+
+TEST_F(SheetImport, NamesComeInWorkbookOrderHiddenOnesIncluded) {
+  EXPECT_EQ(control->GetExcelWorkSheetName(workbook), "Prices\r\nHidden\r\nEmpty\r\nNotes");
+  EXPECT_EQ(control->Error(), "");
+}
+
+TEST_F(SheetImport, EveryVisibleSheetWithItsPictureUploaded) {
+  ASSERT_EQ(import(workbook, 0), "");
+  const QString body = control->Body();
+  for (const char* text : {"Velmora_Excel_Sheet_Div1", "colspan=3", "Price list", "3.50 EUR", "1px solid #336699",
+                           "Velmora_Excel_Sheet_Div4", "价格 notes"})
+    EXPECT_TRUE(body.contains(QString::fromUtf8(text))) << text << "\n" << body.toStdString();
+  EXPECT_FALSE(body.contains("secret")) << "a hidden sheet is left out of every sheet";
+  EXPECT_FALSE(body.contains("sdval")) << "LibreOffice's own cell data goes";
+  ASSERT_EQ(receiver.posts().size(), 1);
+  EXPECT_EQ(body.count("<img src=\"" + receiver.url("/files/")), 1) << body.toStdString();
+  EXPECT_EQ(control->Style().count("<style>"), 2) << "one style element per sheet";
+}
+
+TEST_F(SheetImport, OneSheetByNumberAndItsFailures) {
+  struct Row {
+    int16_t sheet;
+    QString file;
+    QString error;
+    const char* contains;
+  };
+  const QString notAWorkbook = temp.write("picture.xlsx", test::pictureBytes("png", {20, 20}, Qt::red));
+  const QList<Row> rows = {
+      {2, workbook, "", "secret"},  // a hidden sheet asked for by its number
+      {3, workbook, "", ""},        // an empty sheet: nothing to import
+      {9, workbook, "SetSheet:the workbook has 4 sheet(s); there is no sheet 9", ""},
+      {-1, workbook, "SetSheet:the workbook has 4 sheet(s); there is no sheet -1", ""},
+      {1, notAWorkbook, "Open:LibreOffice could not open %1: it is not a workbook", ""},
+      {4, workbook, "", "价格"},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(import(row.file, row.sheet), QString(row.error).replace("%1", row.file)) << row.sheet;
+    if (!row.error.isEmpty()) continue;
+    EXPECT_TRUE(control->Body().contains(QString::fromUtf8(row.contains))) << row.sheet << control->Body().toStdString();
+    EXPECT_FALSE(control->Body().contains("Price list")) << "only sheet " << row.sheet;
+  }
+}
+
+}  // namespace
+}  // namespace velmora
