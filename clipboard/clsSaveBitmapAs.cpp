@@ -1,9 +1,15 @@
 #include "clipboard/clsSaveBitmapAs.h"
 
 #include <gif_lib.h>
+#include <QBuffer>
 #include <QFile>
+#include <QImageReader>
 #include <QImageWriter>
 #include <QPainter>
+#include <QSaveFile>
+#include <QTemporaryFile>
+#include <climits>
+#include <cmath>
 #include <vector>
 
 #include "clipboard/PaletteQuantizer.h"
@@ -31,6 +37,23 @@ QByteArray formatFor(const QString& fileName) {
   return {};
 }
 
+// The picture in `format`, or nothing when it cannot be encoded. A GIF source keeps its own
+// format: writeGif gives it a real palette (Qt writes no GIF) and takes a file name, hence
+// the temporary file.
+QByteArray encode(const QImage& image, const QByteArray& format) {
+  if (format == "gif") {
+    QTemporaryFile gif;
+    if (!gif.open() || !writeGif(image, gif.fileName())) return {};
+    return gif.readAll();
+  }
+  QByteArray bytes;
+  QBuffer buffer(&bytes);
+  buffer.open(QIODevice::WriteOnly);
+  QImageWriter writer(&buffer, format);
+  if (format == "jpeg") writer.setQuality(70);
+  return writer.write(format == "png" ? image : opaque(image)) ? bytes : QByteArray();
+}
+
 }  // namespace
 
 bool clsSaveBitmapAs::fail(const QString& why) {
@@ -53,6 +76,31 @@ bool clsSaveBitmapAs::SavePictureFromHDC(const QImage& bitmap, const QString& fi
   if (writer.write(image)) return true;
   QFile::remove(fileName);
   return fail(writer.errorString());
+}
+
+bool ResizeImageFile(const QString& source, const QString& target, int width, int height) {
+  QImageReader reader(source);
+  reader.setDecideFormatFromContent(true);
+  // Asked before read(): afterwards the reader no longer knows the format.
+  QByteArray format = reader.format();
+  const QImage image = reader.read();
+  if (image.isNull() || (width == -1 && height == -1)) return false;
+  // The side given as -1 follows the other in the picture's proportions, rounded half to
+  // even; worked out as a double so a side too large for an int fails instead of wrapping.
+  double w = width, h = height;
+  if (width == -1)
+    w = std::nearbyint(double(image.width()) * height / image.height());
+  else if (height == -1)
+    h = std::nearbyint(double(image.height()) * width / image.width());
+  if (w < 1 || h < 1 || w > INT_MAX || h > INT_MAX) return false;
+  const QImage scaled = image.scaled(int(w), int(h), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+  if (scaled.isNull()) return false;
+
+  if (format != "jpeg" && format != "png" && format != "gif") format = "bmp";
+  const QByteArray bytes = encode(scaled, format);
+  if (bytes.isEmpty()) return false;
+  QSaveFile file(target);
+  return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
 }
 
 Outcome writeGif(const QImage& image, const QString& fileName) {

@@ -23,4 +23,10 @@ class clsSaveBitmapAs {
 // GIF through giflib, with a median-cut palette of up to 256 colours.
 Outcome writeGif(const QImage& image, const QString& fileName);
 
+// Scales the picture in `source` to width x height and writes it to `target` in the
+// source's own format, as its content says: JPEG (quality 70), PNG, GIF, and BMP for any
+// other. A width or height of -1 keeps the aspect ratio. False, and the target untouched,
+// when the source cannot be read, the size is not positive or the encoding fails.
+bool ResizeImageFile(const QString& source, const QString& target, int width, int height);
+
 }  // namespace velmora

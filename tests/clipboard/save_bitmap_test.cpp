@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <QFile>
 #include <QImage>
 #include <QImageReader>
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 
 #include "clipboard/clsSaveBitmapAs.h"
 #include "tests/common/Helpers.h"
@@ -70,6 +72,48 @@ TEST_F(SaveBitmap, GifPaletteFollowsThePicture) {
     ASSERT_TRUE(saver.SavePictureFromHDC(picture, path("many.gif")));
     const QImage back = QImage(path("many.gif")).convertToFormat(QImage::Format_RGB32);
     EXPECT_GT(psnr(picture, back), leastDb) << picture.width();
+  }
+}
+
+TEST_F(SaveBitmap, ResizeKeepsTheSourcesFormatAndAspect) {
+  // The source's content alone says its format; neither its name nor the target's does.
+  struct Case {
+    const char* saveAs;
+    QSize size;
+    int width, height;
+    QSize expected;
+    const char* format;
+  } cases[] = {
+      {"jpg", {1000, 750}, -1, 300, {400, 300}, "jpeg"},
+      {"png", {1600, 1200}, 1000, -1, {1000, 750}, "png"},
+      {"gif", {10, 4}, -1, 1, {2, 1}, "gif"},  // 2.5 rounds down to the even 2
+      {"tif", {4, 10}, 3, -1, {3, 8}, "bmp"},  // 7.5 rounds up to the even 8
+      {"bmp", {20, 64}, 20, 30, {20, 30}, "bmp"},
+  };
+  const QString source = path("source.picture");
+  for (const auto& c : cases) {
+    QImage picture(c.size, QImage::Format_ARGB32);
+    picture.fill(qRgba(200, 40, 90, 128));
+    ASSERT_TRUE(saver.SavePictureFromHDC(picture, path("source.") + c.saveAs));
+    QFile::remove(source);
+    QFile::rename(path("source.") + c.saveAs, source);
+
+    ASSERT_TRUE(ResizeImageFile(source, path("resized.png"), c.width, c.height)) << c.saveAs;
+    QImageReader reader(path("resized.png"));
+    EXPECT_EQ(reader.format(), QByteArray(c.format)) << c.saveAs;
+    const QImage resized = reader.read();
+    EXPECT_EQ(resized.size(), c.expected) << c.saveAs;
+    EXPECT_EQ(resized.hasAlphaChannel(), c.format == QByteArray("png")) << c.saveAs;
+  }
+
+  // Each fails and writes nothing: no size, a size below 1 given or worked out (0.3 from the
+  // last source's 20 x 64), content no reader knows, a missing file.
+  const QString junk = temp.write("junk.png", "not a picture"), missing = path("missing.png");
+  const std::tuple<QString, int, int> failures[] = {{source, -1, -1}, {source, 0, 5}, {source, 9, -2},
+                                                    {source, -1, 1},  {junk, 9, 9},   {missing, 9, 9}};
+  for (const auto& [from, width, height] : failures) {
+    EXPECT_FALSE(ResizeImageFile(from, path("failed.png"), width, height)) << from << width << height;
+    EXPECT_FALSE(QFile::exists(path("failed.png")));
   }
 }
 
