@@ -3,6 +3,7 @@
 #include "cleanup/clsQuickFormat.h"
 #include "clipboard/clsFlashHeader.h"
 #include "office/OfficeEngines.h"
+#include "office/clsPPT.h"
 #include "printing/clsStrandelAPI.h"
 
 namespace velmora {
@@ -11,12 +12,11 @@ namespace {
 
 // Every member fails the way the component behaves where its engine cannot be created:
 // "CreateObject:" and the reason.
-class UnavailableEngine : public SlideExporter, public DocumentPrinter {
+class UnavailableEngine : public DocumentPrinter {
  public:
   explicit UnavailableEngine(QString progId) : progId_(std::move(progId)) {}
 
   Result<QString> Word2Images(const QString&, const QString&) override { return creationFailure(progId_); }
-  Result<QString> PPT2Images(const QString&, const QString&) override { return creationFailure(progId_); }
 
  private:
   QString progId_;
@@ -37,8 +37,8 @@ std::unique_ptr<ExcelEngine> StandardProducers::createExcelEngine(Context& conte
   return velmora::createExcelEngine(context, engine);
 }
 
-std::unique_ptr<SlideExporter> StandardProducers::createSlideExporter(Context&) {
-  return std::make_unique<UnavailableEngine>(QStringLiteral("PowerPoint.Application"));
+std::unique_ptr<SlideExporter> StandardProducers::createSlideExporter(Context& context) {
+  return std::make_unique<clsPPT>(context, createLibreOfficeAutomation());
 }
 
 std::unique_ptr<DocumentPrinter> StandardProducers::createDocumentPrinter(Context&) {

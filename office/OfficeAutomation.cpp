@@ -6,6 +6,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+#include "core/Producers.h"
 #include "core/Yield.h"
 
 namespace velmora {
@@ -47,8 +48,9 @@ bool startHelper(const QString& program) {
 class LibreOfficeAutomation : public OfficeAutomation {
  public:
   Outcome CreateObject(const QString& progId) override {
+    // LibreOffice stands behind the Microsoft names; WPS Office does not exist on Linux.
     if (progId != u"Word.Application" && progId != u"Excel.Application" && progId != u"PowerPoint.Application")
-      return creation(progId + QStringLiteral(" is not installed on this system"));
+      return creationFailure(progId);
     if (connectToHelper()) return {};
     const QString program = helperProgram();
     if (program.isEmpty())

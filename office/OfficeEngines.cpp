@@ -5,20 +5,22 @@
 #include "office/CleanupAside.h"
 #include "office/clsMicrosoftExcel.h"
 #include "office/clsMicrosoftWord.h"
+#include "office/clsWPSExcel.h"
 
 namespace velmora {
 
 namespace {
 
-// clsMicrosoftWord on LibreOffice Writer, and clsWPSWord, which fails as on a machine
-// without WPS.
+// clsMicrosoftWord on LibreOffice Writer, and clsWPSWord, the same steps on WPS Writer
+// (which fails to be created, as on any machine without WPS).
 class WordDocumentEngine : public WordEngine {
  public:
   WordDocumentEngine(Context& context, bool wps) : context_(context), wps_(wps) {}
 
   Result<QString> Word2HTML(const QString& file) override {
-    if (wps_) return unavailable();
-    return clsMicrosoftWord(context_, createLibreOfficeAutomation()).Word2HTML(file);
+    // WPS Writer saves its page as Word does, without the web options.
+    const QString progId = wps_ ? QStringLiteral("WPS.Application") : QStringLiteral("Word.Application");
+    return clsMicrosoftWord(context_, createLibreOfficeAutomation(), progId).Word2HTML(file);
   }
   StyledHtml OptimizeHTML(const QString& source, const QString& html, const QString& options) override {
     const auto variant = wps_ ? WordCleanup::Variant::WPS : WordCleanup::Variant::Word;
@@ -42,17 +44,17 @@ class WordDocumentEngine : public WordEngine {
   bool wps_;
 };
 
-// clsMicrosoftExcel and clsWPSExcel.
+// clsMicrosoftExcel on LibreOffice Calc, and clsWPSExcel (WPS has no sheet pictures).
 class WorkbookEngine : public ExcelEngine {
  public:
   WorkbookEngine(Context& context, bool wps) : context_(context), wps_(wps) {}
 
   Result<QString> GetExcelWorkSheetName(const QString& file) override {
-    if (wps_) return unavailable();
+    if (wps_) return clsWPSExcel(context_, createLibreOfficeAutomation()).GetExcelWorkSheetName(file);
     return excel().GetExcelWorkSheetName(file);
   }
   Result<StyledHtml> Excel2HTML(const QString& file, int16_t sheet, const QString& options) override {
-    if (wps_) return unavailable();
+    if (wps_) return clsWPSExcel(context_, createLibreOfficeAutomation()).Excel2HTML(file, sheet, options);
     return excel().Excel2HTML(file, sheet, options);
   }
   Result<QString> Excel2Images(const QString& file, int16_t sheet, const QString& options) override {

@@ -68,7 +68,8 @@ Result<QList<int>> splitIntoSheetPages(const QString& workbookPage, const QStrin
   if (!file.open(QIODevice::ReadOnly)) return readFailure(workbookPage + QStringLiteral(": ") + file.errorString());
   const QString html = QString::fromUtf8(file.readAll());  // LibreOffice writes its pages in UTF-8
   file.close();
-  static const QRegularExpression bodyStart(QStringLiteral(R"(<body[^>]*>)"), QRegularExpression::CaseInsensitiveOption);
+  static const QRegularExpression bodyStart(QStringLiteral(R"(<body[^>]*>)"),
+                                            QRegularExpression::CaseInsensitiveOption);
   const QRegularExpressionMatch body = bodyStart.match(html);
   const QString head = body.hasMatch() ? html.left(body.capturedEnd()) : QStringLiteral("<html><body>");
 
@@ -82,9 +83,11 @@ Result<QList<int>> splitIntoSheetPages(const QString& workbookPage, const QStrin
     CompanionFolder& pictures =
         folders.emplace_back(workbookPage, pageInfo.absolutePath() + u'/' + pageInfo.completeBaseName() + "_files");
     if (const Outcome ready = pictures.prepare(); !ready) return ready.failure();
-    const QString division = QStringLiteral("<div id=\"Velmora_Excel_Sheet_Div%1\" align=center x:publishsource=\"Excel\">\n").arg(number);
-    const Outcome saved = writePage(page, head + u'\n' + division + pictures.gather(withoutOfficeCellData(section.table)) +
-                                              QStringLiteral("\n</div>\n</body>\n</html>\n"));
+    const QString division =
+        QStringLiteral("<div id=\"Velmora_Excel_Sheet_Div%1\" align=center x:publishsource=\"Excel\">\n").arg(number);
+    const Outcome saved =
+        writePage(page, head + u'\n' + division + pictures.gather(withoutOfficeCellData(section.table)) +
+                            QStringLiteral("\n</div>\n</body>\n</html>\n"));
     if (!saved) return saved.failure();
     written << number;
   }

@@ -31,9 +31,8 @@ QString libreOfficeProgramFolder() {
 }
 
 QString libreOfficeMissing() {
-  return QStringLiteral(
-      "LibreOffice is not installed: install the packages libreoffice-writer-nogui (documents), "
-      "libreoffice-calc-nogui (sheets) and libreoffice-impress-nogui (slides)");
+  return QStringLiteral("LibreOffice is not installed: install the packages libreoffice-writer-nogui (documents), "
+                        "libreoffice-calc-nogui (sheets) and libreoffice-impress-nogui (slides)");
 }
 
 QString fileUrl(const QString& path) { return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded); }

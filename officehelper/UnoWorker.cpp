@@ -47,8 +47,12 @@ using css::uno::UNO_QUERY;
 using css::uno::UNO_QUERY_THROW;
 using rtl::OUString;
 
-OUString toUno(const QString& text) { return OUString(reinterpret_cast<const sal_Unicode*>(text.utf16()), text.size()); }
-QString fromUno(const OUString& text) { return QString(reinterpret_cast<const QChar*>(text.getStr()), text.getLength()); }
+OUString toUno(const QString& text) {
+  return OUString(reinterpret_cast<const sal_Unicode*>(text.utf16()), text.size());
+}
+QString fromUno(const OUString& text) {
+  return QString(reinterpret_cast<const QChar*>(text.getStr()), text.getLength());
+}
 
 css::uno::Sequence<css::beans::PropertyValue> properties(std::initializer_list<std::pair<const char*, Any>> named) {
   css::uno::Sequence<css::beans::PropertyValue> list(sal_Int32(named.size()));
@@ -132,7 +136,8 @@ class UnoOffice {
       qputenv("URE_BOOTSTRAP", ("vnd.sun.star.pathname:" + program + QStringLiteral("/fundamentalrc")).toLocal8Bit());
       local_ = cppu::defaultBootstrap_InitialComponentContext();
       const Reference<css::bridge::XUnoUrlResolver> resolver = css::bridge::UnoUrlResolver::create(local_);
-      const OUString address = toUno(QStringLiteral("uno:pipe,name=") + pipe + QStringLiteral(";urp;StarOffice.ComponentContext"));
+      const OUString address =
+          toUno(QStringLiteral("uno:pipe,name=") + pipe + QStringLiteral(";urp;StarOffice.ComponentContext"));
       // The helper's start limit stops a wait that never ends.
       bool restarted = false;
       while (!remote_.is()) {
@@ -204,14 +209,10 @@ class UnoOffice {
     const Reference<css::sheet::XSpreadsheetDocument> book(document.component, UNO_QUERY);
     if (!book.is()) return openFailure(QStringLiteral("it is not a workbook"));
     switch (job.kind) {
-      case OfficeJob::Kind::SheetNames:
-        return sheetNames(book);
-      case OfficeJob::Kind::SheetPages:
-        return saveSheets(book, job);
-      case OfficeJob::Kind::WorkbookPage:
-        return saveWorkbook(book, job);
-      default:
-        return openFailure(QStringLiteral("this office opens workbooks and presentations only"));
+      case OfficeJob::Kind::SheetNames: return sheetNames(book);
+      case OfficeJob::Kind::SheetPages: return saveSheets(book, job);
+      case OfficeJob::Kind::WorkbookPage: return saveWorkbook(book, job);
+      default: return openFailure(QStringLiteral("this office opens workbooks and presentations only"));
     }
   }
 
@@ -219,7 +220,9 @@ class UnoOffice {
     return {book->getSheets(), UNO_QUERY_THROW};
   }
 
-  static OUString nameOf(const Any& sheet) { return Reference<css::container::XNamed>(sheet, UNO_QUERY_THROW)->getName(); }
+  static OUString nameOf(const Any& sheet) {
+    return Reference<css::container::XNamed>(sheet, UNO_QUERY_THROW)->getName();
+  }
 
   static OfficeAnswer sheetNames(const Reference<css::sheet::XSpreadsheetDocument>& book) {
     OfficeAnswer answer;
@@ -235,15 +238,16 @@ class UnoOffice {
     const auto sheets = sheetsOf(book);
     const int count = int(sheets->getCount());
     if (job.sheet < 0 || job.sheet > count)
-      return failure("SetSheet", QStringLiteral("the workbook has %1 sheet(s); there is no sheet %2").arg(count).arg(job.sheet));
+      return failure("SetSheet",
+                     QStringLiteral("the workbook has %1 sheet(s); there is no sheet %2").arg(count).arg(job.sheet));
     OfficeAnswer answer;
     std::vector<OUString> leaving;
     for (int number = 1; number <= count; ++number) {
       const Any sheet = sheets->getByIndex(number - 1);
-      const bool kept = job.sheet ? number == job.sheet
-                                  : Reference<css::beans::XPropertySet>(sheet, UNO_QUERY_THROW)
-                                        ->getPropertyValue("IsVisible")
-                                        .get<bool>();
+      const bool kept =
+          job.sheet
+              ? number == job.sheet
+              : Reference<css::beans::XPropertySet>(sheet, UNO_QUERY_THROW)->getPropertyValue("IsVisible").get<bool>();
       if (kept)
         answer.sheets << number;
       else
@@ -254,7 +258,8 @@ class UnoOffice {
     for (const OUString& name : leaving) byName->removeByName(name);
     // LibreOffice leaves hidden sheets out of the page: one asked for by number is shown.
     for (sal_Int32 i = 0; i < sheets->getCount(); ++i)
-      Reference<css::beans::XPropertySet>(sheets->getByIndex(i), UNO_QUERY_THROW)->setPropertyValue("IsVisible", Any(true));
+      Reference<css::beans::XPropertySet>(sheets->getByIndex(i), UNO_QUERY_THROW)
+          ->setPropertyValue("IsVisible", Any(true));
     channel_.noticeStage(QStringLiteral("SaveAs"));
     storeAsWebPage(book, job.target);
     return answer;

@@ -19,7 +19,8 @@ void WorkerChannel::serve(const std::function<OfficeAnswer(const OfficeJob&)>& r
     reader.append(QByteArray(chunk, n));
     while (const std::optional<QJsonObject> frame = reader.next()) {
       const std::optional<OfficeJob> job = OfficeJob::fromJson(*frame);
-      send((job ? run(*job) : OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job"))).toJson());
+      send((job ? run(*job) : OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("a malformed job")))
+               .toJson());
     }
     if (reader.broken()) return;
   }

@@ -17,12 +17,20 @@ class ScriptedOffice : public OfficeAutomation {
   };
   ScriptedOffice(Script script, QList<OfficeJob>& jobs) : script_(std::move(script)), jobs_(jobs) {}
 
-  Outcome CreateObject(const QString&) override { return script_.created; }
+  Outcome CreateObject(const QString& progId) override {
+    if (asked) *asked << progId;
+    if (!installed.isEmpty() && !installed.contains(progId))
+      return Failure{"CreateObject:", progId + " is not installed"};
+    return script_.created;
+  }
   OfficeAnswer run(const OfficeJob& job) override {
     jobs_ << job;
     if (script_.writes) script_.writes(job);
     return script_.answer;
   }
+
+  QStringList installed;         // when given, the only engines created
+  QStringList* asked = nullptr;  // records the engines asked for
 
  private:
   Script script_;

@@ -4,6 +4,7 @@
 #include <QDir>
 
 #include "office/clsMicrosoftExcel.h"
+#include "office/clsWPSExcel.h"
 #include "tests/common/TestSupport.h"
 #include "tests/office/ScriptedOffice.h"
 
@@ -69,13 +70,16 @@ TEST_F(ExcelEngine, StagesGiveTheirWords) {
   for (const Row& row : rows) {
     const Result<StyledHtml> html = excel(row.script).Excel2HTML("/b.xlsx", 9, "");
     EXPECT_EQ(html ? QString() : html.failure().text(), row.error) << row.name;
-    if (html) EXPECT_EQ(html.value().body, "") << row.name;
+    if (html) {
+      EXPECT_EQ(html.value().body, "") << row.name;
+    }
   }
   EXPECT_EQ(jobs.last().sheet, 9);
 }
 
 TEST_F(ExcelEngine, EverySheetGetsItsOwnPageDivisionAndPictures) {
-  const Result<StyledHtml> html = excel({{}, kept({1, 3, 4}), writesWorkbookPage()}).Excel2HTML("b.xlsx", 0, "optimizemode:1");
+  const Result<StyledHtml> html =
+      excel({{}, kept({1, 3, 4}), writesWorkbookPage()}).Excel2HTML("b.xlsx", 0, "optimizemode:1");
   ASSERT_TRUE(html) << html.failure().text().toStdString();
   EXPECT_EQ(jobs.last().document, QDir::current().absoluteFilePath("b.xlsx")) << "the helper runs elsewhere";
 
@@ -109,6 +113,70 @@ TEST_F(ExcelEngine, SheetNamesJoinWithCrLf) {
   ASSERT_TRUE(list);
   EXPECT_EQ(list.value(), "A\r\nB\r\nC");
   EXPECT_EQ(jobs.last().kind, OfficeJob::Kind::SheetNames);
+}
+
+// WPS saves the whole workbook once; each sheet's page is read from the folder it writes.
+TEST_F(ExcelEngine, WpsReadsThePagesOfTheSheetsAsked) {
+  const auto writes = [this](bool folder) {
+    return [this, folder](const OfficeJob& job) {
+      EXPECT_EQ(job.kind, OfficeJob::Kind::WorkbookPage);
+      temp.write("Velmora_Temp_ET.htm", "<html><body><table><tr><td>whole</td></tr></table></body></html>");
+      if (!folder) return;
+      temp.write("Velmora_Temp_ET.files/stylesheet.css", ".shared { color: blue }");
+      for (const char* n : {"001", "002", "003"})
+        temp.write(QString("Velmora_Temp_ET.files/sheet%1.htm").arg(n),
+                   QByteArray("<html><head><style>.own { color: red }</style></head><body><table><tr><td>sheet ") + n +
+                       "</td></tr></table></body></html>");
+    };
+  };
+  const auto filled = [](QList<int> sheets) {
+    OfficeAnswer answer;
+    answer.sheets = std::move(sheets);
+    return answer;
+  };
+  struct Row {
+    const char* name;
+    int16_t sheet;
+    ScriptedOffice::Script script;
+    QString error;
+    QStringList bodies;  // in order
+    int sharedStyles;
+  };
+  const QList<Row> rows = {
+      {"one sheet by number", 2, {{}, filled({1, 2, 3}), writes(true)}, "", {"sheet 002"}, 1},
+      {"every sheet with a filled cell", 0, {{}, filled({1, 3}), writes(true)}, "", {"sheet 001", "sheet 003"}, 2},
+      {"one page, whatever the number", 3, {{}, filled({1}), writes(false)}, "", {"whole"}, 0},
+      {"a sheet WPS wrote no page for",
+       5,
+       {{}, filled({1}), writes(true)},
+       "ReadFile:there is no file %1sheet005.htm",
+       {},
+       0},
+      {"every sheet empty", 0, {{}, filled({}), writes(true)}, "", {}, 0},
+      {"a failed save", 0, {{}, OfficeAnswer::failure("SaveAs", "disk full"), {}}, "SaveAs:disk full", {}, 0},
+  };
+  for (const Row& row : rows) {
+    QDir(temp.path()).removeRecursively();
+    QDir().mkpath(temp.path());
+    const Result<StyledHtml> html = clsWPSExcel(context, std::make_unique<ScriptedOffice>(row.script, jobs))
+                                        .Excel2HTML("/b.et", row.sheet, "optimizemode:1");
+    EXPECT_EQ(html ? QString() : html.failure().text(),
+              QString(row.error).replace("%1", temp.path() + "/Velmora_Temp_ET.files/"))
+        << row.name;
+    if (row.error.isEmpty() && row.bodies.isEmpty()) {
+      EXPECT_FALSE(html) << row.name << ": false, with no error";
+    }
+    if (!html) continue;
+    qsizetype last = -1;
+    for (const QString& body : row.bodies) {
+      EXPECT_GT(html.value().body.indexOf(body), last) << row.name << " " << body.toStdString();
+      last = html.value().body.indexOf(body);
+    }
+    EXPECT_EQ(html.value().style.count(".shared"), row.sharedStyles) << row.name;
+    if (row.sharedStyles) {
+      EXPECT_LT(html.value().style.indexOf(".shared"), html.value().style.indexOf(".own")) << "shared rules first";
+    }
+  }
 }
 
 }  // namespace

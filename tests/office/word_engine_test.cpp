@@ -66,7 +66,8 @@ TEST_F(WordEngine, PagePicturesTakeOneTimeStampAndTheImageType) {
   const QList<std::pair<QString, QString>> types = {
       {"imgtype:png", "png"}, {"imgtype:gif", "gif"}, {"imgtype:PNG", "jpg"}, {"", "jpg"}, {"imgtype:bmp", "jpg"}};
   for (const auto& [options, type] : types) {
-    const OfficeAnswer two{{}, {}, {"/w/1.png", "/w/2.png"}};
+    OfficeAnswer two;
+    two.files = {"/w/1.png", "/w/2.png"};
     const Result<QString> html = word({{}, two, {}}).Word2Images("/d.docx", options);
     ASSERT_TRUE(html) << html.failure().text().toStdString();
     EXPECT_EQ(html.value(), "<img src=\"/w/1.png\" border=0><br><img src=\"/w/2.png\" border=0><br>");

@@ -1,8 +1,10 @@
-// ImportExcelSheet and GetExcelWorkSheetName end to end on the real LibreOffice, through
-// the user's office helper, into the reference receiver. The workbook (tests/data/office,
-// written by make_office_samples.py) has the sheets Prices (merged title, money cells with
-// borders, a picture), Hidden (hidden), Empty and Notes (CJK text).
+// ImportExcelSheet, GetExcelWorkSheetName and ImportPPT end to end on the real LibreOffice,
+// through the user's office helper, into the reference receiver. The samples
+// (tests/data/office, written by make_office_samples.py): a workbook with the sheets Prices
+// (merged title, money cells with borders, a picture), Hidden (hidden), Empty and Notes
+// (CJK text), and a presentation of three 16:9 slides.
 #include <gtest/gtest.h>
+#include <QImage>
 
 #include "control/Velmora5.h"
 #include "control/WaitForResult.h"
@@ -74,9 +76,36 @@ TEST_F(SheetImport, OneSheetByNumberAndItsFailures) {
   for (const Row& row : rows) {
     EXPECT_EQ(import(row.file, row.sheet), QString(row.error).replace("%1", row.file)) << row.sheet;
     if (!row.error.isEmpty()) continue;
-    EXPECT_TRUE(control->Body().contains(QString::fromUtf8(row.contains))) << row.sheet << control->Body().toStdString();
+    EXPECT_TRUE(control->Body().contains(QString::fromUtf8(row.contains)))
+        << row.sheet << control->Body().toStdString();
     EXPECT_FALSE(control->Body().contains("Price list")) << "only sheet " << row.sheet;
   }
+}
+
+TEST_F(SheetImport, SlidesArriveAsPicturesInOrderAtTheirSizeOrScaled) {
+  struct Row {
+    QString options;
+    QString type;
+    QSize size;
+  };
+  const Row rows[] = {{"imgtype:png", "png", {1058, 595}}, {"tw:400", "jpg", {400, 225}}};
+  for (const Row& row : rows) {
+    const qsizetype before = receiver.posts().size();
+    control->ImportPPT(test::testData("office/slides.pptx"), row.options);
+    ASSERT_EQ(control->Error(), "");
+    ASSERT_NE(waitForResult(*control, 60s), Waited::TimedOut);
+    ASSERT_EQ(control->Error(), "");
+    ASSERT_EQ(receiver.posts().size() - before, 3) << row.options.toStdString();
+    for (qsizetype i = before; i < receiver.posts().size(); ++i) {
+      const QString stored = QString::fromLatin1(ReceiverProcess::field(receiver.posts()[i], "stored"));
+      EXPECT_TRUE(stored.endsWith("." + row.type)) << stored.toStdString();
+      EXPECT_EQ(QImage(receiver.root() + u'/' + stored).size(), row.size) << stored.toStdString();
+    }
+  }
+  const QString notSlides = temp.path() + "/book.pptx";
+  ASSERT_TRUE(QFile::copy(workbook, notSlides));
+  control->ImportPPT(notSlides, "");
+  EXPECT_EQ(control->Error(), "Open:LibreOffice could not open " + notSlides + ": it is not a presentation");
 }
 
 }  // namespace

@@ -1,0 +1,82 @@
+#include "office/clsPPT.h"
+
+#include <QFileInfo>
+#include <cmath>
+
+#include "clipboard/clsSaveBitmapAs.h"
+#include "core/OptionString.h"
+#include "core/Yield.h"
+#include "support/basPublic.h"
+
+namespace velmora {
+
+namespace {
+
+Failure word(const char* text) { return {QString::fromLatin1(text), {}}; }
+
+// The text in front of the slide number in the exported names: "Slide1.png", "Slide11.png"
+// and "Slide21.PNG" all give "Slide".
+QString slidePrefix(const QString& firstListed) {
+  QString prefix = firstListed.chopped(std::min<qsizetype>(5, firstListed.size()));
+  while (!prefix.isEmpty() && prefix.back().isDigit()) prefix.chop(1);
+  return prefix;
+}
+
+// A width in pixels, or 0 when "tw" is missing, not a number or not above 0.
+int targetWidth(const QString& options) {
+  bool number = false;
+  const double width = GetOptValue(options, QStringLiteral("tw")).toDouble(&number);
+  return number && width >= 0.5 && width < 1e6 ? int(std::lround(width)) : 0;
+}
+
+}  // namespace
+
+clsPPT::clsPPT(Context& context, std::unique_ptr<OfficeAutomation> office)
+    : context_(context), office_(std::move(office)) {}
+
+Outcome clsPPT::CreatePPTApp(const QString& api) {
+  if (api != u"2") {
+    const Outcome powerPoint = office_->CreateObject(QStringLiteral("PowerPoint.Application"));
+    if (powerPoint || api == u"1") return powerPoint;
+  }
+  return office_->CreateObject(QStringLiteral("WPP.Application"));
+}
+
+Result<QString> clsPPT::PPT2Images(const QString& file, const QString& options) {
+  letPendingEventsRun();
+  QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
+  if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
+  QString api = GetOptValue(options, QStringLiteral("api"));
+  if (api != u"0" && api != u"2") api = QStringLiteral("1");
+  const int width = targetWidth(options);
+
+  if (const Outcome created = CreatePPTApp(api); !created) return created.failure();
+  const QString folder = context_.g_sTempFolder + GetTimeStamp() + u'/';
+  OfficeJob job{OfficeJob::Kind::SlidePictures, QFileInfo(file).absoluteFilePath(), folder + QStringLiteral("Slide"),
+                imageType};
+  const OfficeAnswer exported = office_->run(job);
+  letPendingEventsRun();
+  if (exported.failedStage == u"CreateObject" || exported.failedStage == u"Open")
+    return Failure{exported.failedStage + u':', exported.description};
+  // A failed export is not reported for itself: the listing below finds no slides.
+  const qsizetype count = exported.files.size();
+
+  QStringList listed;
+  ListFiles(listed, folder, {}, QStringLiteral("1.") + imageType);
+  if (listed.isEmpty()) return word("NoMatchFile");
+  const QString prefix = slidePrefix(listed.first());
+  if (prefix.isEmpty()) return word("NoFoundKey");
+  QString html;
+  for (qsizetype i = 1; i <= count; ++i) {
+    QString name = folder + prefix + QString::number(i) + u'.' + imageType;
+    if (width > 0) {
+      const QString scaled = folder + prefix + QString::number(i) + QStringLiteral("s.") + imageType;
+      ResizeImageFile(name, scaled, width, -1);
+      name = scaled;
+    }
+    html += QStringLiteral("<img src=\"") + name + QStringLiteral("\" border=0><br>");
+  }
+  return html;
+}
+
+}  // namespace velmora
