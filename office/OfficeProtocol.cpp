@@ -11,8 +11,13 @@ namespace {
 using Kind = OfficeJob::Kind;
 
 const std::pair<Kind, const char*> kKindNames[] = {
-    {Kind::WebPage, "webpage"},       {Kind::PagePictures, "pictures"},     {Kind::SheetNames, "sheetnames"},
-    {Kind::SheetPages, "sheetpages"}, {Kind::WorkbookPage, "workbookpage"}, {Kind::SlidePictures, "slides"},
+    {Kind::WebPage, "webpage"},
+    {Kind::PagePictures, "pictures"},
+    {Kind::SheetNames, "sheetnames"},
+    {Kind::SheetPages, "sheetpages"},
+    {Kind::WorkbookPage, "workbookpage"},
+    {Kind::SlidePictures, "slides"},
+    {Kind::SheetPictures, "sheetpictures"},
 };
 
 QString kindName(Kind kind) {

@@ -21,12 +21,13 @@ struct OfficeJob {
     SheetPages,     // one sheet of a workbook (or every visible one) saved as a web page
     WorkbookPage,   // a whole workbook saved as one web page
     SlidePictures,  // every slide of a presentation exported as a picture
+    SheetPictures,  // the used range of one sheet (or every visible one) as a picture
   };
   Kind kind = Kind::WebPage;
   QString document;   // the document's path
   QString target;     // the page's path; pictures: every picture's path up to its number
   QString imageType;  // pictures: "png", "gif" or "jpg"
-  int sheet = 0;      // SheetPages: the sheet's number from 1, or 0 for every visible sheet
+  int sheet = 0;      // sheets: the sheet's number from 1, or 0 for every visible sheet
 
   // Workbooks and presentations are served by an office of their own (see the helper).
   bool forWorkbooksOrSlides() const { return kind >= Kind::SheetNames; }

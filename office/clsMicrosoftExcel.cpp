@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include "core/OptionString.h"
 #include "core/Text.h"
 #include "core/Yield.h"
 #include "office/CleanupAside.h"
@@ -70,10 +71,19 @@ Result<StyledHtml> clsMicrosoftExcel::Excel2HTML(const QString& file, int16_t sh
   return html;
 }
 
-Result<QString> clsMicrosoftExcel::Excel2Images(const QString&, int16_t, const QString&) {
+Result<QString> clsMicrosoftExcel::Excel2Images(const QString& file, int16_t sheet, const QString& options) {
   letPendingEventsRun();
-  return Failure{QStringLiteral("CreateObject:"),
-                 QStringLiteral("pictures of sheets are not part of this build yet; import the sheet as HTML")};
+  QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
+  if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
+  if (const Outcome created = createApplication(); !created) return created.failure();
+
+  OfficeJob job{OfficeJob::Kind::SheetPictures, absolute(file), context_.g_sTempFolder + GetTimeStamp(), imageType};
+  job.sheet = sheet;  // a number the workbook does not have draws nothing
+  const OfficeAnswer drawn = runJob(job);
+  if (!drawn.ok()) return stageFailure(drawn);
+  QString html;
+  for (const QString& picture : drawn.files) html += pictureFragment(picture);
+  return html;
 }
 
 }  // namespace velmora

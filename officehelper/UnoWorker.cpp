@@ -4,10 +4,12 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <com/sun/star/awt/Size.hpp>
 #include <com/sun/star/beans/XPropertySet.hpp>
 #include <com/sun/star/bridge/UnoUrlResolver.hpp>
 #include <com/sun/star/connection/NoConnectException.hpp>
 #include <com/sun/star/container/XIndexAccess.hpp>
+#include <com/sun/star/container/XNameAccess.hpp>
 #include <com/sun/star/container/XNameContainer.hpp>
 #include <com/sun/star/container/XNamed.hpp>
 #include <com/sun/star/document/MacroExecMode.hpp>
@@ -21,20 +23,30 @@
 #include <com/sun/star/lang/DisposedException.hpp>
 #include <com/sun/star/lang/XServiceInfo.hpp>
 #include <com/sun/star/sheet/CellFlags.hpp>
+#include <com/sun/star/sheet/XCellRangeAddressable.hpp>
 #include <com/sun/star/sheet/XCellRangesQuery.hpp>
+#include <com/sun/star/sheet/XPrintAreas.hpp>
+#include <com/sun/star/sheet/XSheetCellCursor.hpp>
+#include <com/sun/star/sheet/XSpreadsheet.hpp>
 #include <com/sun/star/sheet/XSpreadsheetDocument.hpp>
+#include <com/sun/star/sheet/XUsedAreaCursor.hpp>
+#include <com/sun/star/style/XStyleFamiliesSupplier.hpp>
 #include <com/sun/star/util/XCloseable.hpp>
 #include <cppuhelper/bootstrap.hxx>
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QImage>
 #include <chrono>
 #include <thread>
 #include <vector>
 
+#include "clipboard/clsSaveBitmapAs.h"
 #include "officehelper/OfficeInstallation.h"
 #include "officehelper/PrivateProfile.h"
 #include "officehelper/WorkerChannel.h"
+#include "support/basPublic.h"
 
 namespace velmora {
 
@@ -212,6 +224,7 @@ class UnoOffice {
       case OfficeJob::Kind::SheetNames: return sheetNames(book);
       case OfficeJob::Kind::SheetPages: return saveSheets(book, job);
       case OfficeJob::Kind::WorkbookPage: return saveWorkbook(book, job);
+      case OfficeJob::Kind::SheetPictures: return drawSheets(book, job);
       default: return openFailure(QStringLiteral("this office opens workbooks and presentations only"));
     }
   }
@@ -268,15 +281,81 @@ class UnoOffice {
   OfficeAnswer saveWorkbook(const Reference<css::sheet::XSpreadsheetDocument>& book, const OfficeJob& job) {
     OfficeAnswer answer;
     const auto sheets = sheetsOf(book);
-    const sal_Int16 filled = css::sheet::CellFlags::VALUE | css::sheet::CellFlags::DATETIME |
-                             css::sheet::CellFlags::STRING | css::sheet::CellFlags::FORMULA;
-    for (sal_Int32 i = 0; i < sheets->getCount(); ++i) {
-      const Reference<css::sheet::XCellRangesQuery> cells(sheets->getByIndex(i), UNO_QUERY_THROW);
-      if (cells->queryContentCells(filled)->getCount() > 0) answer.sheets << int(i + 1);
-    }
+    for (sal_Int32 i = 0; i < sheets->getCount(); ++i)
+      if (holdsContent(sheets->getByIndex(i))) answer.sheets << int(i + 1);
     channel_.noticeStage(QStringLiteral("SaveAs"));
     storeAsWebPage(book, job.target);
     return answer;
+  }
+
+  static bool holdsContent(const Any& sheet) {
+    const sal_Int16 filled = css::sheet::CellFlags::VALUE | css::sheet::CellFlags::DATETIME |
+                             css::sheet::CellFlags::STRING | css::sheet::CellFlags::FORMULA;
+    return Reference<css::sheet::XCellRangesQuery>(sheet, UNO_QUERY_THROW)->queryContentCells(filled)->getCount() > 0;
+  }
+
+  static bool isVisible(const Any& sheet) {
+    return Reference<css::beans::XPropertySet>(sheet, UNO_QUERY_THROW)->getPropertyValue("IsVisible").get<bool>();
+  }
+
+  // Each sheet's used range as one picture at the screen's 96 pixels per inch, as the range
+  // would look copied as a picture: LibreOffice draws the first page of a workbook, so the
+  // sheet drawn is made the first, its print area its used range and its page exactly that
+  // range's size without margins, header or footer. Sheets without content are skipped, and
+  // hidden ones unless asked for by number.
+  OfficeAnswer drawSheets(const Reference<css::sheet::XSpreadsheetDocument>& book, const OfficeJob& job) {
+    channel_.noticeStage(QStringLiteral("SaveAs"));
+    const auto sheets = sheetsOf(book);
+    const Reference<css::container::XNameContainer> byName(book->getSheets(), UNO_QUERY_THROW);
+    const Reference<css::container::XNameAccess> pageStyles(
+        Reference<css::style::XStyleFamiliesSupplier>(book, UNO_QUERY_THROW)
+            ->getStyleFamilies()
+            ->getByName("PageStyles"),
+        UNO_QUERY_THROW);
+    const QString drawn = job.target + QStringLiteral(".sheet.png");
+    OfficeAnswer answer;
+    const int count = int(sheets->getCount());
+    for (int number = 1; number <= count; ++number) {
+      const Any sheet = sheets->getByIndex(0);  // the earlier ones are gone
+      const bool wanted = job.sheet ? number == job.sheet : isVisible(sheet);
+      if (wanted && holdsContent(sheet)) {
+        const QString name = job.target + PadNumber(number, 3, 0) + u'.' + job.imageType;
+        if (drawFirstSheet(book, sheet, pageStyles, drawn) && clsSaveBitmapAs().SavePictureFromHDC(QImage(drawn), name))
+          answer.files << name;
+        QFile::remove(drawn);
+      }
+      if (sheets->getCount() > 1) byName->removeByName(nameOf(sheet));
+    }
+    return answer;
+  }
+
+  static bool drawFirstSheet(const Reference<css::sheet::XSpreadsheetDocument>& book, const Any& sheet,
+                             const Reference<css::container::XNameAccess>& pageStyles, const QString& target) {
+    const Reference<css::sheet::XSpreadsheet> cells(sheet, UNO_QUERY_THROW);
+    const Reference<css::sheet::XSheetCellCursor> used = cells->createCursor();
+    const Reference<css::sheet::XUsedAreaCursor> area(used, UNO_QUERY_THROW);
+    area->gotoStartOfUsedArea(false);
+    area->gotoEndOfUsedArea(true);
+    const css::table::CellRangeAddress range =
+        Reference<css::sheet::XCellRangeAddressable>(used, UNO_QUERY_THROW)->getRangeAddress();
+    Reference<css::sheet::XPrintAreas>(sheet, UNO_QUERY_THROW)
+        ->setPrintAreas(css::uno::Sequence<css::table::CellRangeAddress>(&range, 1));
+    const css::awt::Size size =
+        Reference<css::beans::XPropertySet>(used, UNO_QUERY_THROW)->getPropertyValue("Size").get<css::awt::Size>();
+    const OUString styleName =
+        Reference<css::beans::XPropertySet>(sheet, UNO_QUERY_THROW)->getPropertyValue("PageStyle").get<OUString>();
+    const Reference<css::beans::XPropertySet> page(pageStyles->getByName(styleName), UNO_QUERY_THROW);
+    for (const char* off : {"HeaderIsOn", "FooterIsOn"})
+      page->setPropertyValue(OUString::createFromAscii(off), Any(false));
+    for (const char* margin : {"LeftMargin", "RightMargin", "TopMargin", "BottomMargin"})
+      page->setPropertyValue(OUString::createFromAscii(margin), Any(sal_Int32(0)));
+    page->setPropertyValue("Width", Any(std::max<sal_Int32>(size.Width, 100)));
+    page->setPropertyValue("Height", Any(std::max<sal_Int32>(size.Height, 100)));
+    page->setPropertyValue("ScaleToPagesX", Any(sal_Int16(1)));
+    page->setPropertyValue("ScaleToPagesY", Any(sal_Int16(1)));
+    Reference<css::frame::XStorable>(book, UNO_QUERY_THROW)
+        ->storeToURL(toUno(fileUrl(target)), properties({{"FilterName", Any(OUString("calc_png_Export"))}}));
+    return QFileInfo(target).size() > 0;
   }
 
   static void storeAsWebPage(const Reference<css::sheet::XSpreadsheetDocument>& book, const QString& target) {

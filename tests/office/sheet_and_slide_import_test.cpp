@@ -82,6 +82,31 @@ TEST_F(SheetImport, OneSheetByNumberAndItsFailures) {
   }
 }
 
+TEST_F(SheetImport, SheetsAsPicturesOfTheirUsedRange) {
+  struct Row {
+    int16_t sheet;
+    QString options;
+    QStringList endings;  // of the stored pictures, in order
+  };
+  const QList<Row> rows = {
+      {0, "mode:img;imgtype:png", {"001.png", "004.png"}},  // the visible sheets with content
+      {2, "mode:img;imgtype:gif", {"002.gif"}},             // a hidden one, asked for
+      {3, "mode:img", {}},                                  // an empty one
+      {9, "mode:img", {}},
+  };
+  for (const Row& row : rows) {
+    const qsizetype before = receiver.posts().size();
+    ASSERT_EQ(import(workbook, row.sheet, row.options), "") << row.sheet;
+    ASSERT_EQ(receiver.posts().size() - before, row.endings.size()) << row.sheet;
+    for (qsizetype i = 0; i < row.endings.size(); ++i) {
+      const QString stored = QString::fromLatin1(ReceiverProcess::field(receiver.posts()[before + i], "stored"));
+      EXPECT_TRUE(stored.endsWith(row.endings[i])) << stored.toStdString();
+      const QImage picture(receiver.root() + u'/' + stored);
+      EXPECT_TRUE(picture.width() > 50 && picture.height() > 10 && picture.height() < 200) << stored.toStdString();
+    }
+  }
+}
+
 TEST_F(SheetImport, SlidesArriveAsPicturesInOrderAtTheirSizeOrScaled) {
   struct Row {
     QString options;

@@ -26,7 +26,8 @@ class SlideEngine : public ::testing::Test {
     script.writes = [=](const OfficeJob& job) {
       const QString folder = job.target.left(job.target.lastIndexOf(u'/') + 1);
       QDir().mkpath(folder);
-      for (int i = 1; i <= count; ++i) QImage(800, 600, QImage::Format_RGB32).save(folder + name + QString::number(i) + u'.' + extension);
+      for (int i = 1; i <= count; ++i)
+        QImage(800, 600, QImage::Format_RGB32).save(folder + name + QString::number(i) + u'.' + extension);
     };
     script.answer.files = QStringList(count, QString("slide"));
     return script;
@@ -48,7 +49,10 @@ TEST_F(SlideEngine, ApiChoosesTheProgramsAskedFor) {
   };
   const QList<Row> rows = {
       {"", {"PowerPoint.Application"}, {"PowerPoint.Application"}, ""},
-      {"api:1", {"WPP.Application"}, {"PowerPoint.Application"}, "CreateObject:PowerPoint.Application is not installed"},
+      {"api:1",
+       {"WPP.Application"},
+       {"PowerPoint.Application"},
+       "CreateObject:PowerPoint.Application is not installed"},
       {"api:0", {"WPP.Application"}, {"PowerPoint.Application", "WPP.Application"}, ""},
       {"api:2", {"PowerPoint.Application", "WPP.Application"}, {"WPP.Application"}, ""},
       {"api:2", {"PowerPoint.Application"}, {"WPP.Application"}, "CreateObject:WPP.Application is not installed"},
