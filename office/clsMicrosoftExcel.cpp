@@ -57,8 +57,10 @@ Result<StyledHtml> clsMicrosoftExcel::Excel2HTML(const QString& file, int16_t sh
   const OfficeAnswer saved = runJob(job);
   if (!saved.ok()) return stageFailure(saved);
   StyledHtml html;
-  // A workbook (or a chosen sheet) without content gives no page: nothing to import.
-  if (saved.sheets.isEmpty() || !FileExists(workbookPage)) return html;
+  if (saved.sheets.isEmpty()) return html;  // no visible sheet: nothing to import
+  if (!FileExists(workbookPage))
+    return Failure{QStringLiteral("ReadFile:"), QStringLiteral("no page was written for ") + file};
+  // Sheets without content have no part in the page, so they give no page and add nothing.
   const Result<QList<int>> pages = splitIntoSheetPages(workbookPage, folder, saved.sheets);
   if (!pages) return pages.failure();
   for (const int number : pages.value()) {

@@ -12,6 +12,13 @@ namespace velmora {
 // Workbooks converted by the office program: the sheet names, one sheet or every visible
 // sheet with content as cleaned HTML, each sheet as a picture. Keeps nothing between calls:
 // each call has the office open the workbook afresh, read-only, and close it unsaved.
+//
+// Sheet numbers count every sheet in tab order, as the names list them, so that a number
+// the page took from the list always means the sheet the user saw named there:
+// - a hidden sheet is named and can be asked for by its number, but "every sheet" (0)
+//   means the sheets the user can see;
+// - a chart sheet arrives as a sheet holding its chart: it is named and numbered like any
+//   other, and having no cells, it is left out of every sheet as an empty sheet is.
 class clsMicrosoftExcel {
  public:
   clsMicrosoftExcel(Context& context, std::unique_ptr<OfficeAutomation> office);

@@ -26,18 +26,27 @@ class PrivateOfficeHelper {
   // The process holding this helper's LibreOffice for text documents, or 0.
   qint64 workerPid() const {
     const QByteArray profile = officeHelperProfileFolder().toUtf8();
+    return pidWhere([&](const QList<QByteArray>& args) { return args.contains("--worker") && args.contains(profile); });
+  }
+  // The headless LibreOffice serving this helper's workbooks and presentations, or 0.
+  qint64 workbookOfficePid() const {
+    const QByteArray profile = officeHelperProfileFolder().toUtf8() + "-uno";
+    return pidWhere([&](const QList<QByteArray>& args) {
+      return args.value(0).endsWith("soffice.bin") && args.join(' ').contains(profile);
+    });
+  }
+  // Whether the helper and its office have left.
+  bool gone() const { return workerPid() == 0 && workbookOfficePid() == 0 && !QFile::exists(officeHelperSocketPath()); }
+
+ private:
+  static qint64 pidWhere(const std::function<bool(const QList<QByteArray>&)>& matches) {
     for (const QString& pid : QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs)) {
       QFile cmdline("/proc/" + pid + "/cmdline");
-      if (!cmdline.open(QIODevice::ReadOnly)) continue;
-      const QByteArray args = cmdline.readAll();
-      if (args.split('\0').contains("--worker") && args.contains(profile)) return pid.toLongLong();
+      if (cmdline.open(QIODevice::ReadOnly) && matches(cmdline.readAll().split('\0'))) return pid.toLongLong();
     }
     return 0;
   }
-  // Whether the helper and its office have left.
-  bool gone() const { return workerPid() == 0 && !QFile::exists(officeHelperSocketPath()); }
 
- private:
   QTemporaryDir runtime_;
   ScopedEnvironment environment_;
 };

@@ -65,7 +65,8 @@ TEST_F(ExcelEngine, StagesGiveTheirWords) {
       {"a damaged workbook", {{}, OfficeAnswer::failure("Open", "damaged"), {}}, "Open:damaged"},
       {"a sheet past the end", {{}, OfficeAnswer::failure("SetSheet", "no sheet 9"), {}}, "SetSheet:no sheet 9"},
       {"a failed save", {{}, OfficeAnswer::failure("SaveAs", "disk full"), {}}, "SaveAs:disk full"},
-      {"the page said written but missing", {{}, kept({1}), {}}, ""},
+      {"the page said written but missing", {{}, kept({1}), {}}, "ReadFile:no page was written for /b.xlsx"},
+      {"no visible sheet", {{}, kept({}), {}}, ""},
   };
   for (const Row& row : rows) {
     const Result<StyledHtml> html = excel(row.script).Excel2HTML("/b.xlsx", 9, "");

@@ -72,9 +72,9 @@ def workbook(desktop, remote, out, picture_url):
 def presentation(desktop, out):
     deck = desktop.loadComponentFromURL("private:factory/simpress", "_blank", 0, (prop("Hidden", True),))
     pages = deck.DrawPages
-    for i in range(2):
+    for i in range(11):
         pages.insertNewByIndex(i)
-    for i in range(3):
+    for i in range(12):
         text = deck.createInstance("com.sun.star.drawing.TextShape")
         pages.getByIndex(i).add(text)
         text.Size, text.Position = Size(20000, 3000), Point(2000, 2000)
