@@ -10,9 +10,12 @@ const STAGES = [
   [/^XMLHTTP-Send:(.*)$/, (why) => `The upload to the server failed: ${why}.`],
   [/^CreateObject:(.*)$/, (what) => `The office program needed for this is not available here (${what}).`],
   [/^Open:(.*)$/, (why) => `The document could not be opened: ${why}.`],
+  [/^SetSheet:(.*)$/, (why) => `The workbook has no such sheet: ${why}.`],
   [/^SaveAs:(.*)$/, (why) => `The document could not be converted: ${why}.`],
   [/^ReadFile:(.*)$/, (why) => `The converted document could not be read: ${why}.`],
   [/^GDIPlus:(.*)$/, (why) => `The picture could not be saved: ${why}.`],
+  [/^NoMatchFile$/, () => "The presentation's slides could not be exported."],
+  [/^NoFoundKey$/, () => "The exported slides could not be found again."],
 ];
 
 function list(items) {
@@ -23,7 +26,7 @@ function list(items) {
 export function errorSentence(word) {
   for (const [pattern, say] of STAGES) {
     const found = word.match(pattern);
-    if (found) return say(found[1].replace(/[.\s]+$/, ""));
+    if (found) return say((found[1] ?? "").replace(/[.\s]+$/, ""));
   }
   return `The control reported a problem: ${word}`;
 }
