@@ -402,7 +402,8 @@ class UnoOffice {
       const QString name = number + u'.' + job.imageType;
       room.acquire();
       encoders.start([&room, bitmap, name] {
-        const QImage drawn(bitmap);
+        // A slide is opaque: three channels encode faster than four.
+        const QImage drawn = QImage(bitmap).convertToFormat(QImage::Format_RGB888);
         QFile::remove(bitmap);
         clsSaveBitmapAs().SavePictureFromHDC(drawn, name);  // a slide that failed is missing from the folder
         room.release();
