@@ -4,6 +4,7 @@
 #include "cli/CallCommand.h"
 #include "cli/CleanCommand.h"
 #include "cli/Output.h"
+#include "cli/PrinterCommand.h"
 #include "core/ScriptError.h"
 #include "host/HostProcess.h"
 
@@ -15,7 +16,10 @@ constexpr const char* kUsage =
     "  the control's properties as JSON. An argument \"-\" stands for standard input.\n"
     "usage: velmora clean --engine word|excel|wps-word|wps-excel [--source import|paste] [--opt OPTIONS]\n"
     "                     [--extra-css FILE] [--trace] [--style-out FILE --body-out FILE] FILE\n"
-    "  Cleans office HTML into Style and Body, printed as JSON or written to the two files.\n";
+    "  Cleans office HTML into Style and Body, printed as JSON or written to the two files.\n"
+    "usage: velmora printer install|remove|status [--server-bin DIR]\n"
+    "  Sets up the virtual printer VelmoraPrinter (its CUPS queue and backend; as root),\n"
+    "  removes it, or says whether it is installed.\n";
 
 int run(const QStringList& args) {
   if (args.isEmpty() || args[0] == u"--help" || args[0] == u"-h") {
@@ -23,6 +27,7 @@ int run(const QStringList& args) {
     return args.isEmpty() ? velmora::cli::ExitUsage : velmora::cli::ExitOk;
   }
   if (args[0] == u"clean") return velmora::cli::runClean(args.mid(1));
+  if (args[0] == u"printer") return velmora::cli::runPrinter(args.mid(1));
   return velmora::cli::runCall(args);
 }
 

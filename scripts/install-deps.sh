@@ -8,7 +8,7 @@ DEBIAN_PACKAGES=(
   build-essential cmake ninja-build pkg-config clang-format-14
   qt6-base-dev qt6-base-dev-tools qt6-websockets-dev qt6-webchannel-dev
   qt6-image-formats-plugins libqt6svg6
-  libpcre2-dev libicu-dev libgif-dev zlib1g-dev libcups2-dev libxcb1-dev
+  libpcre2-dev libicu-dev libgif-dev zlib1g-dev libcups2-dev libxcb1-dev libpoppler-qt6-dev
   libcpp-httplib-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   xvfb xauth xclip x11-utils xdotool

@@ -3,12 +3,15 @@
 #include <unistd.h>
 #include <QDir>
 #include <QFile>
+#include <QPainter>
+#include <QPdfWriter>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <memory>
 
 #include "printing/clsStrandelAPI.h"
+#include "support/RegistryStore.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora {
@@ -43,7 +46,10 @@ class PrinterOnAPrintServer : public ::testing::Test {
     if (cupsd.isEmpty() || geteuid() != 0) return void(problem_ = "a private cupsd needs cupsd and root");
     const QString root = folder_.path();
     cupsd_ = std::make_unique<QProcess>();
-    for (const char* sub : {"conf", "spool/tmp", "cache", "state", "log"}) QDir(root).mkpath(sub);
+    for (const char* sub : {"conf", "spool/tmp", "cache", "state", "log", "serverbin/backend", "serverbin/daemon"})
+      QDir(root).mkpath(sub);
+    // Its own program folder: CUPS's helper that starts every backend, and room for ours.
+    QFile::link("/usr/lib/cups/daemon/cups-exec", root + "/serverbin/daemon/cups-exec");
     const auto write = [&](const QString& name, const QString& text) {
       QFile file(root + "/conf/" + name);
       return file.open(QIODevice::WriteOnly) && file.write(text.arg(root).toUtf8()) > 0 ? file.fileName() : QString();
@@ -52,7 +58,8 @@ class PrinterOnAPrintServer : public ::testing::Test {
                                              "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n");
     const QString files = write("cups-files.conf", "ServerRoot %1/conf\nRequestRoot %1/spool\nTempDir %1/spool/tmp\n"
                                                    "CacheDir %1/cache\nStateDir %1/state\nErrorLog %1/log/error_log\n"
-                                                   "AccessLog %1/log/access_log\nFileDevice Yes\n");
+                                                   "AccessLog %1/log/access_log\nFileDevice Yes\n"
+                                                   "ServerBin %1/serverbin\nSetEnv VELMORA_REGISTRY_DIR %1/registry\n");
     cupsd_->start(cupsd, {"-f", "-c", conf, "-s", files});
     // "lpstat -r" succeeds either way; its words tell whether the server answers.
     const auto answers = [] { return run("lpstat", socket(), {"-r"}, false).startsWith("scheduler is running"); };
@@ -92,6 +99,57 @@ TEST_F(PrinterOnAPrintServer, FindsThePrintersInstalledNowByTheirExactNames) {
   EXPECT_TRUE(clsStrandelAPI().IsPrinterExist("Scratch"));
   ASSERT_EQ(run("lpadmin", socket(), {"-x", "Scratch"}), "");
   EXPECT_FALSE(clsStrandelAPI().IsPrinterExist("Scratch"));
+}
+
+// The virtual printer as a user meets it: installed by the command line, printed to with
+// lp, its pictures where the settings say; then removed.
+TEST_F(PrinterOnAPrintServer, TheVirtualPrinterInstallsPrintsAndGoes) {
+  const QString root = folder_.path();
+  const auto velmora = [&](const QStringList& arguments) {
+    QProcess cli;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("CUPS_SERVER", socket());
+    cli.setProcessEnvironment(environment);
+    cli.start(VELMORA_CLI, QStringList{"printer"} + arguments + QStringList{"--server-bin", root + "/serverbin"});
+    cli.waitForFinished(60000);
+    return std::pair{cli.exitCode(), QString::fromUtf8(cli.readAllStandardOutput()).trimmed()};
+  };
+  ASSERT_EQ(velmora({"status"}), std::pair(1, QString("VelmoraPrinter: the queue exists but its backend " + root +
+                                                      "/serverbin/backend/velmora is missing")));
+  ASSERT_EQ(velmora({"install"}), std::pair(0, QString("VelmoraPrinter: installed")));
+  ASSERT_EQ(velmora({"install"}), std::pair(0, QString("VelmoraPrinter: installed"))) << "again: no change";
+
+  QDir().mkpath(root + "/work/Velmora/page");
+  QFile::setPermissions(root + "/work/Velmora", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+  RegistryStore store(root + "/registry");
+  const auto set = [&](const QString& name, const QString& value) {
+    return store.writeValue(registryroot::LocalMachine, "SOFTWARE\\VelmoraPrinter", name, {1, value});
+  };
+  const auto get = [&](const QString& name) {
+    const auto value = store.readValue(registryroot::LocalMachine, "SOFTWARE\\VelmoraPrinter", name);
+    return value ? value->data.toString() : QString();
+  };
+  for (const auto& [name, value] : {std::pair{"file_format", QString("png")},
+                                    {"file_name", QString("job")},
+                                    {"path", root + "/work/Velmora/page/"},
+                                    {"progressflag", QString("apicall")}})
+    ASSERT_TRUE(set(name, value));
+  QPdfWriter pdf(root + "/job.pdf");
+  QPainter painter(&pdf);
+  pdf.newPage();
+  painter.end();
+  ASSERT_EQ(run("lp", socket(), {"-d", "VelmoraPrinter", root + "/job.pdf"}, false).left(12), "request id i");
+  EXPECT_TRUE(test::waitUntil([&] { return get("progressflag") == "end"; }, 30000)) << [&] {
+    QFile log(root + "/log/error_log");
+    return log.open(QIODevice::ReadOnly) ? log.readAll().toStdString() : std::string();
+  }();
+  EXPECT_EQ(get("r_filecount"), "2");
+  EXPECT_EQ(QDir(root + "/work/Velmora/page").entryList(QDir::Files), (QStringList{"job_1.png", "job_2.png"}));
+
+  EXPECT_EQ(velmora({"remove"}), std::pair(0, QString("VelmoraPrinter: not installed")));
+  EXPECT_EQ(velmora({"remove"}), std::pair(0, QString("VelmoraPrinter: not installed")));
+  EXPECT_FALSE(clsStrandelAPI().IsPrinterExist("VelmoraPrinter"));
+  ASSERT_EQ(addPrinter("VelmoraPrinter"), "") << "as the other tests found it";
 }
 
 TEST(Printer, WithoutAPrintServerNoPrinterExists) {
