@@ -1,7 +1,6 @@
 #include "office/clsMicrosoftExcel.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include "core/OptionString.h"
 #include "core/Text.h"
@@ -12,49 +11,28 @@
 
 namespace velmora {
 
-namespace {
-
-Failure stageFailure(const OfficeAnswer& answer) { return {answer.failedStage + u':', answer.description}; }
-
-// The office helper runs in a folder of its own: a relative path means the caller's folder.
-QString absolute(const QString& file) { return QFileInfo(file).absoluteFilePath(); }
-
-}  // namespace
-
 clsMicrosoftExcel::clsMicrosoftExcel(Context& context, std::unique_ptr<OfficeAutomation> office)
-    : context_(context), office_(std::move(office)) {}
-
-Outcome clsMicrosoftExcel::createApplication() {
-  const Outcome created = office_->CreateObject(QStringLiteral("Excel.Application"));
-  letPendingEventsRun();
-  return created;
-}
-
-OfficeAnswer clsMicrosoftExcel::runJob(const OfficeJob& job) {
-  OfficeAnswer answer = office_->run(job);
-  letPendingEventsRun();
-  return answer;
-}
+    : context_(context), application_(std::move(office), QStringLiteral("Excel.Application")) {}
 
 Result<QString> clsMicrosoftExcel::GetExcelWorkSheetName(const QString& file) {
   letPendingEventsRun();
-  if (const Outcome created = createApplication(); !created) return created.failure();
-  OfficeJob job{OfficeJob::Kind::SheetNames, absolute(file), {}, {}};
-  const OfficeAnswer names = runJob(job);
+  if (const Outcome created = application_.create(); !created) return created.failure();
+  OfficeJob job{OfficeJob::Kind::SheetNames, absolutePath(file), {}, {}};
+  const OfficeAnswer names = application_.run(job);
   if (!names.ok()) return stageFailure(names);
   return names.names.join(QStringLiteral("\r\n"));
 }
 
 Result<StyledHtml> clsMicrosoftExcel::Excel2HTML(const QString& file, int16_t sheet, const QString& options) {
   letPendingEventsRun();
-  if (const Outcome created = createApplication(); !created) return created.failure();
+  if (const Outcome created = application_.create(); !created) return created.failure();
 
   const QString folder = context_.g_sTempFolder;
   const QString workbookPage = folder + QStringLiteral("Velmora_Temp_Excel_Workbook.html");
   QFile::remove(workbookPage);  // the split below must find this call's page, or none
-  OfficeJob job{OfficeJob::Kind::SheetPages, absolute(file), workbookPage, {}};
+  OfficeJob job{OfficeJob::Kind::SheetPages, absolutePath(file), workbookPage, {}};
   job.sheet = sheet;
-  const OfficeAnswer saved = runJob(job);
+  const OfficeAnswer saved = application_.run(job);
   if (!saved.ok()) return stageFailure(saved);
   StyledHtml html;
   if (saved.sheets.isEmpty()) return html;  // no visible sheet: nothing to import
@@ -77,11 +55,11 @@ Result<QString> clsMicrosoftExcel::Excel2Images(const QString& file, int16_t she
   letPendingEventsRun();
   QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
   if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
-  if (const Outcome created = createApplication(); !created) return created.failure();
+  if (const Outcome created = application_.create(); !created) return created.failure();
 
-  OfficeJob job{OfficeJob::Kind::SheetPictures, absolute(file), context_.g_sTempFolder + GetTimeStamp(), imageType};
+  OfficeJob job{OfficeJob::Kind::SheetPictures, absolutePath(file), context_.g_sTempFolder + GetTimeStamp(), imageType};
   job.sheet = sheet;  // a number the workbook does not have draws nothing
-  const OfficeAnswer drawn = runJob(job);
+  const OfficeAnswer drawn = application_.run(job);
   if (!drawn.ok()) return stageFailure(drawn);
   QString html;
   for (const QString& picture : drawn.files) html += pictureFragment(picture);

@@ -5,7 +5,7 @@
 #include "core/Context.h"
 #include "core/Producers.h"
 #include "core/Result.h"
-#include "office/OfficeAutomation.h"
+#include "office/OfficeApplication.h"
 
 namespace velmora {
 
@@ -33,11 +33,8 @@ class clsMicrosoftExcel {
   Result<QString> Excel2Images(const QString& file, int16_t sheet, const QString& options);
 
  private:
-  Outcome createApplication();
-  OfficeAnswer runJob(const OfficeJob& job);
-
   Context& context_;
-  std::unique_ptr<OfficeAutomation> office_;
+  OfficeApplication application_;
 };
 
 }  // namespace velmora

@@ -1,7 +1,6 @@
 #include "office/clsMicrosoftWord.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include "core/OptionString.h"
 #include "core/Text.h"
@@ -11,38 +10,16 @@
 
 namespace velmora {
 
-namespace {
-
-// The office's stage, as the error word the caller reports.
-Failure stageFailure(const OfficeAnswer& answer) { return {answer.failedStage + u':', answer.description}; }
-
-// The office helper runs in a folder of its own: a relative path means the caller's folder.
-QString absolute(const QString& file) { return QFileInfo(file).absoluteFilePath(); }
-
-}  // namespace
-
 clsMicrosoftWord::clsMicrosoftWord(Context& context, std::unique_ptr<OfficeAutomation> office, QString progId)
-    : context_(context), office_(std::move(office)), progId_(std::move(progId)) {}
-
-Outcome clsMicrosoftWord::createApplication() {
-  const Outcome created = office_->CreateObject(progId_);
-  letPendingEventsRun();
-  return created;
-}
-
-OfficeAnswer clsMicrosoftWord::runJob(const OfficeJob& job) {
-  OfficeAnswer answer = office_->run(job);
-  letPendingEventsRun();
-  return answer;
-}
+    : context_(context), application_(std::move(office), std::move(progId)) {}
 
 Result<QString> clsMicrosoftWord::Word2HTML(const QString& file) {
   letPendingEventsRun();
   const QString pagePath = context_.g_sTempFolder + QStringLiteral("Velmora_Temp_Word_Doc.html");
-  if (const Outcome created = createApplication(); !created) return created.failure();
+  if (const Outcome created = application_.create(); !created) return created.failure();
 
   QFile::remove(pagePath);  // the read-back below must find this call's page, or none
-  const OfficeAnswer saved = runJob({OfficeJob::Kind::WebPage, absolute(file), pagePath, {}});
+  const OfficeAnswer saved = application_.run({OfficeJob::Kind::WebPage, absolutePath(file), pagePath, {}});
   if (saved.failedStage == u"CreateObject" || saved.failedStage == u"Open") return stageFailure(saved);
   // A failed save is not reported for itself: whether the page exists decides.
   if (!FileExists(pagePath))
@@ -56,10 +33,10 @@ Result<QString> clsMicrosoftWord::Word2Images(const QString& file, const QString
   letPendingEventsRun();
   QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
   if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
-  if (const Outcome created = createApplication(); !created) return created.failure();
+  if (const Outcome created = application_.create(); !created) return created.failure();
 
   const QString stem = context_.g_sTempFolder + GetTimeStamp();
-  const OfficeAnswer drawn = runJob({OfficeJob::Kind::PagePictures, absolute(file), stem, imageType});
+  const OfficeAnswer drawn = application_.run({OfficeJob::Kind::PagePictures, absolutePath(file), stem, imageType});
   // A page that could not be saved is left out and the others still come; but an office
   // that stopped while drawing (it crashed, or passed its time limit) leaves nothing to
   // show, and the user hears why rather than getting an empty import.

@@ -4,7 +4,7 @@
 
 #include "core/Context.h"
 #include "core/Result.h"
-#include "office/OfficeAutomation.h"
+#include "office/OfficeApplication.h"
 
 namespace velmora {
 
@@ -23,12 +23,8 @@ class clsMicrosoftWord {
   Result<QString> Word2Images(const QString& file, const QString& options);
 
  private:
-  Outcome createApplication();
-  OfficeAnswer runJob(const OfficeJob& job);
-
   Context& context_;
-  std::unique_ptr<OfficeAutomation> office_;
-  QString progId_;
+  OfficeApplication application_;
 };
 
 }  // namespace velmora

@@ -1,11 +1,11 @@
 #include "office/clsPPT.h"
 
-#include <QFileInfo>
 #include <cmath>
 
 #include "clipboard/clsSaveBitmapAs.h"
 #include "core/OptionString.h"
 #include "core/Yield.h"
+#include "office/OfficeApplication.h"
 #include "support/basPublic.h"
 
 namespace velmora {
@@ -52,12 +52,10 @@ Result<QString> clsPPT::PPT2Images(const QString& file, const QString& options) 
 
   if (const Outcome created = CreatePPTApp(api); !created) return created.failure();
   const QString folder = context_.g_sTempFolder + GetTimeStamp() + u'/';
-  OfficeJob job{OfficeJob::Kind::SlidePictures, QFileInfo(file).absoluteFilePath(), folder + QStringLiteral("Slide"),
-                imageType};
+  OfficeJob job{OfficeJob::Kind::SlidePictures, absolutePath(file), folder + QStringLiteral("Slide"), imageType};
   const OfficeAnswer exported = office_->run(job);
   letPendingEventsRun();
-  if (exported.failedStage == u"CreateObject" || exported.failedStage == u"Open")
-    return Failure{exported.failedStage + u':', exported.description};
+  if (exported.failedStage == u"CreateObject" || exported.failedStage == u"Open") return stageFailure(exported);
   // A failed export is not reported for itself: the listing below finds no slides.
   const qsizetype count = exported.files.size();
 

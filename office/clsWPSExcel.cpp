@@ -1,7 +1,5 @@
 #include "office/clsWPSExcel.h"
 
-#include <QFileInfo>
-
 #include "core/Yield.h"
 #include "office/CleanupAside.h"
 #include "support/basPublic.h"
@@ -9,10 +7,6 @@
 namespace velmora {
 
 namespace {
-
-Failure stageFailure(const OfficeAnswer& answer) { return {answer.failedStage + u':', answer.description}; }
-
-QString absolute(const QString& file) { return QFileInfo(file).absoluteFilePath(); }
 
 Failure unreadable(const QString& path) {
   return {QStringLiteral("ReadFile:"), QStringLiteral("there is no file ") + path};
@@ -29,30 +23,23 @@ QString sheetList(int16_t sheet, const QList<int>& filled) {
 }  // namespace
 
 clsWPSExcel::clsWPSExcel(Context& context, std::unique_ptr<OfficeAutomation> office)
-    : context_(context), office_(std::move(office)) {}
-
-Outcome clsWPSExcel::createApplication() {
-  const Outcome created = office_->CreateObject(QStringLiteral("ET.Application"));
-  letPendingEventsRun();
-  return created;
-}
+    : context_(context), application_(std::move(office), QStringLiteral("ET.Application")) {}
 
 Result<QString> clsWPSExcel::GetExcelWorkSheetName(const QString& file) {
   letPendingEventsRun();
-  if (const Outcome created = createApplication(); !created) return created.failure();
-  const OfficeAnswer names = office_->run({OfficeJob::Kind::SheetNames, absolute(file), {}, {}});
+  if (const Outcome created = application_.create(); !created) return created.failure();
+  const OfficeAnswer names = application_.run({OfficeJob::Kind::SheetNames, absolutePath(file), {}, {}});
   if (!names.ok()) return stageFailure(names);
   return names.names.join(QStringLiteral("\r\n"));
 }
 
 Result<StyledHtml> clsWPSExcel::Excel2HTML(const QString& file, int16_t sheet, const QString& options) {
   letPendingEventsRun();
-  if (const Outcome created = createApplication(); !created) return created.failure();
+  if (const Outcome created = application_.create(); !created) return created.failure();
   const QString folder = context_.g_sTempFolder;
   const QString workbookPage = folder + QStringLiteral("Velmora_Temp_ET.htm");
   const QString pages = folder + QStringLiteral("Velmora_Temp_ET.files/");
-  const OfficeAnswer saved = office_->run({OfficeJob::Kind::WorkbookPage, absolute(file), workbookPage, {}});
-  letPendingEventsRun();
+  const OfficeAnswer saved = application_.run({OfficeJob::Kind::WorkbookPage, absolutePath(file), workbookPage, {}});
   if (!saved.ok()) return stageFailure(saved);
   const QString list = sheetList(sheet, saved.sheets);
   if (list.isEmpty()) return Failure{};  // every sheet is empty: nothing, and no error either

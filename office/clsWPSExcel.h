@@ -5,7 +5,7 @@
 #include "core/Context.h"
 #include "core/Producers.h"
 #include "core/Result.h"
-#include "office/OfficeAutomation.h"
+#include "office/OfficeApplication.h"
 
 namespace velmora {
 
@@ -22,10 +22,8 @@ class clsWPSExcel {
   Result<StyledHtml> Excel2HTML(const QString& file, int16_t sheet, const QString& options);
 
  private:
-  Outcome createApplication();
-
   Context& context_;
-  std::unique_ptr<OfficeAutomation> office_;
+  OfficeApplication application_;
 };
 
 }  // namespace velmora

@@ -14,7 +14,6 @@
 #include "clipboard/clsSaveBitmapAs.h"
 #include "office/OfficeProtocol.h"
 #include "officehelper/OfficeInstallation.h"
-#include "officehelper/PrivateProfile.h"
 #include "officehelper/WorkerChannel.h"
 #include "support/basPublic.h"
 
@@ -35,16 +34,12 @@ class Worker {
   explicit Worker(WorkerChannel& channel) : channel_(channel) {}
 
   void start(const QString& profileFolder) {
-    const Outcome profile = writePrivateProfile(profileFolder);
-    if (!profile) {
-      startFailure_ = profile.failure().description;
+    const Result<QString> prepared = prepareLibreOffice(profileFolder);
+    if (!prepared) {
+      startFailure_ = prepared.failure().description;
       return;
     }
-    const QString program = libreOfficeProgramFolder();
-    if (program.isEmpty()) {
-      startFailure_ = libreOfficeMissing();
-      return;
-    }
+    const QString program = prepared.value();
     office_.reset(lok::lok_cpp_init(program.toUtf8().constData(), fileUrl(profileFolder).toUtf8().constData()));
     if (!office_) {
       startFailure_ = QStringLiteral("LibreOffice in ") + program + QStringLiteral(" could not start");

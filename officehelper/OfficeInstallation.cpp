@@ -4,6 +4,8 @@
 #include <QRegularExpression>
 #include <QUrl>
 
+#include "officehelper/PrivateProfile.h"
+
 namespace velmora {
 
 namespace {
@@ -30,9 +32,15 @@ QString libreOfficeProgramFolder() {
   return {};
 }
 
-QString libreOfficeMissing() {
-  return QStringLiteral("LibreOffice is not installed: install the packages libreoffice-writer-nogui (documents), "
-                        "libreoffice-calc-nogui (sheets) and libreoffice-impress-nogui (slides)");
+Result<QString> prepareLibreOffice(const QString& profileFolder) {
+  if (const Outcome profile = writePrivateProfile(profileFolder); !profile) return profile.failure();
+  const QString program = libreOfficeProgramFolder();
+  if (program.isEmpty())
+    return Failure{QStringLiteral("CreateObject:"),
+                   QStringLiteral("LibreOffice is not installed: install the packages libreoffice-writer-nogui "
+                                  "(documents), libreoffice-calc-nogui (sheets) and libreoffice-impress-nogui "
+                                  "(slides)")};
+  return program;
 }
 
 QString fileUrl(const QString& path) { return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded); }

@@ -1,13 +1,16 @@
 #pragma once
 #include <QString>
 
+#include "core/Result.h"
+
 namespace velmora {
 
 // Where LibreOffice's program folder is: VELMORA_LIBREOFFICE_PROGRAM names it, else
 // Debian's place, else beside the `soffice` on the PATH; empty when there is none.
 QString libreOfficeProgramFolder();
-// What a user is told when there is none.
-QString libreOfficeMissing();
+// Writes the worker's private profile (see PrivateProfile.h) and finds LibreOffice: its
+// program folder, or why the office cannot start.
+Result<QString> prepareLibreOffice(const QString& profileFolder);
 
 QString fileUrl(const QString& path);
 

@@ -48,7 +48,6 @@
 
 #include "clipboard/clsSaveBitmapAs.h"
 #include "officehelper/OfficeInstallation.h"
-#include "officehelper/PrivateProfile.h"
 #include "officehelper/WorkerChannel.h"
 #include "support/basPublic.h"
 
@@ -133,15 +132,12 @@ class UnoOffice {
   explicit UnoOffice(WorkerChannel& channel) : channel_(channel) {}
 
   void start(const QString& profileFolder) {
-    if (const Outcome profile = writePrivateProfile(profileFolder); !profile) {
-      startFailure_ = profile.failure().description;
+    const Result<QString> prepared = prepareLibreOffice(profileFolder);
+    if (!prepared) {
+      startFailure_ = prepared.failure().description;
       return;
     }
-    const QString program = libreOfficeProgramFolder();
-    if (program.isEmpty()) {
-      startFailure_ = libreOfficeMissing();
-      return;
-    }
+    const QString program = prepared.value();
     const QString pipe = QStringLiteral("velmora-office-%1").arg(getpid());
     office_ = startOffice(program, profileFolder, pipe);
     if (office_ < 0) {

@@ -76,7 +76,7 @@ PrintedJob printPages(const QString& document, const PrintSettings& settings) {
   const QString stem = QDir::cleanPath(settings.path) + u'/' + settings.fileName + u'_';
   std::atomic<int> saved = 0;
   QSemaphore room(2 * QThread::idealThreadCount());  // drawn pages never pile up
-  QThreadPool encoders;                                // waits for its encoders, whatever happens
+  QThreadPool encoders;                              // waits for its encoders, whatever happens
   job.pages = pdf->numPages();
   for (int i = 0; i < job.pages; ++i) {
     const std::unique_ptr<Poppler::Page> page = pdf->page(i);

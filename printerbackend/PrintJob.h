@@ -9,8 +9,8 @@ namespace velmora {
 struct PrintSettings {
   QString fileFormat;    // "jpg", "png" or "gif" (a palette of up to 256 colours)
   int jpgQuality = 100;  // 1..100
-  QString path;         // the folder the pictures go in, ending with a separator
-  QString fileName;     // the pictures' base name
+  QString path;          // the folder the pictures go in, ending with a separator
+  QString fileName;      // the pictures' base name
 };
 
 // Why these settings cannot be followed, or "" when they can. The pictures go only into a

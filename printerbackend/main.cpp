@@ -24,9 +24,7 @@ namespace {
 constexpr int kBackendOk = 0;
 constexpr int kBackendCancel = 5;
 
-void log(const char* level, const QString& text) {
-  std::fprintf(stderr, "%s: %s\n", level, qPrintable(text));
-}
+void log(const char* level, const QString& text) { std::fprintf(stderr, "%s: %s\n", level, qPrintable(text)); }
 
 // Becomes `user` for good; a backend run by that user already is them.
 bool becomeUser(const passwd& user) {

@@ -117,16 +117,15 @@ Outcome PrinterQueue::install(const QString& backendProgram) const {
   QSaveFile backend(backendPath());
   if (!program.open(QIODevice::ReadOnly) || !backend.open(QIODevice::WriteOnly) ||
       backend.write(program.readAll()) < 0 || !backend.commit())
-    return queueFailure(QStringLiteral("cannot write ") + backendPath() + QStringLiteral(": ") +
-                        backend.errorString());
+    return queueFailure(QStringLiteral("cannot write ") + backendPath() + QStringLiteral(": ") + backend.errorString());
   QFile::setPermissions(backendPath(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
   QTemporaryFile description;
   if (!description.open() || description.write(kDescription) < 0 || !description.flush())
     return queueFailure(QStringLiteral("cannot write the printer's description"));
-  const QString said = run(QStringLiteral("lpadmin"),
-                           {QStringLiteral("-p"), kQueue, QStringLiteral("-E"), QStringLiteral("-v"),
-                            QStringLiteral("velmora:/"), QStringLiteral("-P"), description.fileName(),
-                            QStringLiteral("-o"), QStringLiteral("printer-is-shared=false")});
+  const QString said =
+      run(QStringLiteral("lpadmin"), {QStringLiteral("-p"), kQueue, QStringLiteral("-E"), QStringLiteral("-v"),
+                                      QStringLiteral("velmora:/"), QStringLiteral("-P"), description.fileName(),
+                                      QStringLiteral("-o"), QStringLiteral("printer-is-shared=false")});
   if (!said.isEmpty()) return queueFailure(said);
   return {};
 }

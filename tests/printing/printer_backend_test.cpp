@@ -50,8 +50,11 @@ class PrinterBackend : public ::testing::Test {
     return found ? found->data.toString() : QString();
   }
   void settings(const QString& type, const QString& path, const QString& name = "20261125120000123") const {
-    for (const auto& [key, text] : {std::pair{"file_format", type}, {"path", path}, {"file_name", name},
-                                    {"jpg_quality", QString("90")}, {"progressflag", QString("apicall")}})
+    for (const auto& [key, text] : {std::pair{"file_format", type},
+                                    {"path", path},
+                                    {"file_name", name},
+                                    {"jpg_quality", QString("90")},
+                                    {"progressflag", QString("apicall")}})
       set(key, text);
   }
   int print(const QString& file, const QString& user = QString::fromLocal8Bit(getpwuid(geteuid())->pw_name)) const {
@@ -113,8 +116,8 @@ TEST_F(PrinterBackend, HostileSettingsEndTheJobWithNoPicture) {
       {"png", working, "../x"},
       {"png", working, ""},
       {"bmp", working, "x"},
-      {"png", "page/", "x"},                        // not absolute
-      {"png", temp.path() + "/open/Velmora/", "x"},  // not private
+      {"png", "page/", "x"},                               // not absolute
+      {"png", temp.path() + "/open/Velmora/", "x"},        // not private
       {"png", temp.path() + "/other/Velmora/page/", "x"},  // through a link
   };
   const QStringList before = files();

@@ -2,7 +2,7 @@
 // with the control's open dialog) goes through the control's ImportWord, as HTML or as one
 // picture per page; the pictures go to the demo's receiver, and the editor shows the result.
 
-import { insertHtml, report, startPanel, uploadTo } from "./panels.js";
+import { chooseFile, insertHtml, report, startPanel, uploadTo } from "./panels.js";
 import { callErrorSentence, callErrorWord, errorSentence } from "./words.js";
 
 const WORD_FILTER = "Word documents (*.doc;*.docx;*.wps)|*.doc;*.docx;*.wps";
@@ -11,15 +11,8 @@ const $ = (id) => document.getElementById(id);
 
 const say = (outcome, sentence, word) => report("import-result", outcome, sentence, word);
 
-async function chooseDocument(demo) {
-  try {
-    const chosen = await demo.control.DialogOpen(false, true, WORD_FILTER);
-    if (chosen) $("import-path").value = chosen;
-    say("ok", chosen ? `Chosen ${chosen.split("/").pop()}` : "No document chosen.");
-  } catch (error) {
-    say("error", callErrorSentence(error), callErrorWord(error));
-  }
-}
+const chooseDocument = (demo) =>
+  chooseFile(demo, { pathId: "import-path", filter: WORD_FILTER, what: "document", say });
 
 // HTML keeps the document's text, tables and pictures; pictures show each page as it prints.
 function importOptions(route) {

@@ -14,6 +14,8 @@
 // - An action that needs the desktop (the clipboard, a dialog, a window) is marked with
 //   data-needs-display; without a display the page says why it cannot run.
 
+import { callErrorSentence, callErrorWord } from "./words.js";
+
 const PICTURE_TYPES = "png|jpg|jpeg|gif|bmp";
 const LARGEST_KB = "20480";
 
@@ -41,6 +43,21 @@ export async function uploadTo(control, uploadUrl) {
   await control.put("SendUrl", uploadUrl);
   await control.put("LocalExt", PICTURE_TYPES);
   await control.put("LocalSize", LARGEST_KB);
+}
+
+// Lets the person pick one file of `filter` with the control's open dialog and puts its path
+// into the input `pathId`; answers the path, or "" when nothing was chosen (said on the
+// panel's line as "No <what> chosen."). What went wrong is said on the line too.
+export async function chooseFile(demo, { pathId, filter, what, say }) {
+  try {
+    const chosen = await demo.control.DialogOpen(false, true, filter);
+    if (chosen) document.getElementById(pathId).value = chosen;
+    say("ok", chosen ? `Chosen ${chosen.split("/").pop()}` : `No ${what} chosen.`);
+    return chosen;
+  } catch (error) {
+    say("error", callErrorSentence(error), callErrorWord(error));
+    return "";
+  }
 }
 
 // Once the page is connected, `wire({ demo, editor, uploadUrl })` hooks up the panel's

@@ -3,7 +3,7 @@
 // of them, as HTML or as pictures; the pictures go to the demo's receiver, and the editor
 // shows the result. The sheet list comes from GetExcelWorkSheetName once the path is known.
 
-import { insertHtml, report, startPanel, uploadTo } from "./panels.js";
+import { chooseFile, insertHtml, report, startPanel, uploadTo } from "./panels.js";
 import { callErrorSentence, callErrorWord, errorSentence } from "./words.js";
 
 const EXCEL_FILTER = "Excel workbooks (*.xls;*.xlsx;*.et)|*.xls;*.xlsx;*.et";
@@ -68,14 +68,8 @@ async function readSheets(control, file) {
 }
 
 async function chooseWorkbook(demo) {
-  try {
-    const chosen = await demo.control.DialogOpen(false, true, EXCEL_FILTER);
-    if (!chosen) return say("ok", "No workbook chosen.");
-    $("sheets-path").value = chosen;
-    await listSheets(demo, chosen);
-  } catch (error) {
-    say("error", callErrorSentence(error), callErrorWord(error));
-  }
+  const chosen = await chooseFile(demo, { pathId: "sheets-path", filter: EXCEL_FILTER, what: "workbook", say });
+  if (chosen) await listSheets(demo, chosen);
 }
 
 // HTML keeps the cells, their borders and pictures; pictures show each sheet's used range.

@@ -3,7 +3,7 @@
 // per slide, scaled to a width when one is given; the pictures go to the demo's receiver, and
 // the editor shows them.
 
-import { insertHtml, report, startPanel, uploadTo } from "./panels.js";
+import { chooseFile, insertHtml, report, startPanel, uploadTo } from "./panels.js";
 import { callErrorSentence, callErrorWord, errorSentence } from "./words.js";
 
 const SLIDES_FILTER = "Presentations (*.ppt;*.pptx;*.dps)|*.ppt;*.pptx;*.dps";
@@ -11,15 +11,8 @@ const SLIDES_FILTER = "Presentations (*.ppt;*.pptx;*.dps)|*.ppt;*.pptx;*.dps";
 const $ = (id) => document.getElementById(id);
 const say = (outcome, sentence, word) => report("slides-result", outcome, sentence, word);
 
-async function choosePresentation(demo) {
-  try {
-    const chosen = await demo.control.DialogOpen(false, true, SLIDES_FILTER);
-    if (chosen) $("slides-path").value = chosen;
-    say("ok", chosen ? `Chosen ${chosen.split("/").pop()}` : "No presentation chosen.");
-  } catch (error) {
-    say("error", callErrorSentence(error), callErrorWord(error));
-  }
-}
+const choosePresentation = (demo) =>
+  chooseFile(demo, { pathId: "slides-path", filter: SLIDES_FILTER, what: "presentation", say });
 
 async function importSlides(demo, uploadUrl) {
   const file = $("slides-path").value.trim();
