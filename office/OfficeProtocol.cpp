@@ -11,13 +11,9 @@ namespace {
 using Kind = OfficeJob::Kind;
 
 const std::pair<Kind, const char*> kKindNames[] = {
-    {Kind::WebPage, "webpage"},
-    {Kind::PagePictures, "pictures"},
-    {Kind::SheetNames, "sheetnames"},
-    {Kind::SheetPages, "sheetpages"},
-    {Kind::WorkbookPage, "workbookpage"},
-    {Kind::SlidePictures, "slides"},
-    {Kind::SheetPictures, "sheetpictures"},
+    {Kind::WebPage, "webpage"},       {Kind::PagePictures, "pictures"},       {Kind::PdfDocument, "pdf"},
+    {Kind::SheetNames, "sheetnames"}, {Kind::SheetPages, "sheetpages"},       {Kind::WorkbookPage, "workbookpage"},
+    {Kind::SlidePictures, "slides"},  {Kind::SheetPictures, "sheetpictures"},
 };
 
 QString kindName(Kind kind) {
@@ -59,7 +55,8 @@ QJsonObject OfficeAnswer::toJson() const {
           {"description", description},
           {"files", QJsonArray::fromStringList(files)},
           {"names", QJsonArray::fromStringList(names)},
-          {"sheets", numbers}};
+          {"sheets", numbers},
+          {"firstPage", QJsonArray{firstPage.width(), firstPage.height()}}};
 }
 
 OfficeAnswer OfficeAnswer::fromJson(const QJsonObject& json) {
@@ -67,6 +64,8 @@ OfficeAnswer OfficeAnswer::fromJson(const QJsonObject& json) {
   for (const QJsonValue& file : json.value("files").toArray()) answer.files << file.toString();
   for (const QJsonValue& name : json.value("names").toArray()) answer.names << name.toString();
   for (const QJsonValue& sheet : json.value("sheets").toArray()) answer.sheets << sheet.toInt();
+  const QJsonArray page = json.value("firstPage").toArray();
+  answer.firstPage = QSize(page.at(0).toInt(), page.at(1).toInt());
   return answer;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include <QByteArray>
 #include <QJsonObject>
+#include <QSize>
 #include <QString>
 #include <QStringList>
 #include <optional>
@@ -17,6 +18,7 @@ struct OfficeJob {
   enum class Kind {
     WebPage,        // a document saved as a web page
     PagePictures,   // a document drawn page by page
+    PdfDocument,    // a document saved as PDF, for the printer
     SheetNames,     // a workbook's sheet names, in workbook order
     SheetPages,     // one sheet of a workbook (or every visible one) saved as a web page
     WorkbookPage,   // a whole workbook saved as one web page
@@ -48,6 +50,7 @@ struct OfficeAnswer {
   // SheetPages: the number of each sheet on the page, in order; WorkbookPage: the numbers
   // of the sheets holding at least one filled cell.
   QList<int> sheets;
+  QSize firstPage;  // PdfDocument: the first page's size, in twips (1/1440 inch)
 
   bool ok() const { return failedStage.isEmpty(); }
   QJsonObject toJson() const;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <QImage>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTimer>
 
@@ -98,6 +99,31 @@ TEST_F(WordImport, PictureRouteGivesOnePicturePerPage) {
       EXPECT_NEAR(page.width(), row.size.width(), 2) << stored.toStdString();
       EXPECT_NEAR(page.height(), row.size.height(), 2) << stored.toStdString();
     }
+  }
+}
+
+// What the printer receives: every page, and the first page's size for choosing the paper.
+TEST_F(WordImport, PdfForThePrinterHasEveryPageAndTheFirstPageSize) {
+  struct Row {
+    WordDocumentDescription::Paper paper;
+    QSize twips;
+  };
+  for (const Row& row : {Row{WordDocumentDescription::Paper::A4, {11906, 16838}},
+                         Row{WordDocumentDescription::Paper::Letter, {12240, 15840}}}) {
+    WordDocumentDescription doc = test::richDocument();
+    doc.paper = row.paper;
+    const std::unique_ptr<OfficeAutomation> office = createLibreOfficeAutomation();
+    ASSERT_TRUE(office->CreateObject("Word.Application"));
+    const QString pdf = temp.path() + "/printed.pdf";
+    const OfficeAnswer printed = office->run({OfficeJob::Kind::PdfDocument, document("p.docx", doc), pdf, {}});
+    ASSERT_TRUE(printed.ok()) << printed.description.toStdString();
+    EXPECT_NEAR(printed.firstPage.width(), row.twips.width(), 20);
+    EXPECT_NEAR(printed.firstPage.height(), row.twips.height(), 20);
+    QProcess info;
+    info.start("pdfinfo", {pdf});
+    ASSERT_TRUE(info.waitForFinished(30000));
+    const QByteArray said = info.readAll();
+    EXPECT_TRUE(QRegularExpression("Pages:\\s+3\\n").match(QString::fromUtf8(said)).hasMatch()) << said.toStdString();
   }
 }
 
