@@ -101,6 +101,11 @@ TEST_F(PrinterOnAPrintServer, FindsThePrintersInstalledNowByTheirExactNames) {
   EXPECT_FALSE(clsStrandelAPI().IsPrinterExist("Scratch"));
 }
 
+TEST_F(PrinterOnAPrintServer, ItsServerIsRunning) {
+  EXPECT_TRUE(clsStrandelAPI().IsPrintSpoolerRunning());
+  EXPECT_TRUE(clsStrandelAPI().StartPrintSpooler()) << "running already: nothing to start";
+}
+
 // The virtual printer as a user meets it: installed by the command line, printed to with
 // lp, its pictures where the settings say; then removed.
 TEST_F(PrinterOnAPrintServer, TheVirtualPrinterInstallsPrintsAndGoes) {
