@@ -31,8 +31,9 @@ struct OfficeJob {
   QString imageType;  // pictures: "png", "gif" or "jpg"
   int sheet = 0;      // sheets: the sheet's number from 1, or 0 for every visible sheet
 
-  // Workbooks and presentations are served by an office of their own (see the helper).
-  bool forWorkbooksOrSlides() const { return kind >= Kind::SheetNames; }
+  // Workbooks, presentations and PDF are served by an office of their own (see the helper):
+  // LibreOfficeKit loads no workbook, and saves no PDF once it has drawn a page.
+  bool forTheSecondOffice() const { return kind >= Kind::PdfDocument; }
 
   QJsonObject toJson() const;
   static std::optional<OfficeJob> fromJson(const QJsonObject& json);

@@ -52,8 +52,8 @@ class Worker {
 
   OfficeAnswer run(const OfficeJob& job) {
     if (!office_) return OfficeAnswer::failure(QStringLiteral("CreateObject"), startFailure_);
-    if (job.forWorkbooksOrSlides())
-      return OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("this office opens text documents only"));
+    if (job.forTheSecondOffice())
+      return OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("this office does not do that job"));
     channel_.noticeStage(QStringLiteral("Open"));
     const auto openFailure = [&](const QString& why) {
       return OfficeAnswer::failure(QStringLiteral("Open"), QStringLiteral("LibreOffice could not open ") +
@@ -67,28 +67,10 @@ class Worker {
     if (document->getDocumentType() != LOK_DOCTYPE_TEXT)
       return openFailure(QStringLiteral("it is not a text document"));
     channel_.noticeStage(QStringLiteral("SaveAs"));
-    switch (job.kind) {
-      case OfficeJob::Kind::WebPage: return saveWebPage(*document, job);
-      case OfficeJob::Kind::PdfDocument: return savePdf(*document, job);
-      default: return savePagePictures(*document, job);
-    }
+    return job.kind == OfficeJob::Kind::WebPage ? saveWebPage(*document, job) : savePagePictures(*document, job);
   }
 
  private:
-  // The document as the printer receives it, and the size of its first page, which decides
-  // the paper the printer is set to.
-  OfficeAnswer savePdf(lok::Document& document, const OfficeJob& job) {
-    if (!document.saveAs(fileUrl(job.target).toUtf8().constData(), "pdf"))
-      return OfficeAnswer::failure(QStringLiteral("SaveAs"), QStringLiteral("LibreOffice could not write ") +
-                                                                 job.target + QStringLiteral(": ") +
-                                                                 readableReason(office_->getError()));
-    // Only now: LibreOfficeKit no longer saves a document set up for drawing as PDF.
-    document.initializeForRendering();
-    OfficeAnswer answer;
-    if (const QList<QRect> pages = pageRectangles(document); !pages.isEmpty()) answer.firstPage = pages.first().size();
-    return answer;
-  }
-
   OfficeAnswer saveWebPage(lok::Document& document, const OfficeJob& job) {
     if (document.saveAs(fileUrl(job.target).toUtf8().constData(), "html")) return {};
     return OfficeAnswer::failure(QStringLiteral("SaveAs"), QStringLiteral("LibreOffice could not write ") + job.target +

@@ -59,7 +59,7 @@ class OfficeBroker : public QObject {
     int documentsDone = 0;
   };
 
-  Slot& slotFor(const OfficeJob& job) { return slots_[job.forWorkbooksOrSlides() ? 1 : 0]; }
+  Slot& slotFor(const OfficeJob& job) { return slots_[job.forTheSecondOffice() ? 1 : 0]; }
   void accept();
   void readFrom(QLocalSocket* caller);
   void pump(Slot& slot);

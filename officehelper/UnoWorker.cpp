@@ -31,6 +31,8 @@
 #include <com/sun/star/sheet/XSpreadsheetDocument.hpp>
 #include <com/sun/star/sheet/XUsedAreaCursor.hpp>
 #include <com/sun/star/style/XStyleFamiliesSupplier.hpp>
+#include <com/sun/star/text/XTextCursor.hpp>
+#include <com/sun/star/text/XTextDocument.hpp>
 #include <com/sun/star/util/XCloseable.hpp>
 #include <cppuhelper/bootstrap.hxx>
 
@@ -212,6 +214,11 @@ class UnoOffice {
       return openFailure(readableLoadFailure(fromUno(e.Message)));
     }
     if (!document.component.is()) return openFailure(readableLoadFailure({}));
+    if (job.kind == OfficeJob::Kind::PdfDocument) {
+      const Reference<css::text::XTextDocument> text(document.component, UNO_QUERY);
+      if (!text.is()) return openFailure(QStringLiteral("it is not a text document"));
+      return savePdf(text, job);
+    }
     if (job.kind == OfficeJob::Kind::SlidePictures) {
       const Reference<css::lang::XServiceInfo> kind(document.component, UNO_QUERY);
       if (!kind.is() || !kind->supportsService("com.sun.star.presentation.PresentationDocument"))
@@ -361,6 +368,30 @@ class UnoOffice {
   static void storeAsWebPage(const Reference<css::sheet::XSpreadsheetDocument>& book, const QString& target) {
     const Reference<css::frame::XStorable> storable(book, UNO_QUERY_THROW);
     storable->storeToURL(toUno(fileUrl(target)), properties({{"FilterName", Any(OUString("HTML (StarCalc)"))}}));
+  }
+
+  // The document as the printer receives it, and the size of its first page (which decides
+  // the paper the printer is set to), in twips.
+  OfficeAnswer savePdf(const Reference<css::text::XTextDocument>& text, const OfficeJob& job) {
+    channel_.noticeStage(QStringLiteral("SaveAs"));
+    const Reference<css::text::XTextCursor> start = text->getText()->createTextCursor();
+    start->gotoStart(false);
+    const OUString style =
+        Reference<css::beans::XPropertySet>(start, UNO_QUERY_THROW)->getPropertyValue("PageStyleName").get<OUString>();
+    const Reference<css::container::XNameAccess> pageStyles(
+        Reference<css::style::XStyleFamiliesSupplier>(text, UNO_QUERY_THROW)
+            ->getStyleFamilies()
+            ->getByName("PageStyles"),
+        UNO_QUERY_THROW);
+    const Reference<css::beans::XPropertySet> page(pageStyles->getByName(style), UNO_QUERY_THROW);
+    const auto twips = [&](const char* side) {
+      return int(std::lround(page->getPropertyValue(OUString::createFromAscii(side)).get<sal_Int32>() * 1440.0 / 2540));
+    };
+    OfficeAnswer answer;
+    answer.firstPage = QSize(twips("Width"), twips("Height"));
+    Reference<css::frame::XStorable>(text, UNO_QUERY_THROW)
+        ->storeToURL(toUno(fileUrl(job.target)), properties({{"FilterName", Any(OUString("writer_pdf_Export"))}}));
+    return answer;
   }
 
   // A slide's size (in hundredths of a millimetre) in pixels at 96 per inch.
