@@ -42,6 +42,11 @@ bool startHelper(const QString& program) {
   helper.setStandardInputFile(QProcess::nullDevice());
   helper.setStandardOutputFile(QProcess::nullDevice());
   helper.setStandardErrorFile(runtimeFolder() + QStringLiteral("/velmora-office.log"));
+  // Nor the starter's temporary folder, which may go with it (LibreOffice writes some
+  // documents through temporary files there).
+  QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+  environment.remove(QStringLiteral("TMPDIR"));
+  helper.setProcessEnvironment(environment);
   return helper.startDetached();
 }
 

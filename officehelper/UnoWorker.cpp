@@ -147,33 +147,8 @@ class UnoOffice {
       return;
     }
     try {
-      qputenv("URE_BOOTSTRAP", ("vnd.sun.star.pathname:" + program + QStringLiteral("/fundamentalrc")).toLocal8Bit());
-      local_ = cppu::defaultBootstrap_InitialComponentContext();
-      const Reference<css::bridge::XUnoUrlResolver> resolver = css::bridge::UnoUrlResolver::create(local_);
-      const OUString address =
-          toUno(QStringLiteral("uno:pipe,name=") + pipe + QStringLiteral(";urp;StarOffice.ComponentContext"));
-      // The helper's start limit stops a wait that never ends.
-      bool restarted = false;
-      while (!remote_.is()) {
-        try {
-          remote_.set(resolver->resolve(address), UNO_QUERY_THROW);
-        } catch (const css::connection::NoConnectException&) {
-          int status = 0;
-          if (waitpid(office_, &status, WNOHANG) == office_) {
-            // A fresh profile makes the office ask for a restart once (exit code 81), which
-            // its launcher script would otherwise do.
-            if (!restarted && WIFEXITED(status) && WEXITSTATUS(status) == kRestartRequested) {
-              restarted = true;
-              office_ = startOffice(program, profileFolder, pipe);
-              continue;
-            }
-            startFailure_ = QStringLiteral("LibreOffice stopped while starting");
-            return;
-          }
-          std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-      }
-      desktop_ = css::frame::Desktop::create(remote_);
+      remote_ = connectTo(program, profileFolder, pipe);
+      if (remote_.is()) desktop_ = css::frame::Desktop::create(remote_);
     } catch (const css::uno::Exception& e) {
       startFailure_ = QStringLiteral("LibreOffice could not be reached: ") + fromUno(e.Message);
     }
@@ -193,6 +168,35 @@ class UnoOffice {
   }
 
  private:
+  // The office's context once it accepts on its pipe (the helper's start limit stops a wait
+  // that never ends), or nothing and why. A fresh profile makes the office ask for a
+  // restart once (exit code 81), which its launcher script would otherwise do.
+  Reference<css::uno::XComponentContext> connectTo(const QString& program, const QString& profile,
+                                                   const QString& pipe) {
+    qputenv("URE_BOOTSTRAP", ("vnd.sun.star.pathname:" + program + QStringLiteral("/fundamentalrc")).toLocal8Bit());
+    local_ = cppu::defaultBootstrap_InitialComponentContext();
+    const Reference<css::bridge::XUnoUrlResolver> resolver = css::bridge::UnoUrlResolver::create(local_);
+    const OUString address =
+        toUno(QStringLiteral("uno:pipe,name=") + pipe + QStringLiteral(";urp;StarOffice.ComponentContext"));
+    bool restarted = false;
+    for (;;) {
+      try {
+        return {resolver->resolve(address), UNO_QUERY_THROW};
+      } catch (const css::connection::NoConnectException&) {
+        int status = 0;
+        if (waitpid(office_, &status, WNOHANG) == office_) {
+          if (restarted || !WIFEXITED(status) || WEXITSTATUS(status) != kRestartRequested) {
+            startFailure_ = QStringLiteral("LibreOffice stopped while starting");
+            return {};
+          }
+          restarted = true;
+          office_ = startOffice(program, profile, pipe);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      }
+    }
+  }
+
   OfficeAnswer runLoaded(const OfficeJob& job) {
     channel_.noticeStage(QStringLiteral("Open"));
     const auto openFailure = [&](const QString& why) {
