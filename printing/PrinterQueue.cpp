@@ -7,7 +7,9 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 #include <QTemporaryFile>
+#include <cmath>
 
+#include "printing/Papers.h"
 #include "printing/clsStrandelAPI.h"
 
 namespace velmora {
@@ -17,7 +19,7 @@ namespace {
 const QString kQueue = QStringLiteral("VelmoraPrinter");
 
 // The queue takes PDF as it comes (no filter: the backend draws the pages itself), on the
-// papers a document may ask for; custom sizes are allowed.
+// named papers (added below) or any custom size.
 constexpr const char* kDescription = R"ppd(*PPD-Adobe: "4.3"
 *FormatVersion: "4.3"
 *FileVersion: "1.0"
@@ -39,40 +41,6 @@ constexpr const char* kDescription = R"ppd(*PPD-Adobe: "4.3"
 *TTRasterizer: Type42
 *cupsVersion: 2.4
 *cupsFilter2: "application/pdf application/vnd.cups-pdf 0 -"
-*OpenUI *PageSize/Media Size: PickOne
-*OrderDependency: 10 AnySetup *PageSize
-*DefaultPageSize: A4
-*PageSize A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
-*PageSize A3/A3: "<</PageSize[842 1191]/ImagingBBox null>>setpagedevice"
-*PageSize A5/A5: "<</PageSize[420 595]/ImagingBBox null>>setpagedevice"
-*PageSize Letter/Letter: "<</PageSize[612 792]/ImagingBBox null>>setpagedevice"
-*PageSize Legal/Legal: "<</PageSize[612 1008]/ImagingBBox null>>setpagedevice"
-*PageSize Executive/Executive: "<</PageSize[522 756]/ImagingBBox null>>setpagedevice"
-*CloseUI: *PageSize
-*OpenUI *PageRegion/Media Size: PickOne
-*OrderDependency: 10 AnySetup *PageRegion
-*DefaultPageRegion: A4
-*PageRegion A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
-*PageRegion A3/A3: "<</PageSize[842 1191]/ImagingBBox null>>setpagedevice"
-*PageRegion A5/A5: "<</PageSize[420 595]/ImagingBBox null>>setpagedevice"
-*PageRegion Letter/Letter: "<</PageSize[612 792]/ImagingBBox null>>setpagedevice"
-*PageRegion Legal/Legal: "<</PageSize[612 1008]/ImagingBBox null>>setpagedevice"
-*PageRegion Executive/Executive: "<</PageSize[522 756]/ImagingBBox null>>setpagedevice"
-*CloseUI: *PageRegion
-*DefaultImageableArea: A4
-*ImageableArea A4/A4: "0 0 595 842"
-*ImageableArea A3/A3: "0 0 842 1191"
-*ImageableArea A5/A5: "0 0 420 595"
-*ImageableArea Letter/Letter: "0 0 612 792"
-*ImageableArea Legal/Legal: "0 0 612 1008"
-*ImageableArea Executive/Executive: "0 0 522 756"
-*DefaultPaperDimension: A4
-*PaperDimension A4/A4: "595 842"
-*PaperDimension A3/A3: "842 1191"
-*PaperDimension A5/A5: "420 595"
-*PaperDimension Letter/Letter: "612 792"
-*PaperDimension Legal/Legal: "612 1008"
-*PaperDimension Executive/Executive: "522 756"
 *VariablePaperSize: True
 *MaxMediaWidth: "3024"
 *MaxMediaHeight: "3024"
@@ -84,6 +52,24 @@ constexpr const char* kDescription = R"ppd(*PPD-Adobe: "4.3"
 *ParamCustomPageSize HeightOffset: 4 points 0 0
 *ParamCustomPageSize Orientation: 5 int 0 0
 )ppd";
+
+// The named papers, in PostScript points, as the description lists them.
+QByteArray paperLines() {
+  const auto points = [](int microns) { return QByteArray::number(std::lround(microns * 72.0 / 25400)); };
+  QByteArray sizes, regions, areas, dimensions;
+  for (const NamedPaper& paper : kNamedPapers) {
+    const QByteArray name = paper.name, wide = points(paper.size.width()), high = points(paper.size.height());
+    const QByteArray setup = "\"<</PageSize[" + wide + " " + high + "]/ImagingBBox null>>setpagedevice\"\n";
+    sizes += "*PageSize " + name + "/" + name + ": " + setup;
+    regions += "*PageRegion " + name + "/" + name + ": " + setup;
+    areas += "*ImageableArea " + name + "/" + name + ": \"0 0 " + wide + " " + high + "\"\n";
+    dimensions += "*PaperDimension " + name + "/" + name + ": \"" + wide + " " + high + "\"\n";
+  }
+  return "*OpenUI *PageSize/Media Size: PickOne\n*OrderDependency: 10 AnySetup *PageSize\n*DefaultPageSize: A4\n" +
+         sizes + "*CloseUI: *PageSize\n*OpenUI *PageRegion/Media Size: PickOne\n" +
+         "*OrderDependency: 10 AnySetup *PageRegion\n*DefaultPageRegion: A4\n" + regions +
+         "*CloseUI: *PageRegion\n*DefaultImageableArea: A4\n" + areas + "*DefaultPaperDimension: A4\n" + dimensions;
+}
 
 Failure queueFailure(const QString& why) { return {QStringLiteral("Printer:"), why}; }
 
@@ -120,7 +106,7 @@ Outcome PrinterQueue::install(const QString& backendProgram) const {
     return queueFailure(QStringLiteral("cannot write ") + backendPath() + QStringLiteral(": ") + backend.errorString());
   QFile::setPermissions(backendPath(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
   QTemporaryFile description;
-  if (!description.open() || description.write(kDescription) < 0 || !description.flush())
+  if (!description.open() || description.write(kDescription + paperLines()) < 0 || !description.flush())
     return queueFailure(QStringLiteral("cannot write the printer's description"));
   const QString said =
       run(QStringLiteral("lpadmin"), {QStringLiteral("-p"), kQueue, QStringLiteral("-E"), QStringLiteral("-v"),

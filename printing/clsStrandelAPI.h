@@ -1,4 +1,5 @@
 #pragma once
+#include <QSize>
 #include <QString>
 #include <cstdint>
 
@@ -38,6 +39,38 @@ class clsStrandelAPI {
   // Starts the system's print server when this process may (as root); answers whether the
   // print server answers afterwards.
   bool StartPrintSpooler();
+
+  // Printers and papers. The defaults are the user's own for a destination of the print
+  // server: the print system keeps them in the user's lpoptions, where lp and every program
+  // using the CUPS library find them: ~/.cups/lpoptions (CUPS 2.4 uses it for root too;
+  // older libraries write $CUPS_SERVERROOT/lpoptions, normally /etc/cups/lpoptions, for
+  // root). A destination is named exactly, as the print server lists it. The forms are
+  // this printer's own, kept in the user's registry store; looking one up needs no server.
+
+  // Makes the destination the user's default ("Default" in lpoptions). s_OriginalName: the
+  // default before, "" when there was none. False when no destination has that name or the
+  // options cannot be written.
+  bool SetDefaultPrinter(const QString& s_PrinterName, QString& s_OriginalName);
+  // The user's default paper for the destination (its "media" option): a paper of the
+  // printer's description, in its own spelling, or a form added with AddPaperSize as a
+  // custom size "Custom.<w>x<h>mm". False for an unknown form or destination.
+  bool SetDefaultPaperSize(const QString& s_PrinterName, const QString& s_FormName);
+  // Adds a form of that name, n_Width by n_Height centimetres, to the printer's forms unless
+  // it has one of that name already (without regard to case). True when added or there.
+  bool AddPaperSize(const QString& s_PrinterName, const QString& s_FormName, double n_Width, double n_Height);
+  // The same with the size in thousandths of a millimetre.
+  bool AddPaperForm(const QString& s_PrinterName, const QSize& size, const QString& s_FormName);
+  // The printer's form of that name (without regard to case) and its size in thousandths
+  // of a millimetre: a paper of the description or an added form.
+  bool GetFormIndex(const QString& s_PrinterName, const QString& s_FormName, QSize& size);
+  // A form of exactly that size, in thousandths of a millimetre; added forms first, as the
+  // user named them for a reason.
+  bool FindFormBySize(const QString& s_PrinterName, const QSize& size, QString& s_FormName);
+  // The user's default resolution ("printer-resolution": "<x>dpi", or "<x>x<y>dpi" when
+  // they differ) and orientation ("orientation-requested": 1 portrait as 3, 2 landscape as
+  // 4) for the destination. False for a missing destination or a value out of range.
+  bool SetDefaultDPI(const QString& s_PrinterName, int x, int y);
+  bool SetDefaultOrientation(const QString& s_PrinterName, int orientation);
 
  private:
   int pollIntervalMs_;

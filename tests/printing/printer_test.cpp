@@ -9,9 +9,12 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <memory>
+#include <optional>
+#include <thread>
 
 #include "printing/clsStrandelAPI.h"
 #include "support/RegistryStore.h"
+#include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
 
 namespace velmora {
@@ -155,6 +158,131 @@ TEST_F(PrinterOnAPrintServer, TheVirtualPrinterInstallsPrintsAndGoes) {
   EXPECT_EQ(velmora({"remove"}), std::pair(0, QString("VelmoraPrinter: not installed")));
   EXPECT_FALSE(clsStrandelAPI().IsPrinterExist("VelmoraPrinter"));
   ASSERT_EQ(addPrinter("VelmoraPrinter"), "") << "as the other tests found it";
+}
+
+// The user's printer and paper defaults and forms, kept away from the machine's own: the
+// registry and the home folder are the test's, CUPS_SERVERROOT the private server's.
+class UserDefaultsOnAPrintServer : public PrinterOnAPrintServer {
+ protected:
+  // The library reads CUPS_SERVERROOT once per thread, at its first call there; the calls
+  // that must see the test's folder run on a thread of their own.
+  static void onAFreshCupsThread(const std::function<void()>& body) { std::thread(body).join(); }
+  // An option of the destination as the user's programs see it.
+  static QString userOption(const char* printer, const char* option) {
+    cups_dest_t* destinations = nullptr;
+    const int count = cupsGetDests2(CUPS_HTTP_DEFAULT, &destinations);
+    const cups_dest_t* destination = cupsGetDest(printer, nullptr, count, destinations);
+    const char* value = destination ? cupsGetOption(option, destination->num_options, destination->options) : nullptr;
+    const QString text = value ? QString(value) : "<none>";
+    cupsFreeDests(count, destinations);
+    return text;
+  }
+  // The machine's lpoptions and the real home's, each as read; nothing where missing.
+  static QList<std::optional<QByteArray>> machineOptions() {
+    QList<std::optional<QByteArray>> contents;
+    for (const QString& path : {QString("/etc/cups/lpoptions"), realHome_ + "/.cups/lpoptions"}) {
+      QFile file(path);
+      contents << (file.open(QIODevice::ReadOnly) ? std::optional(file.readAll()) : std::nullopt);
+    }
+    return contents;
+  }
+
+  QTemporaryDir home_;
+  test::ScopedEnvironment environment_{"VELMORA_REGISTRY_DIR", (home_.path() + "/registry").toLocal8Bit()};
+  static inline const QString realHome_ = QDir::homePath();
+  const QList<std::optional<QByteArray>> machineOptions_ = machineOptions();
+};
+
+TEST_F(UserDefaultsOnAPrintServer, AreTheUsersOwnOptions) {
+  environment_.set("CUPS_SERVERROOT", (folder_.path() + "/conf").toLocal8Bit());
+  environment_.set("HOME", home_.path().toLocal8Bit());
+  environment_.set("LPDEST", QByteArray());
+  environment_.set("PRINTER", QByteArray());
+  ASSERT_EQ(addPrinter("Second"), "");
+  onAFreshCupsThread([&] {
+    clsStrandelAPI api;
+    struct DefaultCase {
+      const char* printer;
+      bool set;
+      const char* before;
+    };
+    for (const DefaultCase& c : {DefaultCase{"Second", true, ""},
+                                 {"VelmoraPrinter", true, "Second"},
+                                 {"velmoraprinter", false, "VelmoraPrinter"},
+                                 {"NoSuch", false, "VelmoraPrinter"}}) {
+      QString before = "<unset>";
+      EXPECT_EQ(api.SetDefaultPrinter(c.printer, before), c.set) << c.printer;
+      EXPECT_EQ(before, c.before) << c.printer;
+    }
+
+    ASSERT_TRUE(api.AddPaperSize("VelmoraPrinter", "Half A4", 14.8, 21));
+    struct OptionCase {
+      std::function<bool()> set;
+      const char* option;
+      const char* value;  // as read back; after a refusal, the one before
+    };
+    for (const OptionCase& c :
+         {OptionCase{[&] { return api.SetDefaultPaperSize("VelmoraPrinter", "lEtTeR"); }, "media", "Letter"},
+          {[&] { return !api.SetDefaultPaperSize("VelmoraPrinter", "11x17"); }, "media", "Letter"},
+          {[&] { return !api.SetDefaultPaperSize("NoSuch", "A4"); }, "media", "Letter"},
+          {[&] { return api.SetDefaultPaperSize("VelmoraPrinter", "half a4"); }, "media", "Custom.148x210mm"},
+          {[&] { return api.SetDefaultDPI("VelmoraPrinter", 300, 300); }, "printer-resolution", "300dpi"},
+          {[&] { return api.SetDefaultDPI("VelmoraPrinter", 300, 600); }, "printer-resolution", "300x600dpi"},
+          {[&] { return !api.SetDefaultDPI("VelmoraPrinter", 0, 600); }, "printer-resolution", "300x600dpi"},
+          {[&] { return !api.SetDefaultDPI("NoSuch", 300, 300); }, "printer-resolution", "300x600dpi"},
+          {[&] { return api.SetDefaultOrientation("VelmoraPrinter", 2); }, "orientation-requested", "4"},
+          {[&] { return !api.SetDefaultOrientation("VelmoraPrinter", 3); }, "orientation-requested", "4"},
+          {[&] { return api.SetDefaultOrientation("VelmoraPrinter", 1); }, "orientation-requested", "3"}}) {
+      EXPECT_TRUE(c.set()) << c.option << " " << c.value;
+      EXPECT_EQ(userOption("VelmoraPrinter", c.option), c.value) << c.option;
+    }
+    EXPECT_EQ(userOption("Second", "media"), "<none>") << "another destination's options are its own";
+  });
+  // Where the library writes for root depends on its version: the home folder (CUPS 2.4),
+  // else the configuration folder. Both are the test's own.
+  QStringList written;
+  for (const QString& file : {home_.path() + "/.cups/lpoptions", folder_.path() + "/conf/lpoptions"})
+    if (QFile options(file); options.open(QIODevice::ReadOnly)) written << options.readAll();
+  EXPECT_EQ(written, QStringList{"Default VelmoraPrinter media=Custom.148x210mm orientation-requested=3 "
+                                 "printer-resolution=300x600dpi\n"});
+  EXPECT_EQ(machineOptions(), machineOptions_) << "the machine's and the real user's options are untouched";
+  ASSERT_EQ(run("lpadmin", socket(), {"-x", "Second"}), "");
+}
+
+TEST_F(UserDefaultsOnAPrintServer, FormsAreAddedOnceAndFoundByNameAndSize) {
+  clsStrandelAPI api;
+  ASSERT_TRUE(api.AddPaperSize("VelmoraPrinter", "Half A4", 14.8, 21));
+  for (const auto& [name, width, height] : {std::tuple{"half a4", 10.0, 10.0}, {"a3", 1.0, 1.0}})
+    EXPECT_TRUE(api.AddPaperSize("VelmoraPrinter", name, width, height)) << name << ": there already";
+  for (const auto& [printer, name, width, height] : {std::tuple{"NoSuch", "Other", 10.0, 10.0},
+                                                     {"VelmoraPrinter", "Flat", 10.0, 0.0},
+                                                     {"VelmoraPrinter", "", 10.0, 10.0},
+                                                     {"VelmoraPrinter", "Huge", 1e9, 10.0}})
+    EXPECT_FALSE(api.AddPaperSize(printer, name, width, height)) << name;
+  RegistryStore store(home_.path() + "/registry");
+  EXPECT_EQ(store.valueNames(registryroot::LocalMachine, "SOFTWARE\\VelmoraPrinter\\Forms"), QStringList{"Half A4"});
+
+  clsStrandelAPI later;
+  struct Case {
+    const char* name;
+    QSize size;  // invalid: no such form
+  };
+  for (const Case& c : {Case{"a4", {210000, 297000}},
+                        {"Executive", {184150, 266700}},
+                        {"LETTER", {215900, 279400}},
+                        {"HALF A4", {148000, 210000}},
+                        {"11x17", {}},
+                        {"Letter Small", {}},
+                        {"A4 Small", {}}}) {
+    QSize size;
+    EXPECT_EQ(later.GetFormIndex("VelmoraPrinter", c.name, size), c.size.isValid()) << c.name;
+    EXPECT_EQ(size, c.size) << c.name;
+  }
+  for (const Case& c : {Case{"Half A4", {148000, 210000}}, {"Legal", {215900, 355600}}, {"", {1, 1}}}) {
+    QString name;
+    EXPECT_EQ(later.FindFormBySize("VelmoraPrinter", c.size, name), *c.name != 0) << c.name;
+    EXPECT_EQ(name, c.name);
+  }
 }
 
 TEST(Printer, WithoutAPrintServerNoPrinterExists) {
