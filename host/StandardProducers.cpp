@@ -4,23 +4,12 @@
 #include "clipboard/clsFlashHeader.h"
 #include "office/OfficeEngines.h"
 #include "office/clsPPT.h"
+#include "office/clsPrintToFile.h"
 #include "printing/clsStrandelAPI.h"
 
 namespace velmora {
 
 namespace {
-
-// Every member fails the way the component behaves where its engine cannot be created:
-// "CreateObject:" and the reason.
-class UnavailableEngine : public DocumentPrinter {
- public:
-  explicit UnavailableEngine(QString progId) : progId_(std::move(progId)) {}
-
-  Result<QString> Word2Images(const QString&, const QString&) override { return creationFailure(progId_); }
-
- private:
-  QString progId_;
-};
 
 class UnavailableCapture : public CaptureTool {
  public:
@@ -41,8 +30,8 @@ std::unique_ptr<SlideExporter> StandardProducers::createSlideExporter(Context& c
   return std::make_unique<clsPPT>(context, createLibreOfficeAutomation());
 }
 
-std::unique_ptr<DocumentPrinter> StandardProducers::createDocumentPrinter(Context&) {
-  return std::make_unique<UnavailableEngine>(QStringLiteral("Word.Application"));
+std::unique_ptr<DocumentPrinter> StandardProducers::createDocumentPrinter(Context& context) {
+  return std::make_unique<clsPrintToFile>(context, createLibreOfficeAutomation());
 }
 
 std::unique_ptr<FlashHeaderReader> StandardProducers::createFlashHeaderReader(Context& context) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QList>
 #include <QProcess>
 #include <QStandardPaths>
@@ -306,6 +307,15 @@ bool clsStrandelAPI::SetDefaultOrientation(const QString& s_PrinterName, int ori
   // IPP's orientation-requested: 3 portrait, 4 landscape.
   if (orientation != 1 && orientation != 2) return false;
   return setUserOption(s_PrinterName, "orientation-requested", QString::number(orientation + 2));
+}
+
+bool clsStrandelAPI::PrintFile(const QString& file) {
+  const Destinations destinations;
+  const cups_dest_t* target = destinations.named(destinations.defaultName());
+  if (!target) return false;
+  const QByteArray path = QFile::encodeName(file);
+  return cupsPrintFile2(CUPS_HTTP_DEFAULT, target->name, path.constData(), "Velmora", target->num_options,
+                        target->options) > 0;
 }
 
 }  // namespace velmora

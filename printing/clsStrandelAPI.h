@@ -34,6 +34,11 @@ class clsStrandelAPI {
   // l_EndTimeOut seconds.
   bool IsEnd(const QString& s_PrinterName, int32_t l_BeginTimeOut, int32_t l_EndTimeOut);
 
+  // Prints the file to the user's default destination with the user's options for it (its
+  // paper among them), as lp does; true once the print server has taken the job. The print
+  // server converts nothing here: the virtual printer takes PDF.
+  bool PrintFile(const QString& file);
+
   // Whether the print server answers.
   bool IsPrintSpoolerRunning() const;
   // Starts the system's print server when this process may (as root); answers whether the

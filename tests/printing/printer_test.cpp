@@ -3,6 +3,7 @@
 #include <unistd.h>
 #include <QDir>
 #include <QFile>
+#include <QImage>
 #include <QPainter>
 #include <QPdfWriter>
 #include <QProcess>
@@ -12,10 +13,13 @@
 #include <optional>
 #include <thread>
 
+#include "office/clsPrintToFile.h"
+#include "printing/PrinterQueue.h"
 #include "printing/clsStrandelAPI.h"
 #include "support/RegistryStore.h"
 #include "tests/common/Helpers.h"
 #include "tests/common/TestSupport.h"
+#include "tests/office/WordDocuments.h"
 
 namespace velmora {
 namespace {
@@ -48,6 +52,10 @@ class PrinterOnAPrintServer : public ::testing::Test {
     const QString cupsd = QStandardPaths::findExecutable("cupsd", {"/usr/sbin"});
     if (cupsd.isEmpty() || geteuid() != 0) return void(problem_ = "a private cupsd needs cupsd and root");
     const QString root = folder_.path();
+    // The user's print options of this process (its default printer, its papers) are the
+    // test's: the library keeps them in the home folder, and reads where once per thread.
+    QDir(root).mkpath("home");
+    qputenv("HOME", (root + "/home").toLocal8Bit());
     cupsd_ = std::make_unique<QProcess>();
     for (const char* sub : {"conf", "spool/tmp", "cache", "state", "log", "serverbin/backend", "serverbin/daemon"})
       QDir(root).mkpath(sub);
@@ -283,6 +291,59 @@ TEST_F(UserDefaultsOnAPrintServer, FormsAreAddedOnceAndFoundByNameAndSize) {
     EXPECT_EQ(later.FindFormBySize("VelmoraPrinter", c.size, name), *c.name != 0) << c.name;
     EXPECT_EQ(name, c.name);
   }
+}
+
+// A Word document printed to pictures through the virtual printer on the private server,
+// and each way the run can fail.
+TEST_F(PrinterOnAPrintServer, DocumentsPrintToOnePicturePerPageOrGiveTheirWord) {
+  const QString root = folder_.path();
+  test::ScopedEnvironment registry("VELMORA_REGISTRY_DIR", (root + "/registry").toLocal8Bit());
+  ASSERT_TRUE(PrinterQueue(root + "/serverbin").install(VELMORA_PRINTER_BACKEND));
+  QDir().mkpath(root + "/work/Velmora/page");
+  QFile::setPermissions(root + "/work/Velmora", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+  Context context;
+  context.g_sTempFolder = root + "/work/Velmora/page/";
+  const auto document = [&](test::WordDocumentDescription::Paper paper) {
+    test::WordDocumentDescription doc;
+    doc.pages = 3;
+    doc.paper = paper;
+    QFile file(root + "/work/report.docx");
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(test::makeDocx(doc)) > 0);
+    return file.fileName();
+  };
+  const auto print = [&](const QString& file, const QString& options, PrintLimits limits = {20, 60}) {
+    const Result<QString> html =
+        clsPrintToFile(context, createLibreOfficeAutomation(), limits, clsStrandelAPI(50)).Word2Images(file, options);
+    return html ? html.value() : "error " + html.failure().text();
+  };
+  using Paper = test::WordDocumentDescription::Paper;
+
+  const QString pages = print(document(Paper::A4), "imgtype:png");
+  ASSERT_EQ(pages.count("<img src=\"" + context.g_sTempFolder), 3) << pages.toStdString();
+  for (const QString& name : QDir(context.g_sTempFolder).entryList({"*_?.png"}))
+    EXPECT_EQ(QImage(context.g_sTempFolder + name).size(), QSize(1240, 1754)) << name.toStdString();
+  EXPECT_TRUE(pages.contains("_3.png\" border=0><br>")) << "in page order";
+  EXPECT_EQ(print(document(Paper::Letter), "imgtype:gif").count(".gif\" border=0>"), 3);
+  EXPECT_EQ(clsStrandelAPI().GetParam("VelmoraPrinter", "color"), "8");
+
+  // Each failure, made to happen.
+  const QString a4 = document(Paper::A4);
+  ASSERT_EQ(run("cupsreject", socket(), {"VelmoraPrinter"}), "");
+  EXPECT_EQ(print(a4, ""), "error PrintOut") << "the queue takes no job";
+  ASSERT_EQ(run("cupsaccept", socket(), {"VelmoraPrinter"}), "");
+  ASSERT_EQ(run("cupsdisable", socket(), {"VelmoraPrinter"}), "");
+  EXPECT_EQ(print(a4, "", {1, 3}), "error Printer:Timeout") << "the job never begins";
+  ASSERT_EQ(run("cupsenable", socket(), {"VelmoraPrinter"}), "");
+  ASSERT_EQ(run("cancel", socket(), {"-a", "VelmoraPrinter"}), "");
+  {
+    test::ScopedEnvironment unwritable("VELMORA_REGISTRY_DIR", (a4 + "/registry").toLocal8Bit());
+    EXPECT_EQ(print(a4, ""), "error Printer:Registry");
+  }
+  EXPECT_TRUE(print(root + "/work/missing.docx", "").startsWith("error Open:"));
+  EXPECT_EQ(print(a4, "api:2"), "error CreateObject:WPS.Application: WPS Office is not installed on this system");
+  ASSERT_EQ(run("lpadmin", socket(), {"-x", "VelmoraPrinter"}), "");
+  EXPECT_EQ(print(a4, ""), "error Printer:NotExist");
+  ASSERT_EQ(addPrinter("VelmoraPrinter"), "") << "as the other tests found it";
 }
 
 TEST(Printer, WithoutAPrintServerNoPrinterExists) {

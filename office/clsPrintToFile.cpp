@@ -1,0 +1,114 @@
+#include "office/clsPrintToFile.h"
+
+#include <QFile>
+#include <cmath>
+
+#include "core/OptionString.h"
+#include "core/Text.h"
+#include "core/Yield.h"
+#include "office/OfficeApplication.h"
+#include "support/basPublic.h"
+
+namespace velmora {
+
+namespace {
+
+const QString kPrinter = QStringLiteral("VelmoraPrinter");
+
+Failure word(const QString& text) { return {text, {}}; }
+
+// A length in twips as the word processor converts it to centimetres, kept to two decimals
+// (cut, not rounded), in thousandths of a millimetre: A4's 11906 twips are 210000.
+int thousandths(int twips) { return int(std::floor(twips / 20.0 * 2.54 / 72 * 100)) * 100; }
+
+}  // namespace
+
+clsPrintToFile::clsPrintToFile(Context& context, std::unique_ptr<OfficeAutomation> office, PrintLimits limits,
+                               clsStrandelAPI printer)
+    : context_(context), office_(std::move(office)), limits_(limits), printer_(printer) {}
+
+Outcome clsPrintToFile::createWordApp(const QString& api) {
+  if (api != u"2") {
+    const Outcome word = office_->CreateObject(QStringLiteral("Word.Application"));
+    if (word || api == u"1") return word;
+  }
+  return office_->CreateObject(QStringLiteral("WPS.Application"));
+}
+
+QString clsPrintToFile::paperFor(const QSize& twips) {
+  const QSize size(thousandths(twips.width()), thousandths(twips.height()));
+  QString form;
+  if (printer_.FindFormBySize(kPrinter, size, form)) return form;
+  form = QStringLiteral("%1x%2").arg(size.width()).arg(size.height());
+  return printer_.AddPaperForm(kPrinter, size, form) ? form : QString();
+}
+
+bool clsPrintToFile::writeSettings(const QString& imageType, const QString& baseName) {
+  if (!printer_.SetParam(kPrinter, QStringLiteral("file_format"), imageType)) return false;
+  const std::pair<const char*, QString> rest[] = {
+      {"originalname", QStringLiteral("false")},
+      {"jobid", QStringLiteral("false")},
+      {"file_name", baseName},
+      {"jpg_quality", QStringLiteral("100")},
+      {"color", imageType == u"gif" ? QStringLiteral("8") : QStringLiteral("24")},
+      {"path", context_.g_sTempFolder},
+      {"load_extapp", QStringLiteral("false")},
+  };
+  for (const auto& [name, value] : rest) printer_.SetParam(kPrinter, QString::fromLatin1(name), value);
+  printer_.ResetStatus(kPrinter);
+  return true;
+}
+
+Result<QString> clsPrintToFile::Word2Images(const QString& file, const QString& options) {
+  letPendingEventsRun();
+  if (!printer_.IsPrinterExist(kPrinter)) return word(QStringLiteral("Printer:NotExist"));
+  if (!printer_.IsPrintSpoolerRunning() && !printer_.StartPrintSpooler())
+    return word(QStringLiteral("Printer:SpoolerNotRunning"));
+  QString previous;
+  if (!printer_.SetDefaultPrinter(kPrinter, previous)) return word(QStringLiteral("Printer:SetDefault"));
+  letPendingEventsRun();
+  if (!printer_.SetDefaultPaperSize(kPrinter, QStringLiteral("A4"))) return word(QStringLiteral("Printer:A4"));
+
+  QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
+  if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
+  QString api = GetOptValue(options, QStringLiteral("api"));
+  if (api != u"0" && api != u"2") api = QStringLiteral("1");
+  if (const Outcome created = createWordApp(api); !created) return created.failure();
+
+  // The word processor's print: the document as PDF, which carries each page's own size.
+  const QString pdf = context_.g_sTempFolder + QStringLiteral("Velmora_Temp_Print.pdf");
+  const OfficeAnswer saved = office_->run({OfficeJob::Kind::PdfDocument, absolutePath(file), pdf, {}});
+  letPendingEventsRun();
+  if (!saved.ok()) return stageFailure(saved);
+  // The printer's paper follows the first page, as the word processor sets it.
+  if (const QString form = paperFor(saved.firstPage); form != u"A4") {
+    if (form.isEmpty() || !printer_.SetDefaultPaperSize(kPrinter, form)) {
+      QFile::remove(pdf);
+      return word(QStringLiteral("Printer:") + form);
+    }
+  }
+
+  const QString baseName = GetTimeStamp();
+  if (!writeSettings(imageType, baseName)) {
+    QFile::remove(pdf);
+    return word(QStringLiteral("Printer:Registry"));
+  }
+  const bool printed = printer_.PrintFile(pdf) || printer_.PrintFile(file);
+  letPendingEventsRun();
+  if (!printed) {
+    QFile::remove(pdf);
+    return word(QStringLiteral("PrintOut"));
+  }
+  const bool ended = printer_.IsEnd(kPrinter, limits_.begin, limits_.end);
+  QFile::remove(pdf);
+  if (!ended) return word(QStringLiteral("Printer:Timeout"));
+
+  QString html;
+  const int count = printer_.GetFileCount(kPrinter);
+  for (int i = 1; i <= count; ++i)
+    html += pictureFragment(context_.g_sTempFolder + baseName + u'_' + QString::number(i) + u'.' + imageType);
+  if (!previous.isEmpty() && previous != kPrinter) printer_.SetDefaultPrinter(previous, previous);
+  return html;
+}
+
+}  // namespace velmora
