@@ -14,9 +14,22 @@ const say = (outcome, sentence, word) => report("import-result", outcome, senten
 const chooseDocument = (demo) =>
   chooseFile(demo, { pathId: "import-path", filter: WORD_FILTER, what: "document", say });
 
-// HTML keeps the document's text, tables and pictures; pictures show each page as it prints.
-function importOptions(route) {
-  return route === "html" ? "mode:html;optimizemode:1" : "imgtype:png";
+// HTML keeps the document's text, tables and pictures; pictures show each page as it prints,
+// drawn by the office or printed through the virtual printer.
+const ROUTES = {
+  html: { options: "mode:html;optimizemode:1", said: "as HTML" },
+  pictures: { options: "imgtype:png", said: "as page pictures" },
+  printed: { options: "printimage:1;imgtype:png", said: "as printed pages" },
+};
+
+// Printing to pictures needs the virtual printer: offered where it is installed.
+async function offerPrinting(control) {
+  try {
+    if (await control.IsPrinterExist())
+      $("import-route").append(new Option("as printed pages (virtual printer)", "printed"));
+  } catch {
+    // no printing then
+  }
 }
 
 async function importWord(demo, uploadUrl) {
@@ -29,7 +42,7 @@ async function importWord(demo, uploadUrl) {
   const { control, editor } = demo;
   try {
     await uploadTo(control, uploadUrl);
-    await control.ImportWord(file, importOptions(route));
+    await control.ImportWord(file, ROUTES[route].options);
     const result = await control.whenDone();
     // The type was checked above: the control's "InvalidFile" then means the file is missing.
     if (result.Error.startsWith("InvalidFile:"))
@@ -37,14 +50,15 @@ async function importWord(demo, uploadUrl) {
     if (result.Error) return say("error", errorSentence(result.Error), result.Error);
     insertHtml(editor, result.Body);
     const pictures = result.SavedFiles ? result.SavedFiles.split("|").length : 0;
-    const what = route === "html" ? "as HTML" : "as page pictures";
-    say("ok", `Imported ${file.split("/").pop()} ${what}, ${pictures} picture(s) uploaded`, `Status ${result.Status}`);
+    say("ok", `Imported ${file.split("/").pop()} ${ROUTES[route].said}, ${pictures} picture(s) uploaded`,
+      `Status ${result.Status}`);
   } catch (error) {
     say("error", callErrorSentence(error), callErrorWord(error));
   }
 }
 
 function wire({ demo, uploadUrl }) {
+  offerPrinting(demo.control);
   $("import-browse").addEventListener("click", () => chooseDocument(demo));
   $("import-run").addEventListener("click", () => importWord(demo, uploadUrl));
   $("import-path").addEventListener("keydown", (event) => {

@@ -15,6 +15,12 @@ const STAGES = [
   [/^ReadFile:(.*)$/, (why) => `The converted document could not be read: ${why}.`],
   [/^GDIPlus:(.*)$/, (why) => `The picture could not be saved: ${why}.`],
   [/^NoMatchFile$/, () => "The presentation's slides could not be exported."],
+  [/^Printer:NotExist$/, () => "The virtual printer is not installed (velmora printer install)."],
+  [/^Printer:SpoolerNotRunning$/, () => "The print system (CUPS) is not running."],
+  [/^Printer:Timeout$/, () => "The virtual printer did not finish the pages in time."],
+  [/^Printer:Registry$/, () => "The virtual printer's settings could not be written."],
+  [/^PrintOut$/, () => "The document could not be printed."],
+  [/^Printer:(.*)$/, (what) => `The virtual printer could not be set up for this document (${what}).`],
   [/^NoFoundKey$/, () => "The exported slides could not be found again."],
 ];
 
