@@ -9,7 +9,7 @@ BUILD=${1:-build}
 LOGS=$(mktemp -d)
 export BENCH_SUMMARY=$LOGS/summary.tsv
 : >"$BENCH_SUMMARY"
-for bench in cleanup_bench picture_bench upload_bench word_import_bench office_import_bench; do
+for bench in cleanup_bench picture_bench upload_bench word_import_bench office_import_bench print_bench; do
   echo "running $bench (its output: $LOGS/$bench.log)" >&2
   if ! "bench/$bench.sh" "$BUILD" >"$LOGS/$bench.log" 2>&1; then
     echo "  $bench failed; see its log" >&2

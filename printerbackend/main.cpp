@@ -8,6 +8,7 @@
 #include <pwd.h>
 #include <unistd.h>
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryFile>
 #include <cstdio>
@@ -69,6 +70,8 @@ int runJob(int argc, char** argv) {
   }
   PrinterValues values(PrinterValues::folderOf(user.pw_uid));
   values.set(QStringLiteral("progressflag"), QStringLiteral("begin"));
+  QElapsedTimer working;
+  working.start();
   const PrintSettings settings = settingsFrom(values);
   PrintedJob printed;
   QTemporaryFile copy;
@@ -83,7 +86,10 @@ int runJob(int argc, char** argv) {
   values.set(QStringLiteral("r_pagecount"), QString::number(printed.pages));
   values.set(QStringLiteral("r_filecount"), QString::number(printed.files));
   values.set(QStringLiteral("progressflag"), QStringLiteral("end"));
-  log("INFO", QStringLiteral("%1 page(s), %2 picture(s)").arg(printed.pages).arg(printed.files));
+  log("INFO", QStringLiteral("%1 page(s), %2 picture(s) in %3 s")
+                  .arg(printed.pages)
+                  .arg(printed.files)
+                  .arg(working.elapsed() / 1000.0, 0, 'f', 2));
   return kBackendOk;
 }
 
