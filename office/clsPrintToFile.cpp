@@ -61,9 +61,13 @@ bool clsPrintToFile::writeSettings(const QString& imageType, const QString& base
 
 Result<QString> clsPrintToFile::Word2Images(const QString& file, const QString& options) {
   letPendingEventsRun();
-  if (!printer_.IsPrinterExist(kPrinter)) return word(QStringLiteral("Printer:NotExist"));
-  if (!printer_.IsPrintSpoolerRunning() && !printer_.StartPrintSpooler())
-    return word(QStringLiteral("Printer:SpoolerNotRunning"));
+  // The print server is what knows its printers: when it does not answer, that is the
+  // reason to give, not the printer's absence.
+  if (!printer_.IsPrinterExist(kPrinter)) {
+    if (!printer_.IsPrintSpoolerRunning() && !printer_.StartPrintSpooler())
+      return word(QStringLiteral("Printer:SpoolerNotRunning"));
+    if (!printer_.IsPrinterExist(kPrinter)) return word(QStringLiteral("Printer:NotExist"));
+  }
   QString previous;
   if (!printer_.SetDefaultPrinter(kPrinter, previous)) return word(QStringLiteral("Printer:SetDefault"));
   letPendingEventsRun();

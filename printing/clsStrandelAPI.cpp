@@ -224,9 +224,10 @@ bool clsStrandelAPI::StartPrintSpooler() {
   if (IsPrintSpoolerRunning()) return true;
   // The print server is the system's: a user may not start it, and asking systemd as one
   // would only wait on a password prompt nobody sees. Root may, so root asks, never
-  // interactively.
+  // interactively; but not when CUPS_SERVER names another server, which starting the
+  // system's would not bring up.
   const QString systemctl = QStandardPaths::findExecutable(QStringLiteral("systemctl"));
-  if (geteuid() == 0 && !systemctl.isEmpty()) {
+  if (geteuid() == 0 && !systemctl.isEmpty() && qEnvironmentVariableIsEmpty("CUPS_SERVER")) {
     QProcess start;
     start.start(systemctl,
                 {QStringLiteral("--no-ask-password"), QStringLiteral("start"), QStringLiteral("cups.service")});

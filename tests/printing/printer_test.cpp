@@ -341,9 +341,19 @@ TEST_F(PrinterOnAPrintServer, DocumentsPrintToOnePicturePerPageOrGiveTheirWord) 
   }
   EXPECT_TRUE(print(root + "/work/missing.docx", "").startsWith("error Open:"));
   EXPECT_EQ(print(a4, "api:2"), "error CreateObject:WPS.Application: WPS Office is not installed on this system");
+  {
+    QFile options(root + "/home/.cups");  // where the user's options would go
+    QDir(options.fileName()).removeRecursively();
+    ASSERT_TRUE(options.open(QIODevice::WriteOnly));
+    EXPECT_EQ(print(a4, ""), "error Printer:SetDefault") << "the user's options cannot be written";
+    options.remove();
+  }
   ASSERT_EQ(run("lpadmin", socket(), {"-x", "VelmoraPrinter"}), "");
   EXPECT_EQ(print(a4, ""), "error Printer:NotExist");
   ASSERT_EQ(addPrinter("VelmoraPrinter"), "") << "as the other tests found it";
+  useCupsServer(root + "/no-server.sock");
+  EXPECT_EQ(print(a4, ""), "error Printer:SpoolerNotRunning");
+  useCupsServer(socket());
 }
 
 TEST(Printer, WithoutAPrintServerNoPrinterExists) {
