@@ -51,7 +51,7 @@ struct OfficeAnswer {
   // SheetPages: the number of each sheet on the page, in order; WorkbookPage: the numbers
   // of the sheets holding at least one filled cell.
   QList<int> sheets;
-  QSize firstPage;  // PdfDocument: the first page's size, in twips (1/1440 inch)
+  QSize firstPage;  // PdfDocument: the first page's size, in hundredths of a millimetre
 
   bool ok() const { return failedStage.isEmpty(); }
   QJsonObject toJson() const;

@@ -1,7 +1,6 @@
 #include "office/clsPrintToFile.h"
 
 #include <QFile>
-#include <cmath>
 
 #include "core/OptionString.h"
 #include "core/Text.h"
@@ -17,9 +16,12 @@ const QString kPrinter = QStringLiteral("VelmoraPrinter");
 
 Failure word(const QString& text) { return {text, {}}; }
 
-// A length in twips as the word processor converts it to centimetres, kept to two decimals
-// (cut, not rounded), in thousandths of a millimetre: A4's 11906 twips are 210000.
-int thousandths(int twips) { return int(std::floor(twips / 20.0 * 2.54 / 72 * 100)) * 100; }
+// A page's side, given in hundredths of a millimetre, in whole tenths of a millimetre (the
+// word processor's centimetres with two decimals), as thousandths of a millimetre. The
+// office's sizes are off by a hundredth either way from what the document says (10 cm may
+// read 9999), so the nearest tenth is taken rather than the one below: A4's 21000 or
+// 21001 are 210000.
+int thousandths(int hundredthsOfMm) { return (hundredthsOfMm + 5) / 10 * 100; }
 
 }  // namespace
 
@@ -35,12 +37,11 @@ Outcome clsPrintToFile::createWordApp(const QString& api) {
   return office_->CreateObject(QStringLiteral("WPS.Application"));
 }
 
-QString clsPrintToFile::paperFor(const QSize& twips) {
-  const QSize size(thousandths(twips.width()), thousandths(twips.height()));
-  QString form;
-  if (printer_.FindFormBySize(kPrinter, size, form)) return form;
+bool clsPrintToFile::paperFor(const QSize& page, QString& form) {
+  const QSize size(thousandths(page.width()), thousandths(page.height()));
+  if (printer_.FindFormBySize(kPrinter, size, form)) return true;
   form = QStringLiteral("%1x%2").arg(size.width()).arg(size.height());
-  return printer_.AddPaperForm(kPrinter, size, form) ? form : QString();
+  return printer_.AddPaperForm(kPrinter, size, form);
 }
 
 bool clsPrintToFile::writeSettings(const QString& imageType, const QString& baseName) {
@@ -85,8 +86,10 @@ Result<QString> clsPrintToFile::Word2Images(const QString& file, const QString& 
   letPendingEventsRun();
   if (!saved.ok()) return stageFailure(saved);
   // The printer's paper follows the first page, as the word processor sets it.
-  if (const QString form = paperFor(saved.firstPage); form != u"A4") {
-    if (form.isEmpty() || !printer_.SetDefaultPaperSize(kPrinter, form)) {
+  QString form;
+  const bool known = paperFor(saved.firstPage, form);
+  if (!known || form != u"A4") {
+    if (!known || !printer_.SetDefaultPaperSize(kPrinter, form)) {
       QFile::remove(pdf);
       return word(QStringLiteral("Printer:") + form);
     }

@@ -31,8 +31,9 @@ class clsPrintToFile : public DocumentPrinter {
 
  private:
   Outcome createWordApp(const QString& api);
-  // The form for a first page of `twips`; "" when the printer has none and none can be added.
-  QString paperFor(const QSize& twips);
+  // The printer's form for a first page of that size (hundredths of a millimetre), added
+  // when it has none; false when it cannot be. `form`: its name either way.
+  bool paperFor(const QSize& page, QString& form);
   bool writeSettings(const QString& imageType, const QString& baseName);
 
   Context& context_;

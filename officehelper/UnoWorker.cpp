@@ -375,7 +375,7 @@ class UnoOffice {
   }
 
   // The document as the printer receives it, and the size of its first page (which decides
-  // the paper the printer is set to), in twips.
+  // the paper the printer is set to), in the office's hundredths of a millimetre.
   OfficeAnswer savePdf(const Reference<css::text::XTextDocument>& text, const OfficeJob& job) {
     channel_.noticeStage(QStringLiteral("SaveAs"));
     const Reference<css::text::XTextCursor> start = text->getText()->createTextCursor();
@@ -388,11 +388,11 @@ class UnoOffice {
             ->getByName("PageStyles"),
         UNO_QUERY_THROW);
     const Reference<css::beans::XPropertySet> page(pageStyles->getByName(style), UNO_QUERY_THROW);
-    const auto twips = [&](const char* side) {
-      return int(std::lround(page->getPropertyValue(OUString::createFromAscii(side)).get<sal_Int32>() * 1440.0 / 2540));
+    const auto side = [&](const char* name) {
+      return page->getPropertyValue(OUString::createFromAscii(name)).get<sal_Int32>();
     };
     OfficeAnswer answer;
-    answer.firstPage = QSize(twips("Width"), twips("Height"));
+    answer.firstPage = QSize(side("Width"), side("Height"));
     Reference<css::frame::XStorable>(text, UNO_QUERY_THROW)
         ->storeToURL(toUno(fileUrl(job.target)), properties({{"FilterName", Any(OUString("writer_pdf_Export"))}}));
     return answer;

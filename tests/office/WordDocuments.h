@@ -72,7 +72,7 @@ struct WordPicture {
 };
 
 struct WordDocumentDescription {
-  enum class Paper { A4, Letter } paper = Paper::A4;
+  enum class Paper { A4, Letter, TenByTwenty } paper = Paper::A4;  // the last: 10 x 20 cm
   int pages = 1;                           // each page: a heading and a few paragraphs; hard page breaks between pages
   QList<WordPicture> pictures;             // embedded pictures, placed inline on page 1 (in order)
   bool firstPictureTwice = false;          // the first picture appears a second time (same media file, two drawings)
@@ -186,12 +186,14 @@ inline QString footnoteReference() {
 }
 
 inline QString section(const WordDocumentDescription& doc) {
-  const bool a4 = doc.paper == WordDocumentDescription::Paper::A4;
+  using Paper = WordDocumentDescription::Paper;
+  const QSize twips = doc.paper == Paper::A4       ? QSize(11906, 16838)
+                      : doc.paper == Paper::Letter ? QSize(12240, 15840)
+                                                   : QSize(5670, 11339);
   const QString margins = doc.headerAndFooter ? "<w:headerReference w:type=\"default\" r:id=\"rIdHeader\"/>"
                                                 "<w:footerReference w:type=\"default\" r:id=\"rIdFooter\"/>"
                                               : "";
-  return "<w:sectPr>" + margins +
-         QString("<w:pgSz w:w=\"%1\" w:h=\"%2\"/>").arg(a4 ? 11906 : 12240).arg(a4 ? 16838 : 15840) +
+  return "<w:sectPr>" + margins + QString("<w:pgSz w:w=\"%1\" w:h=\"%2\"/>").arg(twips.width()).arg(twips.height()) +
          "<w:pgMar w:top=\"1440\" w:right=\"1440\" w:bottom=\"1440\" w:left=\"1440\" w:header=\"720\" w:footer=\"720\""
          " w:gutter=\"0\"/></w:sectPr>";
 }

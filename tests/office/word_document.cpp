@@ -35,7 +35,9 @@ int main(int argc, char** argv) {
   WordDocumentDescription doc;
   doc.pages = atoi(argv[2]);
   doc.table = doc.list = doc.headerAndFooter = doc.footnote = doc.equation = true;
-  if (argc > 4) doc.paper = WordDocumentDescription::Paper::Letter;
+  if (argc > 4)
+    doc.paper = QByteArray(argv[4]) == "small" ? WordDocumentDescription::Paper::TenByTwenty
+                                               : WordDocumentDescription::Paper::Letter;
   for (int i = 0; i < atoi(argv[3]); ++i) {
     const bool jpeg = i % 2 == 0;
     doc.pictures << WordPicture{photo(i, jpeg ? "jpg" : "png"), jpeg ? "jpeg" : "png", QSize(160, 120)};

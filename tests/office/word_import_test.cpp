@@ -106,10 +106,10 @@ TEST_F(WordImport, PictureRouteGivesOnePicturePerPage) {
 TEST_F(WordImport, PdfForThePrinterHasEveryPageAndTheFirstPageSize) {
   struct Row {
     WordDocumentDescription::Paper paper;
-    QSize twips;
+    QSize size;  // hundredths of a millimetre
   };
-  for (const Row& row : {Row{WordDocumentDescription::Paper::A4, {11906, 16838}},
-                         Row{WordDocumentDescription::Paper::Letter, {12240, 15840}}}) {
+  for (const Row& row : {Row{WordDocumentDescription::Paper::A4, {21000, 29700}},
+                         Row{WordDocumentDescription::Paper::Letter, {21590, 27940}}}) {
     WordDocumentDescription doc = test::richDocument();
     doc.paper = row.paper;
     const std::unique_ptr<OfficeAutomation> office = createLibreOfficeAutomation();
@@ -117,8 +117,8 @@ TEST_F(WordImport, PdfForThePrinterHasEveryPageAndTheFirstPageSize) {
     const QString pdf = temp.path() + "/printed.pdf";
     const OfficeAnswer printed = office->run({OfficeJob::Kind::PdfDocument, document("p.docx", doc), pdf, {}});
     ASSERT_TRUE(printed.ok()) << printed.description.toStdString();
-    EXPECT_NEAR(printed.firstPage.width(), row.twips.width(), 20);
-    EXPECT_NEAR(printed.firstPage.height(), row.twips.height(), 20);
+    EXPECT_NEAR(printed.firstPage.width(), row.size.width(), 2);
+    EXPECT_NEAR(printed.firstPage.height(), row.size.height(), 2);
     QProcess info;
     info.start("pdfinfo", {pdf});
     ASSERT_TRUE(info.waitForFinished(30000));

@@ -307,7 +307,7 @@ TEST_F(PrinterOnAPrintServer, DocumentsPrintToOnePicturePerPageOrGiveTheirWord) 
     test::WordDocumentDescription doc;
     doc.pages = 3;
     doc.paper = paper;
-    QFile file(root + "/work/report.docx");
+    QFile file(root + QString("/work/report-%1.docx").arg(int(paper)));
     EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(test::makeDocx(doc)) > 0);
     return file.fileName();
   };
@@ -325,6 +325,12 @@ TEST_F(PrinterOnAPrintServer, DocumentsPrintToOnePicturePerPageOrGiveTheirWord) 
   EXPECT_TRUE(pages.contains("_3.png\" border=0><br>")) << "in page order";
   EXPECT_EQ(print(document(Paper::Letter), "imgtype:gif").count(".gif\" border=0>"), 3);
   EXPECT_EQ(clsStrandelAPI().GetParam("VelmoraPrinter", "color"), "8");
+  // A paper the printer has no name for becomes a form of its own, once.
+  const QString custom = document(Paper::TenByTwenty);
+  EXPECT_EQ(print(custom, "imgtype:png").count(".png\" border=0>"), 3);
+  QSize form;
+  EXPECT_TRUE(clsStrandelAPI().GetFormIndex("VelmoraPrinter", "100000x200000", form));
+  EXPECT_EQ(form, QSize(100000, 200000));
 
   // Each failure, made to happen.
   const QString a4 = document(Paper::A4);
@@ -338,6 +344,7 @@ TEST_F(PrinterOnAPrintServer, DocumentsPrintToOnePicturePerPageOrGiveTheirWord) 
   {
     test::ScopedEnvironment unwritable("VELMORA_REGISTRY_DIR", (a4 + "/registry").toLocal8Bit());
     EXPECT_EQ(print(a4, ""), "error Printer:Registry");
+    EXPECT_EQ(print(custom, ""), "error Printer:100000x200000") << "the form can be neither found nor added";
   }
   EXPECT_TRUE(print(root + "/work/missing.docx", "").startsWith("error Open:"));
   EXPECT_EQ(print(a4, "api:2"), "error CreateObject:WPS.Application: WPS Office is not installed on this system");
