@@ -1,6 +1,7 @@
 #include "office/clsPrintToFile.h"
 
 #include <QFile>
+#include <QScopeGuard>
 
 #include "core/OptionString.h"
 #include "core/Text.h"
@@ -82,6 +83,7 @@ Result<QString> clsPrintToFile::Word2Images(const QString& file, const QString& 
 
   // The word processor's print: the document as PDF, which carries each page's own size.
   const QString pdf = context_.g_sTempFolder + QStringLiteral("Velmora_Temp_Print.pdf");
+  const auto removePdf = qScopeGuard([&] { QFile::remove(pdf); });
   const OfficeAnswer saved = office_->run({OfficeJob::Kind::PdfDocument, absolutePath(file), pdf, {}});
   letPendingEventsRun();
   if (!saved.ok()) return stageFailure(saved);
@@ -89,26 +91,15 @@ Result<QString> clsPrintToFile::Word2Images(const QString& file, const QString& 
   QString form;
   const bool known = paperFor(saved.firstPage, form);
   if (!known || form != u"A4") {
-    if (!known || !printer_.SetDefaultPaperSize(kPrinter, form)) {
-      QFile::remove(pdf);
-      return word(QStringLiteral("Printer:") + form);
-    }
+    if (!known || !printer_.SetDefaultPaperSize(kPrinter, form)) return word(QStringLiteral("Printer:") + form);
   }
 
   const QString baseName = GetTimeStamp();
-  if (!writeSettings(imageType, baseName)) {
-    QFile::remove(pdf);
-    return word(QStringLiteral("Printer:Registry"));
-  }
+  if (!writeSettings(imageType, baseName)) return word(QStringLiteral("Printer:Registry"));
   const bool printed = printer_.PrintFile(pdf) || printer_.PrintFile(file);
   letPendingEventsRun();
-  if (!printed) {
-    QFile::remove(pdf);
-    return word(QStringLiteral("PrintOut"));
-  }
-  const bool ended = printer_.IsEnd(kPrinter, limits_.begin, limits_.end);
-  QFile::remove(pdf);
-  if (!ended) return word(QStringLiteral("Printer:Timeout"));
+  if (!printed) return word(QStringLiteral("PrintOut"));
+  if (!printer_.IsEnd(kPrinter, limits_.begin, limits_.end)) return word(QStringLiteral("Printer:Timeout"));
 
   QString html;
   const int count = printer_.GetFileCount(kPrinter);
