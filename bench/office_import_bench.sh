@@ -14,6 +14,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source bench/summary.sh
+source bench/common.sh
 BUILD=$(realpath "${1:-build}")
 ROUNDS=${ROUNDS:-5}
 for tool in soffice pdftoppm; do
@@ -25,11 +26,7 @@ WORK=$(mktemp -d)
 export XDG_RUNTIME_DIR=$WORK/runtime TMPDIR=$WORK/tmp
 mkdir -m 700 "$XDG_RUNTIME_DIR" && mkdir "$TMPDIR" "$WORK/out" "$WORK/root"
 cleanup() {
-  # The benchmark's own office helper: its workers (whose runtime folder is $WORK's) and
-  # the front process that is their parent.
-  for worker in $(pgrep -f -- "worker $XDG_RUNTIME_DIR" || true); do
-    kill "$(ps -o ppid= -p "$worker")" "$worker" 2>/dev/null || true
-  done
+  stop_helper
   kill "$RECEIVER" 2>/dev/null || true
   rm -rf "$WORK"
 }
@@ -37,14 +34,8 @@ trap cleanup EXIT
 
 cp tests/data/office/workbook.xlsx "$WORK/book.xlsx"
 cp tests/data/office/slides.pptx "$WORK/deck.pptx"
-"$BUILD/velmora-receiver" --root "$WORK/root" >"$WORK/receiver.log" 2>&1 &
-RECEIVER=$!
-for _ in $(seq 100); do grep -q "listening on" "$WORK/receiver.log" && break; sleep 0.05; done
-URL=$(sed -n 's/.*listening on //p' "$WORK/receiver.log" | head -1)
+start_receiver "$WORK/root"
 
-seconds() { local start=$(date +%s.%N); "$@" >/dev/null 2>&1; echo "$(date +%s.%N) - $start" | bc; }
-median() { sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'; }
-ratio() { echo "scale=2; $1 / $2" | bc; }
 velmora() {
   "$BUILD/velmora" --set "SendUrl=$URL/upload?page=1" --set "LocalExt=png|jpg|gif" --set LocalSize=4096 call "$@"
 }

@@ -11,6 +11,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source bench/summary.sh
+source bench/common.sh
 BUILD=$(realpath "${1:-build}")
 ROUNDS=${ROUNDS:-5}
 ninja -C "$BUILD" -j2 velmora velmora-office velmora-receiver velmora-printer-backend word_document >/dev/null
@@ -29,9 +30,7 @@ printf 'ServerRoot %s/conf\nRequestRoot %s/spool\nTempDir %s/spool/tmp\nCacheDir
 /usr/sbin/cupsd -f -c "$WORK/cups/conf/cupsd.conf" -s "$WORK/cups/conf/cups-files.conf" &
 CUPSD=$!
 cleanup() {
-  for worker in $(pgrep -f -- "worker $XDG_RUNTIME_DIR" || true); do
-    kill "$(ps -o ppid= -p "$worker")" "$worker" 2>/dev/null || true
-  done
+  stop_helper
   kill "$RECEIVER" "$CUPSD" 2>/dev/null || true
   rm -rf "$WORK"
 }
@@ -40,13 +39,8 @@ for _ in $(seq 100); do lpstat -r 2>/dev/null | grep -q "is running" && break; s
 "$BUILD/velmora" printer install --server-bin "$WORK/cups/serverbin" >/dev/null
 
 "$BUILD/tests/word_document" "$WORK/doc.docx" 20 10
-"$BUILD/velmora-receiver" --root "$WORK/root" >"$WORK/receiver.log" 2>&1 &
-RECEIVER=$!
-for _ in $(seq 100); do grep -q "listening on" "$WORK/receiver.log" && break; sleep 0.05; done
-URL=$(sed -n 's/.*listening on //p' "$WORK/receiver.log" | head -1)
+start_receiver "$WORK/root"
 
-seconds() { local start=$(date +%s.%N); "$@" >/dev/null 2>&1; echo "$(date +%s.%N) - $start" | bc; }
-median() { sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'; }
 printed() {
   "$BUILD/velmora" --set "SendUrl=$URL/upload?page=1" --set "LocalExt=png|jpg|gif" --set LocalSize=8192 \
     call ImportWord "$WORK/doc.docx" "printimage:1;imgtype:png"
@@ -66,7 +60,7 @@ done
 m_ours=$(printf '%s\n' "${ours[@]}" | median)
 m_theirs=$(printf '%s\n' "${theirs[@]}" | median)
 printf '%-52s %8.3f %8.3f %6s\n' "ImportWord printimage:1 vs soffice pdf + pdftoppm" "$m_ours" "$m_theirs" \
-  "$(echo "scale=2; $m_ours / $m_theirs" | bc)"
+  "$(ratio "$m_ours" "$m_theirs")"
 summary "ImportWord printed pages, warm helper (s)" "soffice pdf + pdftoppm -r 150" "$m_ours" "$m_theirs"
 # The printer's own part: from "begin" to "end", as the backend reports it to the print
 # server (the log's clock counts whole seconds only, so the rest is the total's).

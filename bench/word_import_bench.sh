@@ -17,6 +17,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source bench/summary.sh
+source bench/common.sh
 BUILD=$(realpath "${1:-build}")
 ROUNDS=${ROUNDS:-5}
 CONVERSIONS=${CONVERSIONS:-200}
@@ -29,13 +30,6 @@ DOCUMENT=$BUILD/tests/word_document
 WORK=$(mktemp -d)
 export XDG_RUNTIME_DIR=$WORK/runtime TMPDIR=$WORK/tmp
 mkdir -m 700 "$XDG_RUNTIME_DIR" && mkdir "$TMPDIR" "$WORK/out" "$WORK/root"
-# The benchmark's own office helper (its runtime folder is $WORK's): the worker, and the
-# front process that is its parent.
-stop_helper() {
-  for worker in $(pgrep -f -- "--worker $XDG_RUNTIME_DIR" || true); do
-    kill "$(ps -o ppid= -p "$worker")" "$worker" 2>/dev/null || true
-  done
-}
 cleanup() {
   stop_helper
   kill "$RECEIVER" "$LISTENER" 2>/dev/null || true
@@ -49,14 +43,8 @@ trap cleanup EXIT
 "$DOCUMENT" "$WORK/doc.docx" 20 10
 "$DOCUMENT" "$WORK/small.docx" 1 2 letter
 "$DOCUMENT" "$WORK/medium.docx" 5 4
-"$BUILD/velmora-receiver" --root "$WORK/root" >"$WORK/receiver.log" 2>&1 &
-RECEIVER=$!
-for _ in $(seq 100); do grep -q "listening on" "$WORK/receiver.log" && break; sleep 0.05; done
-URL=$(sed -n 's/.*listening on //p' "$WORK/receiver.log" | head -1)
+start_receiver "$WORK/root"
 
-seconds() { local start=$(date +%s.%N); "$@" >/dev/null 2>&1; echo "$(date +%s.%N) - $start" | bc; }
-median() { sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'; }
-ratio() { echo "scale=2; $1 / $2" | bc; }
 import() {
   "$BUILD/velmora" --set "SendUrl=$URL/upload?page=1" --set "LocalExt=png|jpg|gif" --set LocalSize=4096 \
     call ImportWord "$1" "$2"

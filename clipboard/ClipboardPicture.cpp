@@ -42,8 +42,7 @@ Result<QImage> readPicture(QByteArray data) {
 }  // namespace
 
 Result<QString> WordPaste2Image(const QString& workingFolder, const QString& options) {
-  QString imgtype = GetOptValue(options, QStringLiteral("imgtype"));
-  if (imgtype != u"gif" && imgtype != u"png") imgtype = QStringLiteral("jpg");
+  const QString imgtype = pictureTypeOption(options);
   const QString fileName = workingFolder + GetTimeStamp() + u'.' + imgtype;
 
   QByteArray data;

@@ -25,12 +25,6 @@ const QString kSlideTypes = QStringLiteral("ppt|pptx|dps");
 
 QString invalidFile(const QString& types) { return QStringLiteral("InvalidFile:") + types; }
 
-// "api": "0" chooses by extension, "2" asks for WPS, anything else for Microsoft Office.
-QString apiOption(const QString& s_Opt) {
-  const QString api = GetOptValue(s_Opt, QStringLiteral("api"));
-  return api == u"0" || api == u"2" ? api : QStringLiteral("1");
-}
-
 // The engines an import tries, in order: the second one only after the first failed.
 QStringList enginesFor(const QString& api, const QString& file, const QString& wpsExtension,
                        const QString& microsoftEngine) {

@@ -17,4 +17,14 @@ QString GetOptValue(const QString& options, const QString& key, const QString& d
   return defaultValue;
 }
 
+QString pictureTypeOption(const QString& options) {
+  const QString type = GetOptValue(options, QStringLiteral("imgtype"));
+  return type == u"gif" || type == u"png" ? type : QStringLiteral("jpg");
+}
+
+QString apiOption(const QString& options) {
+  const QString api = GetOptValue(options, QStringLiteral("api"));
+  return api == u"0" || api == u"2" ? api : QStringLiteral("1");
+}
+
 }  // namespace velmora

@@ -11,4 +11,10 @@ QString GetOptValue(const QString& options, const QString& key, const QString& d
                     const QString& itemSeparator = QStringLiteral(";"),
                     const QString& keySeparator = QStringLiteral(":"));
 
+// The picture type "imgtype" asks for: "png" and "gif" as written, anything else (or none)
+// "jpg".
+QString pictureTypeOption(const QString& options);
+// The office "api" asks for: "0" (either), "2" (WPS), anything else "1" (Microsoft's).
+QString apiOption(const QString& options);
+
 }  // namespace velmora

@@ -18,6 +18,14 @@ OfficeAnswer OfficeApplication::run(const OfficeJob& job) {
   return answer;
 }
 
+Outcome createAsAsked(OfficeAutomation& office, const QString& api, const QString& microsoft, const QString& wps) {
+  if (api != u"2") {
+    const Outcome created = office.CreateObject(microsoft);
+    if (created || api == u"1") return created;
+  }
+  return office.CreateObject(wps);
+}
+
 Failure stageFailure(const OfficeAnswer& answer) { return {answer.failedStage + u':', answer.description}; }
 
 QString absolutePath(const QString& file) { return QFileInfo(file).absoluteFilePath(); }

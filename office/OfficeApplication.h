@@ -24,6 +24,13 @@ class OfficeApplication {
   QString progId_;
 };
 
+// Creates the Microsoft engine or the WPS one as "api" asks (see apiOption): "1" the first
+// only, "2" the second only, "0" the first and, when it cannot be created, the second.
+Outcome createAsAsked(OfficeAutomation& office, const QString& api, const QString& microsoft, const QString& wps);
+
+// A status word with nothing after it ("NoMatchFile", "Printer:NotExist").
+inline Failure statusWord(const QString& word) { return {word, {}}; }
+
 // The stage the office stopped at, as the error word the caller reports ("Open:" and why).
 Failure stageFailure(const OfficeAnswer& answer);
 

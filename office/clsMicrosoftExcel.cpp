@@ -53,8 +53,7 @@ Result<StyledHtml> clsMicrosoftExcel::Excel2HTML(const QString& file, int16_t sh
 
 Result<QString> clsMicrosoftExcel::Excel2Images(const QString& file, int16_t sheet, const QString& options) {
   letPendingEventsRun();
-  QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
-  if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
+  const QString imageType = pictureTypeOption(options);
   if (const Outcome created = application_.create(); !created) return created.failure();
 
   OfficeJob job{OfficeJob::Kind::SheetPictures, absolutePath(file), context_.g_sTempFolder + GetTimeStamp(), imageType};

@@ -31,8 +31,7 @@ Result<QString> clsMicrosoftWord::Word2HTML(const QString& file) {
 
 Result<QString> clsMicrosoftWord::Word2Images(const QString& file, const QString& options) {
   letPendingEventsRun();
-  QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
-  if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
+  const QString imageType = pictureTypeOption(options);
   if (const Outcome created = application_.create(); !created) return created.failure();
 
   const QString stem = context_.g_sTempFolder + GetTimeStamp();

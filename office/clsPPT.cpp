@@ -12,8 +12,6 @@ namespace velmora {
 
 namespace {
 
-Failure word(const char* text) { return {QString::fromLatin1(text), {}}; }
-
 // The text in front of the slide number in the exported names: "Slide1.png", "Slide11.png"
 // and "Slide21.PNG" all give "Slide".
 QString slidePrefix(const QString& firstListed) {
@@ -34,23 +32,16 @@ int targetWidth(const QString& options) {
 clsPPT::clsPPT(Context& context, std::unique_ptr<OfficeAutomation> office)
     : context_(context), office_(std::move(office)) {}
 
-Outcome clsPPT::CreatePPTApp(const QString& api) {
-  if (api != u"2") {
-    const Outcome powerPoint = office_->CreateObject(QStringLiteral("PowerPoint.Application"));
-    if (powerPoint || api == u"1") return powerPoint;
-  }
-  return office_->CreateObject(QStringLiteral("WPP.Application"));
-}
-
 Result<QString> clsPPT::PPT2Images(const QString& file, const QString& options) {
   letPendingEventsRun();
-  QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
-  if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
-  QString api = GetOptValue(options, QStringLiteral("api"));
-  if (api != u"0" && api != u"2") api = QStringLiteral("1");
+  const QString imageType = pictureTypeOption(options);
+  const QString api = apiOption(options);
   const int width = targetWidth(options);
 
-  if (const Outcome created = CreatePPTApp(api); !created) return created.failure();
+  if (const Outcome created =
+          createAsAsked(*office_, api, QStringLiteral("PowerPoint.Application"), QStringLiteral("WPP.Application"));
+      !created)
+    return created.failure();
   const QString folder = context_.g_sTempFolder + GetTimeStamp() + u'/';
   OfficeJob job{OfficeJob::Kind::SlidePictures, absolutePath(file), folder + QStringLiteral("Slide"), imageType};
   const OfficeAnswer exported = office_->run(job);
@@ -61,9 +52,9 @@ Result<QString> clsPPT::PPT2Images(const QString& file, const QString& options) 
 
   QStringList listed;
   ListFiles(listed, folder, {}, QStringLiteral("1.") + imageType);
-  if (listed.isEmpty()) return word("NoMatchFile");
+  if (listed.isEmpty()) return statusWord(QStringLiteral("NoMatchFile"));
   const QString prefix = slidePrefix(listed.first());
-  if (prefix.isEmpty()) return word("NoFoundKey");
+  if (prefix.isEmpty()) return statusWord(QStringLiteral("NoFoundKey"));
   QString html;
   for (qsizetype i = 1; i <= count; ++i) {
     QString name = folder + prefix + QString::number(i) + u'.' + imageType;

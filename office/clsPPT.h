@@ -20,8 +20,6 @@ class clsPPT : public SlideExporter {
   Result<QString> PPT2Images(const QString& file, const QString& options) override;
 
  private:
-  Outcome CreatePPTApp(const QString& api);
-
   Context& context_;
   std::unique_ptr<OfficeAutomation> office_;
 };

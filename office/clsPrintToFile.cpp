@@ -15,8 +15,6 @@ namespace {
 
 const QString kPrinter = QStringLiteral("VelmoraPrinter");
 
-Failure word(const QString& text) { return {text, {}}; }
-
 // A page's side, given in hundredths of a millimetre, in whole tenths of a millimetre (the
 // word processor's centimetres with two decimals), as thousandths of a millimetre. The
 // office's sizes are off by a hundredth either way from what the document says (10 cm may
@@ -29,14 +27,6 @@ int thousandths(int hundredthsOfMm) { return (hundredthsOfMm + 5) / 10 * 100; }
 clsPrintToFile::clsPrintToFile(Context& context, std::unique_ptr<OfficeAutomation> office, PrintLimits limits,
                                clsStrandelAPI printer)
     : context_(context), office_(std::move(office)), limits_(limits), printer_(printer) {}
-
-Outcome clsPrintToFile::createWordApp(const QString& api) {
-  if (api != u"2") {
-    const Outcome word = office_->CreateObject(QStringLiteral("Word.Application"));
-    if (word || api == u"1") return word;
-  }
-  return office_->CreateObject(QStringLiteral("WPS.Application"));
-}
 
 bool clsPrintToFile::paperFor(const QSize& page, QString& form) {
   const QSize size(thousandths(page.width()), thousandths(page.height()));
@@ -67,19 +57,20 @@ Result<QString> clsPrintToFile::Word2Images(const QString& file, const QString& 
   // reason to give, not the printer's absence.
   if (!printer_.IsPrinterExist(kPrinter)) {
     if (!printer_.IsPrintSpoolerRunning() && !printer_.StartPrintSpooler())
-      return word(QStringLiteral("Printer:SpoolerNotRunning"));
-    if (!printer_.IsPrinterExist(kPrinter)) return word(QStringLiteral("Printer:NotExist"));
+      return statusWord(QStringLiteral("Printer:SpoolerNotRunning"));
+    if (!printer_.IsPrinterExist(kPrinter)) return statusWord(QStringLiteral("Printer:NotExist"));
   }
   QString previous;
-  if (!printer_.SetDefaultPrinter(kPrinter, previous)) return word(QStringLiteral("Printer:SetDefault"));
+  if (!printer_.SetDefaultPrinter(kPrinter, previous)) return statusWord(QStringLiteral("Printer:SetDefault"));
   letPendingEventsRun();
-  if (!printer_.SetDefaultPaperSize(kPrinter, QStringLiteral("A4"))) return word(QStringLiteral("Printer:A4"));
+  if (!printer_.SetDefaultPaperSize(kPrinter, QStringLiteral("A4"))) return statusWord(QStringLiteral("Printer:A4"));
 
-  QString imageType = GetOptValue(options, QStringLiteral("imgtype"));
-  if (imageType != u"gif" && imageType != u"png") imageType = QStringLiteral("jpg");
-  QString api = GetOptValue(options, QStringLiteral("api"));
-  if (api != u"0" && api != u"2") api = QStringLiteral("1");
-  if (const Outcome created = createWordApp(api); !created) return created.failure();
+  const QString imageType = pictureTypeOption(options);
+  const QString api = apiOption(options);
+  if (const Outcome created =
+          createAsAsked(*office_, api, QStringLiteral("Word.Application"), QStringLiteral("WPS.Application"));
+      !created)
+    return created.failure();
 
   // The word processor's print: the document as PDF, which carries each page's own size.
   const QString pdf = context_.g_sTempFolder + QStringLiteral("Velmora_Temp_Print.pdf");
@@ -91,15 +82,15 @@ Result<QString> clsPrintToFile::Word2Images(const QString& file, const QString& 
   QString form;
   const bool known = paperFor(saved.firstPage, form);
   if (!known || form != u"A4") {
-    if (!known || !printer_.SetDefaultPaperSize(kPrinter, form)) return word(QStringLiteral("Printer:") + form);
+    if (!known || !printer_.SetDefaultPaperSize(kPrinter, form)) return statusWord(QStringLiteral("Printer:") + form);
   }
 
   const QString baseName = GetTimeStamp();
-  if (!writeSettings(imageType, baseName)) return word(QStringLiteral("Printer:Registry"));
+  if (!writeSettings(imageType, baseName)) return statusWord(QStringLiteral("Printer:Registry"));
   const bool printed = printer_.PrintFile(pdf) || printer_.PrintFile(file);
   letPendingEventsRun();
-  if (!printed) return word(QStringLiteral("PrintOut"));
-  if (!printer_.IsEnd(kPrinter, limits_.begin, limits_.end)) return word(QStringLiteral("Printer:Timeout"));
+  if (!printed) return statusWord(QStringLiteral("PrintOut"));
+  if (!printer_.IsEnd(kPrinter, limits_.begin, limits_.end)) return statusWord(QStringLiteral("Printer:Timeout"));
 
   QString html;
   const int count = printer_.GetFileCount(kPrinter);

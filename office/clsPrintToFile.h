@@ -30,7 +30,6 @@ class clsPrintToFile : public DocumentPrinter {
   Result<QString> Word2Images(const QString& file, const QString& options) override;
 
  private:
-  Outcome createWordApp(const QString& api);
   // The printer's form for a first page of that size (hundredths of a millimetre), added
   // when it has none; false when it cannot be. `form`: its name either way.
   bool paperFor(const QSize& page, QString& form);

@@ -1,24 +1,21 @@
 #include "printing/clsStrandelAPI.h"
 
-#include "printing/Papers.h"
-
 #include <cups/cups.h>
 #include <unistd.h>
-
 #include <QElapsedTimer>
 #include <QFile>
 #include <QList>
 #include <QProcess>
 #include <QStandardPaths>
-
-#include "core/ScriptError.h"
-#include "core/Yield.h"
-#include "support/basPublic.h"
-#include "support/clsRegistry.h"
-
 #include <climits>
 #include <cmath>
 #include <optional>
+
+#include "core/ScriptError.h"
+#include "core/Yield.h"
+#include "printing/Papers.h"
+#include "support/basPublic.h"
+#include "support/clsRegistry.h"
 
 namespace velmora {
 namespace {
@@ -141,14 +138,7 @@ constexpr int kStartTimeoutMs = 30000;
 }  // namespace
 
 bool clsStrandelAPI::IsPrinterExist(const QString& s_PrinterName) const {
-  if (s_PrinterName.isEmpty()) return false;
-  cups_dest_t* destinations = nullptr;
-  const int count = cupsGetDests2(CUPS_HTTP_DEFAULT, &destinations);
-  const QByteArray wanted = s_PrinterName.toUtf8();
-  bool found = false;
-  for (int i = 0; i < count && !found; ++i) found = wanted == destinations[i].name;
-  cupsFreeDests(count, destinations);
-  return found;
+  return Destinations().named(s_PrinterName) != nullptr;
 }
 
 bool clsStrandelAPI::SetParam(const QString& s_PrinterName, const QString& s_Key, const QString& s_Value) {
